@@ -1,0 +1,38 @@
+# Thin front for the presets in CMakePresets.json and the scripts in scripts/.
+.PHONY: all setup build demo test sanitize check bench format clean
+.DEFAULT_GOAL := build
+
+PRESET ?= release
+
+all: build
+
+setup:
+	@scripts/setup
+
+build: setup
+	@scripts/build $(PRESET)
+
+demo: setup
+	@scripts/build release
+	@build/release/corvane play scenarios/fabric.yaml
+
+test: setup
+	@scripts/build $(PRESET)
+	@scripts/run-tests $(PRESET)
+
+sanitize: setup
+	@scripts/build sanitize
+	@scripts/run-tests sanitize
+
+check: setup
+	@scripts/check
+
+bench: setup
+	@scripts/build release
+	@build/release/corvane_bench
+
+format:
+	@scripts/check-format --fix
+
+clean:
+	rm -rf build

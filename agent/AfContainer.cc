@@ -1,0 +1,17 @@
+#include "agent/AfContainer.h"
+
+#include "runtime/Assert.h"
+
+namespace Multicast::Vpn {
+
+Ombra::Ptr<DomainContainer> AfContainer::domainContainer(Irb::Multicast::Domain domain) const {
+  switch (domain) {
+    case Irb::Multicast::Domain::localDomain: return localDomainContainer();
+    case Irb::Multicast::Domain::remoteDomain: return remoteDomainContainer();
+  }
+  Ombra::fatal("assertion failed: Unsupported domain");
+}
+
+}  // namespace Multicast::Vpn
+
+VESK_REGISTER(Multicast::Vpn::AfContainer)

@@ -1,0 +1,98 @@
+// The process's root object: the door of the library.
+// Owns everything, by a tree of counted pointers. Makes all mounts and hands the pointers down; no machine mounts anything.
+// Writes: its own attributes, the startReview flags of an agent that no stage holds back.
+// Runs: doInit once, doMountsComplete when the mounts are done; then the launcher calls startup and shutdown, and the
+// redundancy machine handleStandbyMode.
+#pragma once
+
+#include <string>
+
+#include "agent/AfContainer.h"
+#include "agent/AfContainerSm.h"
+#include "agent/CorvaneNsfSm.h"
+#include "agent/LauncherSm.h"
+#include "platform/CAgent.h"
+#include "platform/StagesHelper.h"
+#include "records/AgentStatus.h"
+#include "records/Bridging.h"
+#include "records/BriskelInputs.h"
+#include "records/Evpn.h"
+#include "records/GmpProxyStatus.h"
+#include "records/Mlag.h"
+#include "records/MlagVxlanState.h"
+#include "records/Pim.h"
+#include "records/Policy.h"
+#include "records/ReadyStatus.h"
+#include "records/TunnelGroupConfig.h"
+#include "records/UnderlayRouteFilter.h"
+#include "records/Vxlan.h"
+
+namespace Multicast::Vpn {
+
+class Agent final : public Orlane::CAgent {
+  VESK_RECORD(Multicast::Vpn::Agent)
+
+  /// The factory. The process holds one agent, named "Corvane".
+  [[nodiscard]] static Ombra::Ptr<Agent> AgentIs(const std::string& name);
+  explicit Agent(std::string name) : CAgent(std::move(name)) {}
+
+  void doStage(const std::string& stageClass, const std::string& stage) override;
+  /// Builds the launcher, unless this supervisor is standby.
+  void handleStandbyMode();
+  /// Called by the launcher: builds the machines; takes them down. A shutdown with nothing built is harmless.
+  void startup();
+  void shutdown();
+
+  VESK_REF(Routing::Multicast::IpTunnelGroupConfig const, ipTunnelGroupConfig)
+  VESK_REF(Routing::Multicast::IpTunnelGroupConfig const, ipTunnelRemoteDomainGroupConfig)
+  VESK_REF(Bridging::VlanStatusDir const, vlanStatusDir)
+  VESK_REF(Vxlan::VtiStatusDir const, vtiStatusDir)
+  VESK_REF(McastCommon::AgentRunningStatus, agentStatus)
+  VESK_REF(Bridging::IgmpSnooping::Status, igmpSnoopingStatus)
+  VESK_REF(Bridging::IgmpSnooping::Config, mldSnoopingStatus)
+  VESK_REF(Mlag::ProtoStatus const, mlagProtoStatus)
+  VESK_REF(Mlag::Status const, mlagStatus)
+  VESK_REF(Mlag::VxlanStatus const, mlagVxlanStatus)
+  VESK_REF(Bridging::HwCapabilities const, hwCapabilities)
+  VESK_REF(Routing::Pim::SparseMode::ConfigColl const, pimsmConfigColl)
+  VESK_REF(Acl::AclListConfig const, aclListConfig)
+  VESK_REF(Vxlan::EnabledStatus const, vxlanEnabledStatus)
+  VESK_REF(Evpn::EvpnStatus const, evpnStatus)
+  VESK_REF(Irb::Multicast::EvpnStaticStatus const, evpnStaticStatus)
+  VESK_REF(Irb::Multicast::GmpProxyStatus, gmpProxyStatus)
+  VESK_REF(Arp::Table::Status const, arpStatus)
+  VESK_REF(Briskel::Bridging::Status const, bridgingStatus)
+  VESK_REF(Vrf::VrfIdMap::Status const, vrfIdMapStatus)
+  VESK_REF(Routing::Multicast::PegDrStatus const, pegDrStatus)
+  VESK_REF(Vxlan::RemoteVniToVlanStatus, remoteVniToSBDVlan)
+  VESK_REF(Routing::Multicast::MvpnIntfStatus const, mvpnIntfStatus)
+  VESK_REF(Irb::Multicast::GatewayEsStatus const, gatewayESStatus)
+  VESK_INSTANCE(DecapReadyStatusColl, decapReadyStatusColl)
+  VESK_INSTANCE(EncapReadyStatusColl, encapReadyStatusColl)
+  VESK_INSTANCE(Routing::Multicast::UnderlayRouteFilterSet, underlayRouteFilterSet)
+  VESK_INSTANCE(Routing::Multicast::MlagVxlanState, mlagState)
+  VESK_INSTANCE(Orlane::StagesHelper, ssoStagesHelper)
+  VESK_INSTANCE(CorvaneNsfSm, corvaneNsfSm)
+  VESK_INSTANCE(RedundancyStatusSm, redundancyStatusSm)
+  VESK_INSTANCE(LauncherSm, launcherSm)
+  VESK_VALUE(bool, standbyMode)
+  VESK_INSTANCES(Pavlin::AddressFamily, AfContainer, afContainer)
+  VESK_INSTANCES(Pavlin::AddressFamily, AfContainerSm, afContainerSm)
+
+ private:
+  void doInit() override;
+  void doMountsComplete(Halden::MountStatus status, const Ombra::Ptr<Halden::EntityManager>& em) override;
+  void lastUserGone() override;
+
+  void setupFlBuffer();
+  void doSkarelMount();
+  void doMountsCompleteAf(Pavlin::AddressFamily af, const Halden::EntityManager& em);
+  void waitForStages(const Halden::EntityManager& em);
+  void doBriskelMount();
+  void doBriskelMountAf(Pavlin::AddressFamily af);
+  void doBriskelUnmount(Pavlin::AddressFamily af);
+  void doBriskelUnmount();
+  void mountMembershipJoins(AfContainer& container);
+};
+
+}  // namespace Multicast::Vpn

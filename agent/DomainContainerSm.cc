@@ -1,0 +1,80 @@
+#include "agent/DomainContainerSm.h"
+
+#include "agent/CorvaneAgent.h"
+#include "runtime/Trace.h"
+
+namespace Multicast::Vpn {
+namespace {
+
+Vesk::TraceHandle trace("DomainContainerSm");
+
+}  // namespace
+
+DomainContainerSm::DomainContainerSm(Inputs inputs) : in(std::move(inputs)) { handleInit(); }
+
+void DomainContainerSm::handleInit() {
+  Agent& agent = *in.afContainer->agent();
+  DomainContainer& domain = *domainContainer();
+  Sylva::TaskScheduler* const scheduler = Sylva::TaskSchedulerRoot::findOrCreateScheduler();
+  domain.encapReadyStatusIs(agent.encapReadyStatusColl()->statusIs(domain.domainClient()));
+  const auto& groupConfig = in.domain == Irb::Multicast::Domain::localDomain ? agent.ipTunnelGroupConfig()
+                                                                              : agent.ipTunnelRemoteDomainGroupConfig();
+  defaultOverlayGroupSmIs(
+      {.af = in.afContainer->af(),
+       .ipTunnelMappingStatus = domain.ipTunnelMappingStatus(),
+       .vlanGroupTable = domain.vlanGroupTableColl()->table(VlanGroupTableColl::getDefaultTableName())});
+  ipTunnelGroupConfigSmIs({.vlanToGroupConfig = groupConfig,
+                           .vlanStatusDir = agent.vlanStatusDir(),
+                           .vtiStatusDir = agent.vtiStatusDir(),
+                           .mcastIntfRoot = in.afContainer->mcastIntfSmRoot(),
+                           .vlanToGroupStatus = domain.encapVlanGroupStatus(),
+                           .ipTunnelMappingStatus = domain.ipTunnelMappingStatus()});
+  ipTunnelMappingSmIs({.vlanToGroupStatus = domain.encapVlanGroupStatus(),
+                       .ipTunnelMappingStatus = domain.ipTunnelMappingStatus(),
+                       .forwardingStatus = domain.ipTunnelForwardingStatus(),
+                       .encapReadyStatus = domain.encapReadyStatus(),
+                       .taskScheduler = scheduler});
+  ipTunnelVlanMcastGroupSmIs({.scheduler = scheduler,
+                              .vlanGroupTableColl = domain.vlanGroupTableColl(),
+                              .ipTunnelMappingStatus = domain.ipTunnelMappingStatus(),
+                              .vlanToGroupStatus = domain.encapVlanGroupStatus(),
+                              .encapReadyStatus = domain.encapReadyStatus()});
+}
+
+void DomainContainerSm::updateMultipleUnderlayGroupStateMachines(bool shouldEnable) {
+  const std::string domainText = Vesk::textOf(in.domain);
+  if (auto t = trace.at(8))
+    t << "updateMultipleUnderlayGroupStateMachines domain: " << domainText << " shouldEnable: " << shouldEnable;
+  DomainContainer& domain = *domainContainer();
+  const auto l3OverlayRouteTable = domain.vlanGroupTableColl()->table(VlanGroupTableColl::getL3TableName());
+  Ombra::assertThat(l3OverlayRouteTable != nullptr, "l3OverlayRouteTable");
+  if (!l3OverlayRouteTable->ready()) {
+    if (auto t = trace.at(8)) t << "Marking l3OverlayRouteTable ready for domain " << domainText;
+    l3OverlayRouteTable->readyIs(true);
+  }
+  if (domain.ingressL3RouteStatus() && !domain.ingressL3RouteStatus()->ready()) {
+    if (auto t = trace.at(8)) t << "Marking ingressL3RouteStatus ready for domain " << domainText;
+    domain.ingressL3RouteStatus()->readyIs(true);
+  }
+}
+
+void DomainContainerSm::stopGroupConfig() {
+  const auto config = ipTunnelGroupConfigSm();
+  const auto mapping = ipTunnelMappingSm();
+  if (config) config->hasNotificationActiveIs(false);
+  if (mapping) mapping->hasNotificationActiveIs(false);
+  ipTunnelGroupConfigSmDel();
+  ipTunnelMappingSmDel();
+}
+
+void DomainContainerSm::handleCleanup() {
+  if (auto t = trace.at(8)) t << "handleCleanup";
+  if (ipTunnelVlanMcastGroupSm()) ipTunnelVlanMcastGroupSm()->cleanup();
+  const auto container = domainContainer();
+  const auto statusColl = in.afContainer->agent()->encapReadyStatusColl();
+  if (statusColl && container) statusColl->statusDel(container->domainClient());
+}
+
+}  // namespace Multicast::Vpn
+
+VESK_REGISTER(Multicast::Vpn::DomainContainerSm)

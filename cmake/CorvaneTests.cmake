@@ -1,0 +1,40 @@
+# The unit tests, and a run of each scenario under several seeds.
+
+enable_testing()
+
+set(test_environment
+    "ASAN_OPTIONS=halt_on_error=1:detect_stack_use_after_return=1"
+    "UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1")
+set(test_timeout 120)
+if(CORVANE_SANITIZE)
+  set(test_timeout 300)
+endif()
+
+if(test_sources)
+  find_package(GTest CONFIG REQUIRED)
+  include(GoogleTest)
+  add_executable(corvane_tests ${test_sources})
+  target_link_libraries(corvane_tests PRIVATE corvane_lib GTest::gmock_main GTest::gmock GTest::gtest)
+  corvane_precompile(corvane_tests <gtest/gtest.h>)
+  gtest_discover_tests(corvane_tests
+      DISCOVERY_MODE PRE_TEST
+      DISCOVERY_TIMEOUT 60
+      WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}"
+      PROPERTIES TIMEOUT ${test_timeout} LABELS unit ENVIRONMENT "${test_environment}")
+endif()
+
+function(corvane_scenario_test name)
+  add_test(NAME ${name} COMMAND corvane play ${ARGN} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}")
+  set_tests_properties(${name} PROPERTIES
+      TIMEOUT ${test_timeout} LABELS scenario ENVIRONMENT "${test_environment}")
+endfunction()
+
+if(TARGET corvane)
+  foreach(file IN LISTS scenario_files)
+    cmake_path(GET file STEM scenario)
+    corvane_scenario_test(scenario.${scenario} "${file}")
+    foreach(seed 1 2)
+      corvane_scenario_test(scenario.${scenario}.seed${seed} "${file}" --seed ${seed})
+    endforeach()
+  endforeach()
+endif()

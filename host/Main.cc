@@ -1,0 +1,82 @@
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "host/Commands.h"
+#include "host/InputError.h"
+#include "runtime/Assert.h"
+#include "runtime/Toggle.h"
+#include "runtime/shm/TableLayout.h"
+
+namespace {
+
+constexpr int statusUnusable = 2;
+
+struct Arguments {
+  Host::PlayOptions play;
+  std::vector<std::string> files;
+  std::string keep;
+  std::uint64_t seed = 0;
+  std::string recordName;
+  std::vector<std::string> addresses;
+  std::string directory = ".";
+  bool json = false;
+};
+
+int run(int argc, char** argv) {
+  CLI::App app{"Overlay multicast agent: plays scenarios, prints tables, lists records.", "corvane"};
+  app.require_subcommand(1);
+  Arguments arguments;
+
+  auto* play = app.add_subcommand("play", "Play scenario files in order");
+  play->add_flag("--json", arguments.json, "One JSON document a step");
+  auto* keep = play->add_option("--keep", arguments.keep, "Keep tables, toggle files and trace ring in this directory");
+  play->add_option("--trace", arguments.play.traceLevels, "Traces on standard error: NAME/LEVELS;NAME/LEVELS, as in IpTunnel*/8,9");
+  auto* seed = play->add_option("--seed", arguments.seed, "Shuffle ready tasks of equal priority and the order of subscribers");
+  play->add_option("FILE", arguments.files, "Scenario files")->required();
+
+  auto* records = app.add_subcommand("records", "List record types, attributes, mount paths and capacities");
+  records->add_flag("--json", arguments.json, "One JSON document");
+  records->add_option("NAME", arguments.recordName, "Record type or mount path");
+
+  auto* show = app.add_subcommand("show", "Print shared tables of a running or ended agent");
+  show->add_flag("--json", arguments.json, "One JSON document");
+  show->add_option("--dir", arguments.directory, "Directory of the tables");
+  show->add_option("ADDRESS", arguments.addresses, "Paths or attributes")->required();
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : statusUnusable;
+  }
+  const auto audience = arguments.json ? Host::Audience::programs : Host::Audience::people;
+  arguments.play.audience = audience;
+  if (keep->count() != 0) arguments.play.keep = arguments.keep;
+  if (seed->count() != 0) arguments.play.seed = arguments.seed;
+  if (play->parsed()) return Host::playCommand(arguments.files, arguments.play);
+  if (records->parsed()) return Host::recordsCommand(arguments.recordName, audience);
+  return Host::showCommand(arguments.addresses, arguments.directory, audience);
+}
+
+int unusable(const std::string& message) {
+  std::fflush(stdout);
+  fmt::print(stderr, "{}\n", message);
+  return statusUnusable;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const Host::InputError& error) {
+    return unusable(error.message());
+  } catch (const Orlane::ConfigError& error) {
+    return unusable(error.what());
+  } catch (const VeskSharedMem::TableError& error) {
+    return unusable(error.what());
+  }
+}

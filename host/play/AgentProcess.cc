@@ -1,0 +1,33 @@
+#include "host/play/AgentProcess.h"
+
+#include "agent/CorvaneAgent.h"
+#include "runtime/Log.h"
+#include "runtime/SharedMem.h"
+#include "runtime/StateDatabase.h"
+#include "runtime/Task.h"
+
+namespace Host {
+namespace {
+
+/// Memory of dead processes: reachable, so that a leak checker stays silent, and never touched again.
+std::vector<Ombra::Ptr<Vesk::Entity>>& graveyard() {
+  static auto& dead = *new std::vector<Ombra::Ptr<Vesk::Entity>>;
+  return dead;
+}
+
+}  // namespace
+
+void AgentProcess::create() { root_ = Multicast::Vpn::Agent::AgentIs("Corvane"); }
+
+void AgentProcess::begin() { static_cast<Multicast::Vpn::Agent&>(*root_).start(); }
+
+void AgentProcess::crash() {
+  graveyard().push_back(std::move(root_));
+  root_ = nullptr;
+  Halden::StateDatabase::instance().dropSubscribers();
+  Sylva::TaskSchedulerRoot::findOrCreateScheduler()->reset();
+  VeskSharedMem::EntityManager::forgetProcess();
+  Vesk::LogHandle::resetAll();
+}
+
+}  // namespace Host

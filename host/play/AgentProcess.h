@@ -1,0 +1,27 @@
+// The agent as the player sees it: a process that can be started, killed and started again.
+// Owns: the agent object of the present life, and those of former lives, which are never destroyed: a process that is
+// killed runs no destructor. Caveat: one per program; the stores that outlive the agent are not touched here.
+#pragma once
+
+#include <vector>
+
+#include "runtime/Entity.h"
+
+namespace Host {
+
+class AgentProcess {
+ public:
+  /// The process exists, and has done nothing yet.
+  void create();
+  /// It runs its start.
+  void begin();
+  /// It is gone, as by kill -9.
+  void crash();
+  /// The agent, null while none is there.
+  [[nodiscard]] const Ombra::Ptr<Vesk::Entity>& root() const { return root_; }
+
+ private:
+  Ombra::Ptr<Vesk::Entity> root_;
+};
+
+}  // namespace Host

@@ -1,0 +1,221 @@
+#include "host/play/ChildRun.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+
+#include "host/InputError.h"
+#include "host/play/Player.h"
+#include "runtime/Assert.h"
+#include "runtime/Fleetlog.h"
+#include "runtime/Notify.h"
+#include "runtime/SharedMem.h"
+#include "runtime/Toggle.h"
+#include "runtime/Trace.h"
+#include "runtime/shm/TableLayout.h"
+
+namespace Host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int statusFailed = 1;
+constexpr int statusUnusable = 2;
+/// Variables that the agent reads: a scenario has its own or none.
+constexpr std::array agentVariables{"FLEETLOG_DISABLE", "FLEETLOGDIR", "PIMFLSIZE"};
+
+[[noreturn]] void systemFailed(const std::string& what) {
+  throw InputError(fmt::format("{}: {}", what, std::strerror(errno)));
+}
+
+/// The scenario's directory, empty of what an earlier run left.
+class Directory {
+ public:
+  explicit Directory(const std::optional<fs::path>& keep) : isKept_(keep.has_value()) {
+    std::error_code error;
+    if (keep) {
+      path_ = *keep;
+      for (const char* part : {"shm", "toggles", "trace"}) fs::remove_all(path_ / part, error);
+    } else {
+      std::string pattern = (fs::temp_directory_path() / "corvane-XXXXXX").string();
+      if (mkdtemp(pattern.data()) == nullptr) systemFailed(pattern);
+      path_ = pattern;
+    }
+    for (const char* part : {"shm", "toggles", "trace"}) {
+      fs::create_directories(path_ / part, error);
+      if (error) throw InputError(fmt::format("{}: {}", (path_ / part).string(), error.message()));
+    }
+  }
+  ~Directory() {
+    std::error_code ignored;
+    if (!isKept_) fs::remove_all(path_, ignored);
+  }
+  Directory(const Directory&) = delete;
+  Directory& operator=(const Directory&) = delete;
+  [[nodiscard]] fs::path operator/(const char* part) const { return path_ / part; }
+
+ private:
+  fs::path path_;
+  bool isKept_;
+};
+
+void writeToggles(const Scenario& scenario, const fs::path& directory) {
+  std::map<std::string, Json> files;
+  for (const auto& toggle : scenario.toggles) files[toggle.file][toggle.name] = Json::parse(toggle.json);
+  for (const auto& [name, content] : files) std::ofstream(directory / name) << content.dump(2) << "\n";
+}
+
+/// In the child. The scenario's process ends without destructors, like the agents that it has seen die.
+[[noreturn]] void playHere(const Scenario& scenario, const PlayOptions& options, Report& report, const Directory& directory,
+                           int progress) {
+  for (const char* name : agentVariables) unsetenv(name);
+  for (const auto& [name, value] : scenario.environment) {
+    if (value) {
+      setenv(name.c_str(), value->c_str(), 1);
+    } else {
+      unsetenv(name.c_str());
+    }
+  }
+  Ombra::installTerminateHandler();
+  if (options.seed) {
+    Sylva::TaskSchedulerRoot::findOrCreateScheduler()->shuffleSeedIs(*options.seed);
+    Vesk::Publisher::shuffleSeedIs(*options.seed);
+  }
+  int status = statusFailed;
+  // Only what says that an input cannot be used is caught; anything else ends this process as it would end the agent.
+  try {
+    Orlane::toggleDirIs(directory / "toggles");
+    Fleetlog::directoryIs(directory / "trace");
+    VeskSharedMem::EntityManager::directoryIs((directory / "shm").string());
+    if (Vesk::traceLevelsIs(options.traceLevels)) std::abort();  // checked before
+    const auto begins = [&](std::size_t index) {
+      if (write(progress, &index, sizeof index) != sizeof index) std::abort();
+    };
+    status = Player(scenario, report, begins).play() ? 0 : statusFailed;
+  } catch (const Orlane::ConfigError& error) {
+    fmt::print(stderr, "{}\n", error.what());
+    status = statusUnusable;
+  } catch (const VeskSharedMem::TableError& error) {
+    fmt::print(stderr, "{}\n", error.what());
+    status = statusUnusable;
+  }
+  std::fflush(stdout);
+  std::fflush(stderr);
+  _exit(status);
+}
+
+struct Pipe {
+  int readEnd = -1;
+  int writeEnd = -1;
+  Pipe() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) systemFailed("pipe");
+    readEnd = ends[0];
+    writeEnd = ends[1];
+  }
+};
+
+/// What a child leaves behind.
+struct Remains {
+  int status = 0;
+  std::size_t begun = 0;  ///< how many steps
+  std::string standardError;
+};
+
+Remains attend(pid_t child, int output, int error, int progress, bool echoesError) {
+  Remains remains;
+  std::string steps;
+  std::array<pollfd, 3> ends{{{output, POLLIN, 0}, {error, POLLIN, 0}, {progress, POLLIN, 0}}};
+  for (int open = 3; open > 0;) {
+    if (poll(ends.data(), ends.size(), -1) < 0 && errno != EINTR) break;
+    for (pollfd& end : ends) {
+      if (end.fd < 0 || end.revents == 0) continue;
+      std::array<char, 65536> buffer;
+      const ssize_t size = read(end.fd, buffer.data(), buffer.size());
+      if (size < 0 && errno == EINTR) continue;
+      if (size <= 0) {
+        close(end.fd);
+        end.fd = -1;
+        --open;
+        continue;
+      }
+      const std::string_view text(buffer.data(), static_cast<std::size_t>(size));
+      if (end.fd == output) {
+        std::fwrite(text.data(), 1, text.size(), stdout);
+        std::fflush(stdout);
+      } else if (end.fd == error) {
+        remains.standardError += text;
+        if (echoesError) std::fwrite(text.data(), 1, text.size(), stderr);
+      } else {
+        steps += text;
+      }
+    }
+  }
+  while (waitpid(child, &remains.status, 0) < 0 && errno == EINTR) continue;
+  remains.begun = steps.size() / sizeof(std::size_t);
+  return remains;
+}
+
+std::string ending(int status) {
+  if (WIFSIGNALED(status)) return fmt::format("ended by signal {} ({})", WTERMSIG(status), strsignal(WTERMSIG(status)));
+  return fmt::format("ended with status {}", WEXITSTATUS(status));
+}
+
+/// Why the child did not end as the scenario says; empty if it did. A clean failure has been reported by the child.
+std::string complaint(const Scenario& scenario, const Remains& remains) {
+  const bool isClean = WIFEXITED(remains.status) && WEXITSTATUS(remains.status) <= statusUnusable;
+  const std::size_t last = scenario.steps.size();
+  const std::string where = remains.begun == 0 ? "before the first step"
+                                               : fmt::format("in step {} (line {})", remains.begun,
+                                                             scenario.steps[std::min(remains.begun, last) - 1].line);
+  if (!scenario.aborts) return isClean ? "" : fmt::format("the process {} {}", ending(remains.status), where);
+  if (isClean && WEXITSTATUS(remains.status) != 0) return "";
+  if (isClean) return fmt::format("the last step did not end the process; expected: {}", *scenario.aborts);
+  if (!WIFSIGNALED(remains.status) || WTERMSIG(remains.status) != SIGABRT)
+    return fmt::format("the process {} {}; expected an abort with: {}", ending(remains.status), where, *scenario.aborts);
+  if (remains.begun < last) return fmt::format("the process aborted {}, before the last one", where);
+  if (remains.standardError.find(*scenario.aborts) == std::string::npos)
+    return fmt::format("the process aborted with another text; expected: {}", *scenario.aborts);
+  return "";
+}
+
+}  // namespace
+
+Outcome runInChild(const Scenario& scenario, const PlayOptions& options, Report& report) {
+  const Directory directory(options.keep);
+  writeToggles(scenario, directory / "toggles");
+  report.fileBegins(scenario);
+  std::fflush(stdout);
+  std::fflush(stderr);
+  Pipe output, error, progress;
+  const pid_t child = fork();
+  if (child < 0) systemFailed("fork");
+  if (child == 0) {
+    dup2(output.writeEnd, STDOUT_FILENO);
+    dup2(error.writeEnd, STDERR_FILENO);
+    playHere(scenario, options, report, directory, progress.writeEnd);
+  }
+  for (const int end : {output.writeEnd, error.writeEnd, progress.writeEnd}) close(end);
+  const bool traces = !options.traceLevels.empty();
+  const Remains remains = attend(child, output.readEnd, error.readEnd, progress.readEnd, traces);
+  const std::string reason = complaint(scenario, remains);
+  const bool isExpectedAbort = scenario.aborts && WIFSIGNALED(remains.status) && reason.empty();
+  const bool passed = isExpectedAbort || (reason.empty() && WIFEXITED(remains.status) && WEXITSTATUS(remains.status) == 0);
+  const bool isUnusable = WIFEXITED(remains.status) && WEXITSTATUS(remains.status) == statusUnusable;
+  if (isUnusable || (!traces && reason.empty() && !isExpectedAbort)) std::fputs(remains.standardError.c_str(), stderr);
+  report.fileEnds(scenario, passed, reason, traces ? std::string() : remains.standardError);
+  return passed ? Outcome::passed : isUnusable ? Outcome::unusable : Outcome::failed;
+}
+
+}  // namespace Host

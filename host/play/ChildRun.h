@@ -1,0 +1,27 @@
+// Runs one scenario in a process and a directory of its own and judges how that process ends.
+// Owns: the child process, the pipes to it, the directory. Reads: what the child prints.
+// Writes: the child's report to standard output as it comes; the tables, toggle files and trace ring of the scenario.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "host/play/Report.h"
+#include "host/play/Scenario.h"
+
+namespace Host {
+
+struct PlayOptions {
+  Audience audience = Audience::people;
+  std::optional<std::filesystem::path> keep;  ///< the scenario's directory, kept afterwards
+  std::string traceLevels;
+  std::optional<std::uint64_t> seed;
+};
+
+enum class Outcome { passed, failed, unusable };
+
+[[nodiscard]] Outcome runInChild(const Scenario& scenario, const PlayOptions& options, Report& report);
+
+}  // namespace Host

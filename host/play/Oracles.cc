@@ -1,0 +1,109 @@
+#include "host/play/Oracles.h"
+
+#include <fmt/format.h>
+
+#include <map>
+#include <memory>
+
+#include "records/MountCatalog.h"
+#include "runtime/Machine.h"
+
+namespace Host {
+namespace {
+
+constexpr double settleTime = 60;
+
+/// Every output as notes of its content, by path.
+using Outputs = std::map<std::string, std::vector<std::string>>;
+
+bool isOutput(const Corvane::MountPath& mount) {
+  return mount.mounted && mount.access == Corvane::Access::write && mount.recordType() != nullptr;
+}
+
+Outputs outputsOf(const World& world) {
+  Outputs outputs;
+  for (const auto& mount : Corvane::mountCatalog()) {
+    if (!isOutput(mount)) continue;
+    const Address address = Address::parse(mount.path);
+    auto& lines = outputs[mount.path];
+    if (const auto entity = world.root(address)) contentLines(*entity, AddressText(address), lines);
+  }
+  return outputs;
+}
+
+/// One failure per note that is only on one side.
+std::vector<Failure> differences(const Outputs& before, const Outputs& after) {
+  std::vector<Failure> failures;
+  for (const auto& [path, was] : before) {
+    const auto& is = after.at(path);
+    if (was == is) continue;
+    const std::set<std::string> old(was.begin(), was.end());
+    const std::set<std::string> now(is.begin(), is.end());
+    for (const std::string& line : old)
+      if (!now.contains(line)) failures.push_back({path, line, "no such row or value"});
+    for (const std::string& line : now)
+      if (!old.contains(line)) failures.push_back({path, "no such row or value", line});
+  }
+  return failures;
+}
+
+void collectMachines(Vesk::Entity& entity, std::vector<Ombra::Ptr<Vesk::Machine>>& machines) {
+  if (auto* machine = dynamic_cast<Vesk::Machine*>(&entity)) machines.emplace_back(machine);
+  for (const Vesk::FieldInfo* field : entity.recordType().fields())
+    if (field->owns()) field->forEachChild(entity, [&](std::string_view, Vesk::Entity& child) { collectMachines(child, machines); });
+}
+
+const Failure restless{"scheduler", "comes to rest", "tasks schedule each other for ever"};
+
+}  // namespace
+
+bool Oracles::ask() {
+  std::vector<Failure> rest;
+  if (!world_.advance(settleTime)) rest.push_back(restless);
+  bool well = rest.empty() || answered("rest", rest);
+  const bool runs = world_.agent().root() != nullptr;
+  if (runs && !scenario_.oraclesOff.contains("review")) well = answered("review", review()) && well;
+  // What the restart brings up is its own affair, so it is asked for before the crash.
+  const std::vector<Failure> leftovers = recorder_.leftovers();
+  recorder_.deaf();
+  if (runs && !scenario_.oraclesOff.contains("restart")) well = answered("restart", restart()) && well;
+  if (!scenario_.oraclesOff.contains("leftovers")) well = answered("leftovers", leftovers) && well;
+  return well;
+}
+
+bool Oracles::answered(const std::string& name, const std::vector<Failure>& failures) {
+  report_.oracle(scenario_, name, failures);
+  return failures.empty();
+}
+
+std::vector<Failure> Oracles::review() {
+  const Outputs before = outputsOf(world_);
+  std::vector<Ombra::Ptr<Vesk::Machine>> machines;
+  collectMachines(*world_.agent().root(), machines);
+  for (const auto& machine : machines)
+    if (machine->hasNotificationActive()) machine->review();
+  if (!world_.run()) return {restless};
+  return differences(before, outputsOf(world_));
+}
+
+std::vector<Failure> Oracles::restart() {
+  const Outputs before = outputsOf(world_);
+  recorder_.detachAgent();
+  world_.agent().crash();
+  std::vector<Failure> failures;
+  std::vector<std::unique_ptr<Watch>> watches;
+  for (const auto& mount : Corvane::mountCatalog()) {
+    if (!isOutput(mount) || mount.store == Corvane::Store::stateDb) continue;
+    watches.push_back(std::make_unique<Watch>(world_, Address::parse(mount.path), [&](const Watch::Lines& lines) {
+      for (const std::string& line : lines()) failures.push_back({mount.path, "no write on the way", line});
+    }));
+    watches.back()->attach();
+  }
+  world_.agent().create();
+  world_.agent().begin();
+  if (!world_.advance(settleTime)) failures.push_back(restless);
+  for (Failure& failure : differences(before, outputsOf(world_))) failures.push_back(std::move(failure));
+  return failures;
+}
+
+}  // namespace Host

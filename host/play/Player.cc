@@ -1,0 +1,81 @@
+#include "host/play/Player.h"
+
+#include "host/play/Matcher.h"
+
+namespace Host {
+namespace {
+
+void append(std::vector<Failure>& failures, std::vector<Failure> more) {
+  for (Failure& failure : more) failures.push_back(std::move(failure));
+}
+
+const Failure restless{"scheduler", "comes to rest", "tasks schedule each other for ever"};
+
+}  // namespace
+
+bool Player::play() {
+  for (std::size_t i = 0; i < scenario_.steps.size(); ++i) {
+    begins_(i);
+    std::vector<Shown> shown;
+    std::vector<Failure> failures = run(scenario_.steps[i], shown);
+    if (scenario_.settlesByItself && !world_.run()) failures.push_back(restless);
+    report_.step(scenario_, i, world_.now(), failures, shown);
+    if (!failures.empty()) return false;
+  }
+  if (scenario_.aborts) return true;
+  return Oracles(world_, recorder_, scenario_, report_).ask();
+}
+
+std::vector<Failure> Player::run(const Step& step, std::vector<Shown>& shown) {
+  std::vector<Failure> failures;
+  switch (step.kind) {
+    case StepKind::write:
+      for (const auto& statement : step.statements) append(failures, world_.write(statement.address, statement.content));
+      break;
+    case StepKind::start: start(); break;
+    case StepKind::crash: crash(); break;
+    case StepKind::advance:
+      if (!world_.advance(step.seconds)) failures.push_back(restless);
+      break;
+    case StepKind::run:
+      if (!world_.run(step.slices.value_or(Sylva::TaskScheduler::unlimited))) failures.push_back(restless);
+      break;
+    case StepKind::expect: return compare(step, false);
+    case StepKind::equal: return compare(step, true);
+    case StepKind::record: recorder_.record(step.addresses); break;
+    case StepKind::changes: return recorder_.takeChanges(step);
+    case StepKind::writes: return recorder_.takeWrites(step);
+    case StepKind::logs: return recorder_.takeLogs(step);
+    case StepKind::corrupt:
+      for (const Address& address : step.addresses) append(failures, world_.corrupt(address));
+      break;
+    case StepKind::corruptions: return recorder_.takeCorruptions(step);
+    case StepKind::show:
+      for (const Address& address : step.addresses) shown.push_back(show(world_, address, report_.style()));
+      break;
+  }
+  return failures;
+}
+
+std::vector<Failure> Player::compare(const Step& step, bool exact) {
+  std::vector<Failure> failures;
+  for (const auto& statement : step.statements)
+    append(failures, Matcher(exact).compare(world_, statement.address, statement.content));
+  return failures;
+}
+
+void Player::start() {
+  recorder_.countsReset();
+  world_.agent().create();
+  recorder_.attachAgent();
+  world_.agent().begin();
+}
+
+void Player::crash() {
+  if (!world_.agent().root()) return;
+  recorder_.detachAgent();
+  world_.agent().crash();
+  recorder_.attachAll();
+}
+
+}  // namespace Host

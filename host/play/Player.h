@@ -1,0 +1,37 @@
+// Plays one scenario, step by step, in this process.
+// Owns: the world of the scenario. Reads: the scenario. Writes: the report.
+// Caveat: once per process: the stores, toggles and clocks are the process's. See ChildRun.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "host/play/Oracles.h"
+#include "host/play/Recorder.h"
+#include "host/play/Report.h"
+#include "host/play/World.h"
+
+namespace Host {
+
+class Player {
+ public:
+  /// `begins` is told each step's index before it runs.
+  Player(const Scenario& scenario, Report& report, std::function<void(std::size_t)> begins)
+      : scenario_(scenario), report_(report), begins_(std::move(begins)), world_(scenario.slice), recorder_(world_, scenario) {}
+  /// True if the scenario passes.
+  bool play();
+
+ private:
+  std::vector<Failure> run(const Step& step, std::vector<Shown>& shown);
+  std::vector<Failure> compare(const Step& step, bool exact);
+  void start();
+  void crash();
+
+  const Scenario& scenario_;
+  Report& report_;
+  std::function<void(std::size_t)> begins_;
+  World world_;
+  Recorder recorder_;
+};
+
+}  // namespace Host

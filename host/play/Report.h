@@ -1,0 +1,49 @@
+// What the player says: to people, or as JSON to programs, one document on a line of its own.
+// Writes: standard output, flushed after every step, so that a step that ends the process is in the report.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "host/play/Scenario.h"
+#include "host/play/World.h"
+#include "host/print/EntityJson.h"
+#include "host/print/Style.h"
+
+namespace Host {
+
+/// One thing that a `show` prints.
+struct Shown {
+  std::string address;
+  std::string table;
+  Json value;
+};
+
+/// Who reads the report.
+enum class Audience { people, programs };
+
+class Report {
+ public:
+  Report(Audience audience, Style style) : audience_(audience), style_(style) {}
+  [[nodiscard]] const Style& style() const { return style_; }
+  void fileBegins(const Scenario& scenario);
+  void step(const Scenario& scenario, std::size_t index, double time, const std::vector<Failure>& failures,
+            const std::vector<Shown>& shown);
+  void oracle(const Scenario& scenario, const std::string& name, const std::vector<Failure>& failures);
+  /// `reason` is empty if all is well, or if the steps have told it.
+  void fileEnds(const Scenario& scenario, bool passed, const std::string& reason, const std::string& standardError);
+  void total(std::size_t passed, std::size_t failed);
+
+ private:
+  void failures(const std::vector<Failure>& failures);
+  Audience audience_;
+  Style style_;
+};
+
+/// What an address shows.
+[[nodiscard]] Shown show(const World& world, const Address& address, const Style& style);
+/// What an entity, or one attribute of it, shows.
+[[nodiscard]] Shown showFound(const Found& found, const Address& address, const Style& style);
+
+}  // namespace Host

@@ -1,0 +1,4 @@
+#include "records/AgentStatus.h"
+
+VESK_REGISTER(McastCommon::AgentStatus)
+VESK_REGISTER(McastCommon::AgentRunningStatus)

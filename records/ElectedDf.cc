@@ -1,0 +1,3 @@
+#include "records/ElectedDf.h"
+
+VESK_REGISTER(Routing::Multicast::ElectedDFStatusDir)

@@ -1,0 +1,3 @@
+#include "records/ExternalForwarderStatus.h"
+
+VESK_REGISTER(Routing::Multicast::ExternalForwarderStatus)

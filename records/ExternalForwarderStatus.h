@@ -1,0 +1,26 @@
+// The role of each port and vlan towards the world outside of the overlay.
+// Written by: the external forwarder pipeline. Read by: the agents that program ports.
+// A row exists for each elected port and vlan; its role is `none` where this switch does not
+// forward.
+#pragma once
+
+#include <string>
+
+#include <fmt/format.h>
+
+#include "records/Keys.h"
+#include "records/Rows.h"
+#include "runtime/Record.h"
+
+namespace Routing::Multicast {
+
+class ExternalForwarderStatus : public Vesk::Entity {
+  VESK_RECORD(Routing::Multicast::ExternalForwarderStatus)
+  VESK_SHARED_ROWS(::Multicast::L2PortVlan, ExternalForwarderIntfStatus, intfStatus, 40960)
+
+  [[nodiscard]] static std::string mountPath(Pavlin::AddressFamily af) {
+    return fmt::format("multicast/{}/externalForwarderStatus", Pavlin::stringValue(af));
+  }
+};
+
+}  // namespace Routing::Multicast

@@ -1,0 +1,3 @@
+#include "records/GmpProxyStatus.h"
+
+VESK_REGISTER(Irb::Multicast::GmpProxyStatus)

@@ -1,0 +1,3 @@
+#include "records/McastEvpnStatus.h"
+
+VESK_REGISTER(Routing::Multicast::McastEvpnStatus)

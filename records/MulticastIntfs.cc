@@ -1,0 +1,3 @@
+#include "records/MulticastIntfs.h"
+
+VESK_REGISTER(Routing::Multicast::MulticastIntfsForApplications)

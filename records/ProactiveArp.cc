@@ -1,0 +1,3 @@
+#include "records/ProactiveArp.h"
+
+VESK_REGISTER(Arp::ProactiveArp::ClientConfig)

@@ -1,0 +1,3 @@
+#include "records/Redundancy.h"
+
+VESK_REGISTER(Redundancy::RedundancyStatus)

@@ -1,0 +1,3 @@
+#include "records/UnderlayGmp.h"
+
+VESK_REGISTER(Routing::Gmp::Briskel::Status)

@@ -1,0 +1,44 @@
+// Filters that decide which underlay routes this switch joins.
+// Written by: the agent adds filters; change machines raise `filterChange`. Read by: the reduction
+// of vlan groups. A concrete filter that declares attributes of its own goes on counting where the
+// base ended:
+//   class SomeFilter : public UnderlayRouteFilterBase {
+//     using UnderlayRouteFilterBase::veskCount;
+//     using UnderlayRouteFilterBase::veskField;
+//     VESK_RECORD(...)
+#pragma once
+
+#include <vector>
+
+#include "records/Keys.h"
+#include "records/Rows.h"
+#include "runtime/Record.h"
+
+namespace Routing::Multicast {
+
+class UnderlayRouteFilterBase : public Vesk::Entity {
+  VESK_RECORD(Routing::Multicast::UnderlayRouteFilterBase)
+  /// Raised whenever an answer may have changed: users review all routes.
+  VESK_VALUE(std::uint32_t, filterChange)
+
+  void filterChangeInc(std::uint32_t n) { filterChangeIs(filterChange() + n); }
+  /// True if the route takes part.
+  [[nodiscard]] virtual bool filterUnderlayRoute(const UnderlayRouteContext& context) const = 0;
+};
+
+class UnderlayRouteFilterSet : public Vesk::Entity {
+  VESK_RECORD(Routing::Multicast::UnderlayRouteFilterSet)
+
+  /// In the order in which they were added.
+  [[nodiscard]] const std::vector<Ombra::Ptr<UnderlayRouteFilterBase>>& filter() const {
+    return filter_;
+  }
+  void filterIs(const Ombra::Ptr<UnderlayRouteFilterBase>& filter);
+  /// True if every filter lets the route take part; all are asked.
+  [[nodiscard]] bool filterUnderlayRoute(const UnderlayRouteContext& context) const;
+
+ private:
+  std::vector<Ombra::Ptr<UnderlayRouteFilterBase>> filter_;
+};
+
+}  // namespace Routing::Multicast

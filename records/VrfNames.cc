@@ -1,0 +1,3 @@
+#include "records/VrfNames.h"
+
+VESK_REGISTER(Vrf::VrfIdMap::NameToIdMap)

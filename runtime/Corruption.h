@@ -1,0 +1,21 @@
+// Damaged rows of shared tables: found on a read, reported to the table, and never seen by the logic.
+// A read that meets a damaged row yields the default value; an iteration ends there.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace Vesk {
+class Entity;
+}
+
+namespace VeskSharedMem {
+
+/// Raises and catches the corruption inside this layer and reports it to the table that holds the row. Always true.
+bool damagedRow(const Vesk::Entity& holder, const std::string& keyText);
+
+/// Who hears of corruption: path of the table, and the text.
+using CorruptionSink = std::function<void(const std::string& table, const std::string& text)>;
+void corruptionSinkIs(CorruptionSink sink);
+
+}  // namespace VeskSharedMem

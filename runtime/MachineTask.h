@@ -1,0 +1,42 @@
+// Tasks and timers as members of a machine: switched with it, and it lives through their bodies.
+#pragma once
+
+#include <utility>
+
+#include "runtime/Machine.h"
+#include "runtime/Task.h"
+
+namespace Vesk {
+
+/// A Sylva::Task or Sylva::TimerTask whose body is a member function of the machine that holds it.
+template <class Base>
+class OwnedTask final : public Base, public Part {
+ public:
+  using Body = void (*)(Machine&);
+  OwnedTask(Machine* owner, Sylva::TaskScheduler* scheduler, Sylva::TaskPriority priority, std::string name, Body body)
+      : Base(scheduler, priority, std::move(name)), Part(owner), owner_(owner), body_(body) {
+    Base::activeIs(owner->hasNotificationActive());
+  }
+
+ private:
+  /// Held from here and not by the scheduler, since the body may drop this task and keep its machine.
+  void run() override {
+    const Ombra::Ptr<Machine> alive(owner_);
+    body_(*alive);
+  }
+  void activeIs(bool active) override { Base::activeIs(active); }
+
+  Machine* owner_;
+  Body body_;
+};
+
+using MachineTask = OwnedTask<Sylva::Task>;
+using MachineTimer = OwnedTask<Sylva::TimerTask>;
+
+/// The body argument of an owned task: `taskBody<&Sm::handleTimerExpiry>`.
+template <auto Handler>
+void taskBody(Machine& machine) {
+  runHandler<Handler, void>(machine, nullptr);
+}
+
+}  // namespace Vesk

@@ -1,0 +1,85 @@
+// How a change reaches those who watch it.
+// Owns: the list of listeners of one entity, one pointer when nobody watches.
+// Publishing runs the handlers at once, on the same stack, in the order of subscription, nested to any depth. During a
+// dispatch a listener that goes is not called and one that comes does not see the event in flight; the machine, the entity
+// and the entry that it stands on may all be deleted by a handler.
+#pragma once
+
+#include <cstdint>
+
+#include "runtime/Node.h"
+
+namespace Ombra {
+/// Identity of an attribute within its record.
+using FieldId = std::uint16_t;
+}  // namespace Ombra
+
+namespace Vesk {
+
+class Entity;
+class Machine;
+class Publisher;
+
+/// One subscription, a member of whoever subscribes. Not copied, not moved; gone with its owner.
+class Listener {
+ public:
+  /// Gets the attribute that changed and, for a collection, a pointer to the key (of the collection's own key type).
+  using Call = void (*)(Listener& self, Ombra::FieldId field, const void* key);
+  static constexpr Ombra::FieldId anyField = 0xffff;
+
+  /// Listens for the machine: silent while the machine is a zombie, and the machine lives through the call.
+  Listener(Machine* owner, Ombra::FieldId field, Call call) : call_(call), owner_(owner), field_(field) {}
+  /// An observer: hears every attribute of the entity, before any machine does.
+  explicit Listener(Call call) : call_(call) {}
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+  ~Listener() { detach(); }
+
+  /// Starts to listen to the entity, which may be null: then nothing is heard. Detaches first.
+  void attach(const Entity* entity);
+  void detach();
+  [[nodiscard]] bool attached() const { return publisher_ != nullptr; }
+  [[nodiscard]] Machine* owner() const { return owner_; }
+
+ private:
+  friend class Publisher;
+  void fire(Ombra::FieldId field, const void* key);
+
+  Listener* next_ = nullptr;
+  Listener* previous_ = nullptr;
+  Publisher* publisher_ = nullptr;
+  Call call_;
+  Machine* owner_ = nullptr;
+  std::uint64_t joined_ = 0;
+  Ombra::FieldId field_ = anyField;
+};
+
+/// The listeners of one entity.
+class Publisher {
+ public:
+  Publisher() = default;
+  Publisher(const Publisher&) = delete;
+  Publisher& operator=(const Publisher&) = delete;
+  ~Publisher() { dropAll(); }
+
+  [[nodiscard]] bool watched() const { return head_ != nullptr; }
+  void publish(Ombra::FieldId field, const void* key) {
+    if (head_ != nullptr) dispatch(field, key);
+  }
+  /// Forgets the machines that listen, without a word to them: their process is gone. Observers stay.
+  void dropMachines();
+
+  /// Test mode: every new subscription takes a random place among the machines of its entity. 0 switches it off.
+  static void shuffleSeedIs(std::uint64_t seed);
+
+ private:
+  friend class Listener;
+  void dispatch(Ombra::FieldId field, const void* key);
+  void add(Listener* listener);
+  void remove(Listener* listener);
+  void dropAll();
+
+  Listener* head_ = nullptr;  // a ring: head_->previous_ is the last one
+};
+
+}  // namespace Vesk

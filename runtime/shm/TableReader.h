@@ -1,0 +1,142 @@
+// A shared table as other processes see it, with a live writer, a dead one or none.
+// Owns: a mapping that it cannot write through, save the two words that say "I sleep".
+// Reads: rows and index while the writer changes them; a row is whole or it is not delivered.
+// Writes: nothing a writer depends on. Caveats: one thread per reader object; the bytes handed
+// to a callback are this object's scratch and last until the callback returns.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "runtime/shm/TableFile.h"
+
+namespace VeskSharedMem {
+
+// How far a reader has followed the changes. Take one, then scan, then follow.
+struct TableCursor {
+  uint64_t epoch = 0;
+  uint64_t position = 0;
+};
+
+class TableReader {
+ public:
+  enum class Changes {
+    ok,
+    overrun,  // some changes are lost, or the writer is another one: scan, the cursor is fresh
+  };
+  enum class Check {
+    stateOnly,
+    checksum,
+  };
+
+  // Both throw TableError when the file is absent or not such a table.
+  static std::unique_ptr<TableReader> open(const std::string& path, const TableShape& shape);
+  static std::unique_ptr<TableReader> openAny(const std::string& path);
+
+  // Verifies the checksum. A corrupt row's value is copied too, as it stands.
+  RowState find(const void* key, void* value);
+
+  // Calls f(row, key, value, corrupt) for each row and returns how many were too busy to be read,
+  // which only a writer that hammers on them can cause.
+  template <class Function>
+  uint32_t forEach(Function f, Check check = Check::stateOnly);
+
+  TableCursor cursor() const;
+  // Calls f(row, state, key, value) for each change after the cursor and moves it on. The state is
+  // the present one, so a row changed twice is told twice alike. A missing row tells no key: a
+  // consumer remembers which key it saw under which row number, and a live row may carry another
+  // key than before, which means that the former one is gone.
+  template <class Function>
+  Changes changesSince(TableCursor& cursor, Function f);
+  // False after the timeout. Returns at once when changes are there already.
+  bool waitForChange(const TableCursor& cursor, std::chrono::milliseconds timeout);
+
+  uint32_t size() const;
+  const TableShape& shape() const { return layout_.shape; }
+  const std::string& path() const { return file_.path(); }
+  bool hasWriter() const { return file_.isClaimed(); }
+  // The path leads elsewhere by now; what is mapped here will not change any more.
+  bool isReplaced() const { return file_.isReplaced(); }
+
+ private:
+  explicit TableReader(TableFile file);
+
+  const std::byte* key() const { return scratch_.data(); }
+  const std::byte* value() const { return key() + layout_.shape.keySize; }
+  uint32_t rowsInUse() const;
+  static bool copyLiveRow(RowView row, std::byte* to, size_t size);
+  RowState readRow(uint32_t number, Check check);
+  RowState readBusyRow(uint32_t number, uint32_t word, Check check);
+  RowState judge(uint32_t state, uint32_t checksum, Check check) const;
+  RowState findByIndex(const void* key, uint64_t hash);
+  RowState findByScan(const void* key);
+  bool isCaughtUp(const TableCursor& cursor) const;
+
+  TableFile file_;
+  TableLayout layout_;
+  TableHeader& header_;
+  std::vector<std::byte> scratch_;  // the row read last
+};
+
+// The usual case of readRow, for a scan: a live row that nobody touches.
+inline bool TableReader::copyLiveRow(RowView row, std::byte* to, size_t size) {
+  const uint32_t word = row.word().load(std::memory_order_acquire);
+  if ((word & (RowWord::kBusy | RowWord::kStateMask)) != RowWord::kLive) return false;
+  const std::byte* from = row.bytes();
+  for (size_t at = 0; at < size; at += 8)
+    std::memcpy(to + at, from + at, 8);
+  std::atomic_thread_fence(std::memory_order_acquire);
+  return row.word().load(std::memory_order_relaxed) == word;
+}
+
+template <class Function>
+uint32_t TableReader::forEach(Function f, Check check) {
+  uint32_t skipped = 0;
+  const uint32_t end = rowsInUse();
+  const size_t stride = layout_.rowStride;
+  const size_t size = scratch_.size();
+  std::byte* const scratch = scratch_.data();
+  RowView row = file_.row(0);
+  for (uint32_t number = 0; number < end; ++number, row.base += stride) {
+    const RowState state = check == Check::stateOnly && copyLiveRow(row, scratch, size)
+                               ? RowState::live
+                               : readRow(number, check);
+    if (state == RowState::missing) continue;
+    if (state == RowState::busy) {
+      ++skipped;
+      continue;
+    }
+    f(number, scratch, scratch + layout_.shape.keySize, state == RowState::corrupt);
+  }
+  return skipped;
+}
+
+template <class Function>
+TableReader::Changes TableReader::changesSince(TableCursor& cursor, Function f) {
+  const uint64_t slots = layout_.journalSlots;
+  const TableCursor latest = this->cursor();
+  if (cursor.epoch != latest.epoch || latest.position - cursor.position >= slots) {
+    cursor = latest;
+    return Changes::overrun;
+  }
+  for (uint64_t at = cursor.position; at != latest.position; ++at) {
+    const uint32_t number =
+        sharedWord(file_.journal()[at & (slots - 1)]).load(std::memory_order_acquire);
+    if (number >= layout_.shape.capacity) continue;
+    const RowState state = readRow(number, Check::checksum);
+    // A row that is busy all the time will be in the journal again.
+    if (state != RowState::busy) f(number, state, key(), value());
+  }
+  // Entries that were overwritten meanwhile named other rows; nothing false was told, but the
+  // changes that they held are lost.
+  std::atomic_thread_fence(std::memory_order_acquire);
+  const TableCursor now = this->cursor();
+  const bool isLost = now.epoch != cursor.epoch || now.position - cursor.position >= slots;
+  cursor = isLost ? now : latest;
+  return isLost ? Changes::overrun : Changes::ok;
+}
+
+}  // namespace VeskSharedMem

@@ -1,0 +1,307 @@
+#include "runtime/shm/TableWriter.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace VeskSharedMem {
+namespace {
+
+// A table without values may be given null for them.
+bool isEqual(const void* one, const void* other, size_t size) {
+  return size == 0 || std::memcmp(one, other, size) == 0;
+}
+
+}  // namespace
+
+std::unique_ptr<TableWriter> TableWriter::open(const std::string& path, const TableShape& shape) {
+  std::unique_ptr<TableWriter> writer(new TableWriter(TableFile::forWriter(path, shape)));
+  writer->recover();
+  return writer;
+}
+
+TableWriter::TableWriter(TableFile file)
+    : file_(std::move(file)), layout_(file_.layout()), header_(file_.header()) {}
+
+TableWriter::~TableWriter() {
+  // A forked child that drops its copy must not take the name off its parent's claim.
+  const auto pid = static_cast<uint32_t>(getpid());
+  if (header_.writerPid == pid) sharedWord(header_.writerPid).store(0);
+}
+
+// Opening after any end of the writer before us. Nothing but the rows is believed: the index, the
+// free list and the count follow from them. Each step may be cut short and done again.
+void TableWriter::recover() {
+  undoUnfinished();
+  const uint32_t version = beginIndexRebuild();
+  settleRows();
+  sharedWord(header_.indexVersion).store(version + 1, std::memory_order_release);
+  // Changes from before may have missed the journal; a new epoch tells every reader to rescan.
+  sharedWord(header_.writerEpoch).fetch_add(1, std::memory_order_release);
+  wakeReaders();
+}
+
+void TableWriter::undoUnfinished() {
+  const RowView undo = file_.undo();
+  const uint32_t saved = undo.word().load(std::memory_order_acquire);
+  if (saved != 0 && saved <= capacity()) {
+    const RowView row = file_.row(saved - 1);
+    const uint32_t word = row.word().load(std::memory_order_relaxed);
+    if (RowWord::isBusy(word) && RowWord::state(word) != RowWord::kFree) {
+      copyRow(row, undo);
+      row.word().store(RowWord::committed(word, RowWord::state(word)), std::memory_order_release);
+    }
+  }
+  undo.word().store(0, std::memory_order_release);
+}
+
+void TableWriter::settleRows() {
+  for (uint32_t slot = 0; slot < layout_.indexSlots; ++slot) {
+    sharedWord(file_.index()[slot]).store(0, std::memory_order_relaxed);
+  }
+  const uint32_t end = header_.highWater;
+  // Downwards, so that the free list hands out low numbers first and scans stay short.
+  for (uint32_t number = end; number-- > 0;) {
+    const RowView row = file_.row(number);
+    const uint32_t word = row.word().load(std::memory_order_relaxed);
+    const uint32_t state = RowWord::state(word);
+    // Covers an insert cut short: a busy free row is as free as any.
+    if (state == RowWord::kFree) {
+      row.checksum().store(freeRow_, std::memory_order_relaxed);
+      freeRow_ = number;
+      continue;
+    }
+    // Neither a busy row without its undo nor an unknown state comes from a mere kill.
+    const uint64_t hash = layout_.hashOfKey(row.bytes());
+    const bool isSound = state == RowWord::kLive ? isIntact(row, hash) : state == RowWord::kCorrupt;
+    if (RowWord::isBusy(word) || !isSound) setRowState(number, RowWord::kCorrupt);
+    indexRow(number, hash);
+  }
+  sharedWord(header_.rowCount).store(rowCount_, std::memory_order_relaxed);
+}
+
+// Two rows can claim one key only when memory was damaged. The undamaged one stays.
+void TableWriter::indexRow(uint32_t number, uint64_t hash) {
+  const Place place = locate(file_.row(number).bytes(), hash);
+  uint32_t keeper = number;
+  if (place.row != kNoRow) {
+    uint32_t loser = place.row;
+    if (stateOf(number) == RowWord::kCorrupt) std::swap(keeper, loser);
+    freeRow(loser);
+  } else {
+    ++rowCount_;
+  }
+  sharedWord(file_.index()[place.slot])
+      .store(layout_.slotEntry(hash, keeper), std::memory_order_relaxed);
+}
+
+uint32_t TableWriter::beginIndexRebuild() {
+  const uint32_t version = header_.indexVersion | 1;
+  sharedWord(header_.indexVersion).store(version, std::memory_order_relaxed);
+  std::atomic_thread_fence(std::memory_order_release);
+  return version;
+}
+
+TableWriter::Place TableWriter::locate(const void* key, uint64_t hash) const {
+  for (uint32_t slot = layout_.homeSlot(hash);; slot = layout_.nextSlot(slot)) {
+    const uint32_t entry = file_.index()[slot];
+    if (entry == 0) return {slot, kNoRow};
+    if (!layout_.slotMatches(entry, hash)) continue;
+    const uint32_t number = layout_.slotRow(entry);
+    if (std::memcmp(file_.row(number).bytes(), key, layout_.shape.keySize) == 0) {
+      return {slot, number};
+    }
+  }
+}
+
+uint32_t TableWriter::stateOf(uint32_t number) const {
+  return RowWord::state(file_.row(number).word().load(std::memory_order_relaxed));
+}
+
+bool TableWriter::isIntact(RowView row, uint64_t keyHash) const {
+  return row.checksum().load(std::memory_order_relaxed) ==
+         layout_.checksumOf(keyHash, valueOf(row));
+}
+
+TableWriter::Put TableWriter::put(const void* key, const void* value) {
+  const uint64_t hash = layout_.hashOfKey(key);
+  const Place place = locate(key, hash);
+  if (place.row == kNoRow) {
+    if (rowCount_ == capacity()) return Put::full;
+    insertRow(place, hash, key, value);
+    return Put::inserted;
+  }
+  const uint32_t checksum = layout_.checksumOf(hash, value);
+  const RowView row = file_.row(place.row);
+  if (stateOf(place.row) == RowWord::kLive &&
+      row.checksum().load(std::memory_order_relaxed) == checksum &&
+      isEqual(valueOf(row), value, layout_.shape.valueSize)) {
+    return Put::unchanged;
+  }
+  updateRow(place.row, checksum, value);
+  return Put::updated;
+}
+
+// The row's word commits. Before it the row counts as free, whatever its bytes are.
+void TableWriter::insertRow(Place place, uint64_t hash, const void* key, const void* value) {
+  uint32_t number = freeRow_;
+  if (number != kNoRow) {
+    freeRow_ = file_.row(number).checksum().load(std::memory_order_relaxed);
+  } else {
+    number = header_.highWater;
+    sharedWord(header_.highWater).store(number + 1, std::memory_order_release);
+  }
+  const RowView row = file_.row(number);
+  const uint32_t word = row.word().load(std::memory_order_relaxed);
+  row.word().store(word | RowWord::kBusy, std::memory_order_release);
+  std::atomic_thread_fence(std::memory_order_release);
+  std::memcpy(row.bytes(), key, layout_.shape.keySize);
+  storeValue(row, layout_.checksumOf(hash, value), value);
+  sharedWord(file_.index()[place.slot])
+      .store(layout_.slotEntry(hash, number), std::memory_order_release);
+  row.word().store(RowWord::committed(word, RowWord::kLive), std::memory_order_release);
+  setRowCount(rowCount_ + 1);
+  announce(number);
+}
+
+// While the row is busy the undo area holds its last committed version, for a reader that does
+// not want to wait and for the writer after us.
+void TableWriter::updateRow(uint32_t number, uint32_t checksum, const void* value) {
+  const RowView row = file_.row(number);
+  const RowView undo = file_.undo();
+  std::atomic_thread_fence(std::memory_order_release);
+  copyRow(undo, row);
+  undo.word().store(number + 1, std::memory_order_release);
+  const uint32_t word = row.word().load(std::memory_order_relaxed);
+  row.word().store(word | RowWord::kBusy, std::memory_order_release);
+  std::atomic_thread_fence(std::memory_order_release);
+  storeValue(row, checksum, value);
+  row.word().store(RowWord::committed(word, RowWord::kLive), std::memory_order_release);
+  undo.word().store(0, std::memory_order_release);
+  announce(number);
+}
+
+void TableWriter::copyRow(RowView to, RowView from) {
+  to.checksum().store(from.checksum().load(std::memory_order_relaxed), std::memory_order_relaxed);
+  std::memcpy(to.bytes(), from.bytes(), layout_.payloadSize);
+}
+
+void TableWriter::storeValue(RowView row, uint32_t checksum, const void* value) {
+  row.checksum().store(checksum, std::memory_order_relaxed);
+  if (layout_.shape.valueSize == 0) return;
+  std::memcpy(row.bytes() + layout_.shape.keySize, value, layout_.shape.valueSize);
+}
+
+bool TableWriter::erase(const void* key) {
+  const Place place = locate(key, layout_.hashOfKey(key));
+  if (place.row == kNoRow) return false;
+  freeRow(place.row);
+  dropSlot(place.slot);
+  setRowCount(rowCount_ - 1);
+  announce(place.row);
+  return true;
+}
+
+void TableWriter::freeRow(uint32_t number) {
+  setRowState(number, RowWord::kFree);
+  file_.row(number).checksum().store(freeRow_, std::memory_order_relaxed);
+  freeRow_ = number;
+}
+
+// Closes the gap by moving later entries of the run back. An entry is copied before its old slot
+// changes, so the index is complete after every store; a reader that looks in both places at the
+// wrong times sees the version differ.
+void TableWriter::dropSlot(uint32_t slot) {
+  const uint32_t slots = layout_.indexSlots;
+  const auto distance = [slots](uint32_t from, uint32_t to) {
+    return to >= from ? to - from : to + slots - from;
+  };
+  uint32_t hole = slot;
+  for (uint32_t at = layout_.nextSlot(slot);; at = layout_.nextSlot(at)) {
+    const uint32_t entry = file_.index()[at];
+    if (entry == 0) break;
+    const uint32_t home =
+        layout_.homeSlot(layout_.hashOfKey(file_.row(layout_.slotRow(entry)).bytes()));
+    if (distance(home, at) < distance(hole, at)) continue;
+    storeSlotAfterBump(hole, entry);
+    hole = at;
+  }
+  storeSlotAfterBump(hole, 0);
+}
+
+void TableWriter::storeSlotAfterBump(uint32_t slot, uint32_t entry) {
+  sharedWord(header_.indexVersion).store(header_.indexVersion + 2, std::memory_order_relaxed);
+  std::atomic_thread_fence(std::memory_order_release);
+  sharedWord(file_.index()[slot]).store(entry, std::memory_order_relaxed);
+}
+
+void TableWriter::clear() {
+  const uint32_t version = beginIndexRebuild();
+  const uint32_t end = header_.highWater;
+  for (uint32_t number = 0; number < end; ++number) {
+    if (stateOf(number) == RowWord::kFree) continue;
+    setRowState(number, RowWord::kFree);
+    announce(number);
+  }
+  for (uint32_t slot = 0; slot < layout_.indexSlots; ++slot) {
+    sharedWord(file_.index()[slot]).store(0, std::memory_order_relaxed);
+  }
+  freeRow_ = kNoRow;
+  sharedWord(header_.highWater).store(0, std::memory_order_release);
+  setRowCount(0);
+  sharedWord(header_.indexVersion).store(version + 1, std::memory_order_release);
+}
+
+RowState TableWriter::find(const void* key, void* value) const {
+  const uint64_t hash = layout_.hashOfKey(key);
+  const Place place = locate(key, hash);
+  if (place.row == kNoRow) return RowState::missing;
+  const RowView row = file_.row(place.row);
+  if (layout_.shape.valueSize > 0) {
+    std::memcpy(value, valueOf(row), layout_.shape.valueSize);
+  }
+  const bool isGood = stateOf(place.row) == RowWord::kLive && isIntact(row, hash);
+  return isGood ? RowState::live : RowState::corrupt;
+}
+
+bool TableWriter::markCorrupt(const void* key) {
+  const Place place = locate(key, layout_.hashOfKey(key));
+  if (place.row == kNoRow) return false;
+  setRowState(place.row, RowWord::kCorrupt);
+  announce(place.row);
+  return true;
+}
+
+void TableWriter::setRowState(uint32_t number, uint32_t state) {
+  const RowView row = file_.row(number);
+  const uint32_t word = row.word().load(std::memory_order_relaxed);
+  row.word().store(RowWord::committed(word, state), std::memory_order_release);
+  // Whatever is written to a row that has just become free must not be seen before that.
+  std::atomic_thread_fence(std::memory_order_release);
+}
+
+void TableWriter::setRowCount(uint32_t count) {
+  rowCount_ = count;
+  sharedWord(header_.rowCount).store(count, std::memory_order_relaxed);
+}
+
+void TableWriter::announce(uint32_t number) {
+  const uint64_t head = header_.journalHead;
+  sharedWord(file_.journal()[head & (layout_.journalSlots - 1)])
+      .store(number, std::memory_order_release);
+  sharedWord(header_.journalHead).store(head + 1, std::memory_order_release);
+}
+
+// The fence pairs with the one in the reader: either we see that it sleeps or it sees our change.
+void TableWriter::wakeReaders() {
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  if (sharedWord(header_.sleeping).load(std::memory_order_relaxed) == 0) return;
+  sharedWord(header_.sleeping).store(0, std::memory_order_seq_cst);
+  sharedWord(header_.wakeWord).fetch_add(1, std::memory_order_seq_cst);
+  syscall(SYS_futex, &header_.wakeWord, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+}
+
+}  // namespace VeskSharedMem

@@ -1,0 +1,95 @@
+// The one process that changes a shared table: puts, erases, repairs on opening.
+// Owns: the claim on the file while it lives, and the list of free rows.
+// Reads: what an earlier writer left behind, however that ended.
+// Writes: rows, index, journal and counts, in an order that leaves every row old or new at any
+// instant; see docs/shared-tables.md. Caveat: one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "runtime/shm/TableFile.h"
+
+namespace VeskSharedMem {
+
+class TableWriter {
+ public:
+  enum class Put { inserted, updated, unchanged, full };
+
+  // Opens the table or creates it. Throws TableError when the file is not such a table or when
+  // another writer holds it.
+  static std::unique_ptr<TableWriter> open(const std::string& path, const TableShape& shape);
+  ~TableWriter();
+  TableWriter(const TableWriter&) = delete;
+  TableWriter& operator=(const TableWriter&) = delete;
+
+  // A row with equal bytes is left alone, unless it is corrupt: then it is written anew.
+  Put put(const void* key, const void* value);
+  bool erase(const void* key);
+  void clear();
+  // Returns missing, live or corrupt. A corrupt row's value is copied too, as it stands.
+  RowState find(const void* key, void* value) const;
+  bool markCorrupt(const void* key);
+
+  // Calls f(key, value, corrupt) for every row; f may erase the row that it is given.
+  template <class Function>
+  void forEach(Function f) const;
+
+  // The end of a batch: rouses the readers that sleep. One system call at most, none usually.
+  void wakeReaders();
+
+  uint32_t size() const { return rowCount_; }
+  uint32_t capacity() const { return layout_.shape.capacity; }
+  const TableShape& shape() const { return layout_.shape; }
+  const std::string& path() const { return file_.path(); }
+
+ private:
+  struct Place {
+    uint32_t slot;
+    uint32_t row;  // kNoRow: the slot is empty
+  };
+  static constexpr uint32_t kNoRow = UINT32_MAX;
+
+  explicit TableWriter(TableFile file);
+
+  void recover();
+  void undoUnfinished();
+  void settleRows();
+  void indexRow(uint32_t number, uint64_t hash);
+
+  Place locate(const void* key, uint64_t hash) const;
+  uint32_t stateOf(uint32_t number) const;
+  const std::byte* valueOf(RowView row) const { return row.bytes() + layout_.shape.keySize; }
+  bool isIntact(RowView row, uint64_t keyHash) const;
+  void insertRow(Place place, uint64_t hash, const void* key, const void* value);
+  void updateRow(uint32_t number, uint32_t checksum, const void* value);
+  void copyRow(RowView to, RowView from);
+  void storeValue(RowView row, uint32_t checksum, const void* value);
+  void freeRow(uint32_t number);
+  void dropSlot(uint32_t slot);
+  void storeSlotAfterBump(uint32_t slot, uint32_t entry);
+  void setRowState(uint32_t number, uint32_t state);
+  void setRowCount(uint32_t count);
+  void announce(uint32_t number);
+  uint32_t beginIndexRebuild();
+
+  TableFile file_;
+  TableLayout layout_;
+  TableHeader& header_;
+  uint32_t rowCount_ = 0;
+  uint32_t freeRow_ = kNoRow;  // the rest of the list goes through the free rows' checksum words
+};
+
+template <class Function>
+void TableWriter::forEach(Function f) const {
+  const uint32_t end = header_.highWater;
+  for (uint32_t number = 0; number < end; ++number) {
+    const uint32_t state = stateOf(number);
+    if (state == RowWord::kFree) continue;
+    const std::byte* key = file_.row(number).bytes();
+    f(key, key + layout_.shape.keySize, state == RowWord::kCorrupt);
+  }
+}
+
+}  // namespace VeskSharedMem

@@ -1,0 +1,461 @@
+// Records: all of them are known by name, the paths they stand under agree in the catalogue and the
+// profile, and the reads that they compute give what the tables here say.
+
+#include <map>
+#include <set>
+
+#include <gtest/gtest.h>
+#include <yaml-cpp/yaml.h>
+
+#include "records/BriskelInputs.h"
+#include "records/Egress.h"
+#include "records/ElectedDf.h"
+#include "records/EncapTables.h"
+#include "records/Fib.h"
+#include "records/IpTunnelMappingStatus.h"
+#include "records/MlagVxlanState.h"
+#include "records/MountCatalog.h"
+#include "records/MulticastGroups.h"
+#include "records/ReadyStatus.h"
+#include "records/Tunnels.h"
+#include "records/UnderlayRouteFilter.h"
+#include "records/VrfLeak.h"
+#include "records/VrfNames.h"
+
+namespace {
+
+using Bridging::VlanId;
+using Irb::Multicast::ReceiverDomain;
+using Ombra::make;
+using Pavlin::IpGenAddr;
+using Routing::Multicast::OverlayAddr;
+using Routing::Multicast::UnderlayAddr;
+using Routing::Multicast::UnderlayRoute;
+using Vesk::valueOf;
+
+/// The value that a text stands for.
+template <class T>
+T of(const char* text) {
+  return valueOf<T>(text);
+}
+
+TEST(Records, areRegisteredUnderTheirNames) {
+  const std::map<std::string, std::vector<const char*>> expected{
+      {"Routing::Multicast::",
+       {"IpTunnelGroupConfig",
+        "IpTunnelGroupIntfConfig",
+        "VlanGroupConfigEntry",
+        "VrfGroupConfigEntry",
+        "IpTunnelConfigEntry",
+        "IpTunnelVlanGroupStatus",
+        "VlanToMulticastGroup",
+        "VlanToFloodGroup",
+        "Evpn::Config",
+        "McastEvpnStatus",
+        "VrfLeak::McastVrfLeakConfig",
+        "VrfLeak::McastVrfLeakVrfConfig",
+        "VrfLeak::VrfLeakMatcherStatus",
+        "VrfLeak::VrfPfxListMatcherStatus",
+        "Fib::VrfEnabledStatus",
+        "Fib::Hardware::Status",
+        "Fib::Hardware::VrfStatus",
+        "Fib::Hardware::RouteStatus",
+        "MulticastIntfsForApplications",
+        "PegDrStatus",
+        "PegVlanStatus",
+        "PegNeighborStatus",
+        "PegVlanNeighbor",
+        "MvpnIntfStatus",
+        "ExternalForwarderStatus",
+        "ElectedDFStatusDir",
+        "IpTunnelForwardingStatus",
+        "IpTunnelVlanForwardingStatus",
+        "VlanToOverlayGroup",
+        "UnderlayRouteFilterSet",
+        "UnderlayRouteFilterBase",
+        "MlagVxlanState"}},
+      {"Routing::",
+       {"Pim::SparseMode::ConfigColl", "Pim::SparseMode::Config", "Gmp::Briskel::Status",
+        "Policy::PolicyRoot", "Policy::PrefixList"}},
+      {"Irb::Multicast::",
+       {"EvpnStaticStatus", "EvpnStaticConfig", "IgmpProxyStatus", "GatewayEsStatus",
+        "GmpProxyStatus", "McastIrbStatus", "SbdToVlanStatus", "SbdVlanState",
+        "Gmp::MembershipJoinStatus", "Gmp::VlanMembershipJoin", "Gmp::GroupMembershipJoin",
+        "Gmp::SourceMembershipJoin", "Egress::MembershipJoinStatusColl", "Egress::McastVrfLeakCtx",
+        "Egress::OverlayChangeSet"}},
+      {"Multicast::Vpn::",
+       {"EncapReadyStatusColl", "EncapReadyStatus", "DecapReadyStatusColl", "DecapReadyStatus",
+        "VlanGroupTableColl", "VlanGroupTable", "GroupTable", "IngressL3RouteStatus",
+        "IngressVrfStatus", "ArpEntryVrfColl", "VrfGroupColl", "IpTunnelMappingSmPendingGroups",
+        "IpTunnelMappingStatus", "VlanToGroupMapping", "ImmediateGroupVrfStatus"}},
+      {"Multicast::Tunnel::",
+       {"IrVxlanIpv4TunnelRequestTable", "PimVxlanTunnelRequestTable", "McastTunnelStatus",
+        "IrVxlanIpv4TunnelTable", "PimVxlanTunnelTable", "IrVxlanIpv4TunnelRequestDir",
+        "PimVxlanTunnelRequestDir", "IrVxlanIpv4TunnelLocalStatus", "IrVxlanIpv4VtepStatus"}},
+      {"Bridging::",
+       {"VlanStatusDir", "VlanStatus", "IgmpSnooping::Status", "IgmpSnooping::Config",
+        "HwCapabilities"}},
+      {"Vxlan::",
+       {"VtiStatusDir", "VtiStatus", "EnabledStatus", "VxlanConfigDir", "VxlanConfig",
+        "RemoteVniToVlanStatus", "RemoteVniColl"}},
+      {"Stage::", {"AgentStatus", "ProgressDir", "CompletionStatusDir", "AgentConfig"}},
+      {"",
+       {"Mlag::Status", "Mlag::ProtoStatus", "Mlag::VxlanStatus", "Acl::AclListConfig",
+        "Acl::PrefixListConfig", "Redundancy::RedundancyStatus", "Evpn::EvpnStatus",
+        "Evpn::EthernetSegmentStatus", "McastCommon::AgentStatus",
+        "McastCommon::AgentRunningStatus", "Arp::Table::Status", "Arp::ProactiveArp::ClientConfig",
+        "Briskel::Bridging::Status", "Vrf::VrfIdMap::Status", "Vrf::VrfIdMap::NameToIdMap",
+        "Ip::MulticastGroupsForApplications", "Ip6::MulticastGroupsForApplications"}},
+  };
+  for (const auto& [prefix, names] : expected)
+    for (const char* name : names) {
+      SCOPED_TRACE(name);
+      const auto* type = Vesk::RecordType::find(prefix + name);
+      ASSERT_NE(type, nullptr) << prefix;
+      // Two attributes under one id would answer each other's subscriptions.
+      std::set<Ombra::FieldId> ids;
+      for (const auto* field : type->fields())
+        EXPECT_TRUE(ids.insert(field->id).second);
+    }
+}
+
+TEST(MountCatalog, hasTypedPathsThatAreToldApart) {
+  std::set<std::string> paths;
+  for (const auto& mount : Corvane::mountCatalog()) {
+    EXPECT_TRUE(paths.insert(mount.path).second) << mount.path << " stands twice";
+    const auto* type = mount.recordType();
+    ASSERT_NE(type, nullptr) << mount.path << " has no type " << mount.type;
+    // Shared tables are sized from the record.
+    if (mount.store == Corvane::Store::stateDb) continue;
+    for (const auto* field : type->fields()) {
+      if (field->kind == Vesk::FieldKind::valueMap || field->kind == Vesk::FieldKind::valueSet) {
+        EXPECT_GT(field->capacity, 0U) << mount.type << " " << field->name;
+      }
+    }
+  }
+  const std::pair<const char*, const char*> types[]{
+      {"redundancy/status", "Redundancy::RedundancyStatus"},
+      {"multicast/ipv6/irb/status/client3", "Irb::Multicast::McastIrbStatus"},
+      {"routing/gmp/ipv4/status/corvane/default", "Routing::Gmp::Briskel::Status"},
+      {"vxlan/remoteVniToVlan/static/Vxlan1", "Vxlan::RemoteVniToVlanStatus"},
+      {"multicast/agent/running/Corvane", "McastCommon::AgentRunningStatus"},
+      {"multicastIntfs/application/corvane", "Vesk::Dir"},
+      {"multicastIntfs6/application/routing", "Vesk::Dir"},
+      {"multicastIntfs/application/routing/red",
+       "Routing::Multicast::MulticastIntfsForApplications"},
+      {"multicastIntfs6/application/corvane/red",
+       "Routing::Multicast::MulticastIntfsForApplications"},
+      {"multicastIntfs/application/", ""},
+      {"multicastIntfs/application//red", ""},
+      {"multicastIntfs/application/routing/red/blue", ""},
+      {"multicast/ipv4/irb/membership/join/client1", ""},
+      {"no/such/path", ""},
+  };
+  for (const auto& [path, type] : types)
+    EXPECT_EQ(Corvane::typeNameOfPath(path), type) << path;
+}
+
+TEST(MountCatalog, agreesWithTheProfile) {
+  std::map<std::string, std::string> expected;
+  for (const auto& mount : Corvane::mountCatalog())
+    if (mount.store == Corvane::Store::stateDb && mount.mounted)
+      expected[mount.path] =
+          mount.type + (mount.access == Corvane::Access::write ? " write" : " read");
+  const YAML::Node profile = YAML::LoadFile("profiles/Corvane.yaml");
+  EXPECT_EQ(profile["profile"].as<std::string>(), "Corvane");
+  std::map<std::string, std::string> found;
+  for (const auto& entry : profile["mounts"])
+    found[entry["path"].as<std::string>()] =
+        entry["type"].as<std::string>() + " " + entry["access"].as<std::string>();
+  EXPECT_EQ(found, expected);
+}
+
+TEST(VlanToGroupMapping, prefersImmediateThenPoolThenDefault) {
+  const struct {
+    bool sbd;
+    const char *vlanDefault, *vrfDefault, *pool, *vlanImmediate, *vrfImmediate;
+    const char* overlay;
+    const char *effDefault, *effImmediate, *underlay;
+  } cases[]{
+      // The default: the vlan's, else the VRF's; an any address is none.
+      {false, "232.1.1.1", "232.2.2.2", "none", "none", "none", "239.1.1.5",  //
+       "232.1.1.1", "none", "232.1.1.1"},
+      {true, "0.0.0.0", "232.2.2.2", "none", "none", "none", "239.1.1.5",  //
+       "232.2.2.2", "none", "232.2.2.2"},
+      {false, "none", "none", "none", "none", "none", "239.1.1.5", "none", "none", "none"},
+      // The immediate group: own entry first, but an SBD vlan has only the VRF's.
+      {false, "232.1.1.1", "none", "232.9.0.0/24", "232.3.3.3", "232.4.4.4", "239.1.1.5",  //
+       "232.1.1.1", "232.3.3.3", "232.3.3.3"},
+      {true, "232.1.1.1", "none", "232.9.0.0/24", "232.3.3.3", "232.4.4.4", "239.1.1.5",  //
+       "232.1.1.1", "232.4.4.4", "232.4.4.4"},
+      {false, "none", "none", "none", "none", "232.4.4.4", "239.1.1.5",  //
+       "none", "232.4.4.4", "232.4.4.4"},
+      {true, "none", "none", "none", "232.3.3.3", "none", "239.1.1.5", "none", "none", "none"},
+      // The pool: host bits of the overlay group, across families too, not for the any group.
+      {false, "232.1.1.1", "none", "232.9.9.0/28", "none", "none", "239.1.1.37",  //
+       "232.1.1.1", "none", "232.9.9.5"},
+      {false, "none", "none", "232.9.8.0/23", "none", "none", "239.1.3.37",  //
+       "none", "none", "232.9.9.37"},
+      {false, "none", "none", "232.9.9.9/32", "none", "none", "239.1.3.37",  //
+       "none", "none", "232.9.9.9"},
+      {false, "none", "none", "232.9.9.0/24", "none", "none", "ff05::1:107",  //
+       "none", "none", "232.9.9.7"},
+      {false, "none", "none", "ff3e::8000:0/97", "none", "none", "ff05::1:107",  //
+       "none", "none", "ff3e::8001:107"},
+      {false, "232.1.1.1", "none", "232.9.9.0/24", "none", "none", "0.0.0.0",  //
+       "232.1.1.1", "none", "232.1.1.1"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.overlay << " in pool " << c.pool << ", sbd " << c.sbd);
+    const auto overlay = of<OverlayAddr>(c.overlay);
+    const auto vlan = make<Routing::Multicast::IpTunnelConfigEntry>();
+    vlan->defaultUnderlayGroupIs(of<UnderlayAddr>(c.vlanDefault));
+    if (c.vlanImmediate != std::string("none"))
+      vlan->immediateOverlayToUnderlayGroupIs(overlay, of<UnderlayAddr>(c.vlanImmediate));
+    const auto vrf = make<Routing::Multicast::IpTunnelConfigEntry>();
+    vrf->defaultUnderlayGroupIs(of<UnderlayAddr>(c.vrfDefault));
+    vrf->underlayGroupRangeIs(of<Pavlin::IpGenPrefix>(c.pool));
+    const auto status = make<Multicast::Vpn::ImmediateGroupVrfStatus>(L3::VrfName("red"));
+    if (c.vrfImmediate != std::string("none"))
+      status->immediateOverlayToUnderlayGroupIs(overlay, of<UnderlayAddr>(c.vrfImmediate));
+
+    const auto mapping = make<Multicast::Vpn::VlanToGroupMapping>(VlanId(10));
+    EXPECT_EQ(mapping->underlayGroup(overlay), UnderlayAddr()) << "without any configuration";
+    mapping->isSbdVlanIs(c.sbd);
+    mapping->vlanTunnelConfigEntryIs(vlan);
+    mapping->vrfTunnelConfigEntryIs(vrf);
+    mapping->vrfImmediateGroupStatusIs(status);
+    EXPECT_EQ(mapping->effDefaultUnderlayGroup().text(), c.effDefault);
+    EXPECT_EQ(mapping->effImmediateUnderlayGroup(overlay).text(), c.effImmediate);
+    EXPECT_EQ(mapping->underlayGroup(overlay).text(), c.underlay);
+  }
+}
+
+TEST(MlagVxlanState, joinsByTheStateOfTheFamily) {
+  using namespace Routing::Multicast;
+  const struct {
+    const char *join, *parity, *join6, *parity6, *group;
+    bool joins;
+  } cases[]{
+      {"notApplicable", "parity0", "noGroups", "parity0", "232.1.1.1", true},
+      {"allGroups", "parity0", "noGroups", "parity0", "232.1.1.1", true},
+      {"noGroups", "parity0", "allGroups", "parity0", "232.1.1.1", false},
+      {"someGroups", "parity0", "noGroups", "parity1", "232.1.1.1", false},
+      {"someGroups", "parity1", "noGroups", "parity0", "232.1.1.1", true},
+      {"someGroups", "parity0", "noGroups", "parity1", "232.1.1.2", true},
+      {"someGroups", "parity1", "noGroups", "parity0", "232.1.1.2", false},
+      {"allGroups", "parity0", "someGroups", "parity1", "ff3e::3", true},
+      {"allGroups", "parity1", "someGroups", "parity0", "ff3e::3", false},
+      {"allGroups", "parity0", "noGroups", "parity0", "ff3e::3", false},
+      {"noGroups", "parity0", "noGroups", "parity0", "none", true},
+  };
+  for (const auto& c : cases) {
+    const auto state = make<Routing::Multicast::MlagVxlanState>();
+    state->mlagUnderlayJoinIs(of<MlagUnderlayJoin::State>(c.join));
+    state->parityIs(of<MlagPeerParity::Parity>(c.parity));
+    state->mlagUnderlayJoin6Is(of<MlagUnderlayJoin::State>(c.join6));
+    state->parity6Is(of<MlagPeerParity::Parity>(c.parity6));
+    UnderlayRoute route;
+    route.underlayGroup = of<UnderlayAddr>(c.group);
+    EXPECT_EQ(state->mlagFilterUnderlayRoute(route), c.joins) << c.join << c.join6 << c.group;
+  }
+}
+
+class VlanFilter : public Routing::Multicast::UnderlayRouteFilterBase {
+ public:
+  using UnderlayRouteFilterBase::veskCount;
+  using UnderlayRouteFilterBase::veskField;
+  VESK_LOCAL_RECORD(VlanFilter)
+  VESK_VALUE(VlanId, allowed)
+
+  bool filterUnderlayRoute(const Routing::Multicast::UnderlayRouteContext& c) const override {
+    return c.vlanId == allowed();
+  }
+};
+
+TEST(UnderlayRouteFilterSet, letsARouteTakePartIfEveryFilterDoes) {
+  const auto set = make<Routing::Multicast::UnderlayRouteFilterSet>();
+  Routing::Multicast::UnderlayRouteContext context;
+  context.vlanId = VlanId(10);
+  EXPECT_TRUE(set->filterUnderlayRoute(context));
+  const auto first = make<VlanFilter>();
+  const auto second = make<VlanFilter>();
+  for (const auto& filter : {first, second, first})
+    set->filterIs(filter);
+  EXPECT_EQ(set->filter().size(), 2U);
+  for (const auto& [vlan1, vlan2, takesPart] :
+       {std::tuple{10, 10, true}, std::tuple{10, 20, false}, std::tuple{20, 10, false}}) {
+    first->allowedIs(VlanId(static_cast<std::uint32_t>(vlan1)));
+    second->allowedIs(VlanId(static_cast<std::uint32_t>(vlan2)));
+    EXPECT_EQ(set->filterUnderlayRoute(context), takesPart) << vlan1 << " " << vlan2;
+  }
+  // Attributes of a filter stand behind those of the base.
+  ASSERT_EQ(first->recordType().fields().size(), 2U);
+  EXPECT_NE(VlanFilter::allowedAttr.id, VlanFilter::filterChangeAttr.id);
+}
+
+TEST(DecapReadyStatusColl, isCompleteWhenEveryEntryIs) {
+  using Multicast::Vpn::EncapDecapReadyClient;
+  const auto coll = make<Multicast::Vpn::DecapReadyStatusColl>();
+  EXPECT_TRUE(coll->reviewComplete());
+  const auto one = coll->statusIs(EncapDecapReadyClient::ipv4Local);
+  const auto other = coll->statusIs(EncapDecapReadyClient::ipv6Remote);
+  one->vpnInjectReadyIs(true);
+  one->l2InjectReadyIs(true);
+  other->vpnInjectReadyIs(true);
+  EXPECT_FALSE(coll->reviewComplete());
+  other->l2InjectReadyIs(true);
+  EXPECT_TRUE(coll->reviewComplete());
+}
+
+TEST(ArpTable, findsTheFirstNeighbourOfAnAddress) {
+  const auto table = make<Arp::Table::Status>();
+  for (const char* row : {"1,10.1.1.1,Vlan20", "1,10.1.1.1,Vlan3", "2,10.1.1.1,Vlan1",
+                          "1,10.1.1.2,Vlan1", "1,10.1.1.1,Vlan100"}) {
+    Arp::Table::ArpEntry entry;
+    entry.key = of<Arp::Table::ArpKey>(row);
+    entry.intfId = entry.key.intfId;
+    table->arpEntryIs(entry);
+  }
+  const auto found = [&](std::uint32_t vrf, const char* addr) {
+    const auto entry = table->firstEntry(Vrf::VrfIdMap::VrfId(vrf), of<IpGenAddr>(addr));
+    return entry ? entry->intfId.stringValue() : std::string("none");
+  };
+  EXPECT_EQ(found(1, "10.1.1.1"), "Vlan3");
+  EXPECT_EQ(found(2, "10.1.1.1"), "Vlan1");
+  EXPECT_EQ(found(1, "10.1.1.2"), "Vlan1");
+  EXPECT_EQ(found(3, "10.1.1.1"), "none");
+  table->arpEntryDel(of<Arp::Table::ArpKey>("1,10.1.1.1,Vlan3"));
+  EXPECT_EQ(found(1, "10.1.1.1"), "Vlan20");
+}
+
+/// Joins, SBD binding and leak of one family, with two clients of different masks and the peer.
+class MembershipJoins : public testing::Test {
+ protected:
+  MembershipJoins() {
+    for (const char* name : {"client0", "client5", "client11"})
+      coll->localMembershipIs(client(name));
+    coll->peerMembershipIs(client("client3"));
+  }
+  Ombra::Ptr<Irb::Multicast::Gmp::MembershipJoinStatus> client(const char* name) {
+    auto& status = clients[name];
+    if (!status) status = make<Irb::Multicast::Gmp::MembershipJoinStatus>();
+    status->nameIs(name);
+    return status;
+  }
+  auto join(const char* name, std::uint32_t vlan, const char* group) {
+    return client(name)->vlanIs(VlanId(vlan))->groupIs(of<IpGenAddr>(group));
+  }
+  void peerJoin(const char* group, const char* source, const char* intf, bool second = false) {
+    const auto entry = join("client3", 10, group)->sourceIs(of<IpGenAddr>(source));
+    second ? entry->secondIntfIs(Pavlin::IntfId(intf)) : entry->firstIntfIs(Pavlin::IntfId(intf));
+  }
+  unsigned active(const char* group) const {
+    return static_cast<unsigned>(coll->groupActive(VlanId(10), of<IpGenAddr>(group)));
+  }
+  unsigned vlanActive() const { return static_cast<unsigned>(coll->vlanActive(VlanId(10))); }
+
+  /// Groups of 239.7.0.0/16 in vlans of SBD 500, which serves red, leak to blue.
+  void leak() {
+    using namespace Routing::Multicast::VrfLeak;
+    const auto irb = make<Irb::Multicast::McastIrbStatus>();
+    irb->vlanToSbdIs({VlanId(10), VlanId(500)});
+    const auto enabled = make<Vxlan::EnabledStatus>();
+    enabled->sbdVlanToVrfIs(500, L3::VrfName("red"));
+    const auto config = make<McastVrfLeakConfig>();
+    const auto red = config->vrfConfigIs(L3::VrfName("red"));
+    red->leakPrefixListIs("b", L3::VrfName("green"));
+    red->leakPrefixListIs("a", L3::VrfName("blue"));
+    red->leakPrefixListIs("absent", L3::VrfName("grey"));
+    const auto policy = make<Routing::Policy::PolicyRoot>();
+    for (const char* list : {"a", "b"})
+      policy->prefixListIs(list)->prefixIs(of<Pavlin::IpGenPrefix>("239.7.0.0/16"));
+    policy->prefixListIs("b")->prefixIs(of<Pavlin::IpGenPrefix>("239.8.0.0/16"));
+    matcher->vrfLeakConfigIs(config);
+    matcher->policyRootIs(policy);
+    matcher->vrfStatusIs(L3::VrfName("red"));
+    const auto context = make<Irb::Multicast::Egress::McastVrfLeakCtx>();
+    context->mcastIrbStatusIs(irb);
+    context->vxlanEnabledStatusIs(enabled);
+    context->vrfLeakMatcherStatusIs(matcher);
+    coll->mcastVrfLeakCtxIs(context);
+  }
+
+  std::map<std::string, Ombra::Ptr<Irb::Multicast::Gmp::MembershipJoinStatus>> clients;
+  Ombra::Ptr<Irb::Multicast::Egress::MembershipJoinStatusColl> coll =
+      make<Irb::Multicast::Egress::MembershipJoinStatusColl>();
+  Ombra::Ptr<Routing::Multicast::VrfLeak::VrfLeakMatcherStatus> matcher =
+      make<Routing::Multicast::VrfLeak::VrfLeakMatcherStatus>();
+};
+
+TEST_F(MembershipJoins, addUpTheMasksOfTheClients) {
+  EXPECT_EQ(active("239.1.1.1"), 0U);
+  join("client0", 10, "239.1.1.1");
+  join("client5", 10, "239.1.1.1");
+  join("client5", 20, "239.9.9.9");
+  EXPECT_EQ(active("239.1.1.1"), 9U);
+  EXPECT_EQ(active("239.9.9.9"), 0U);
+  join("client11", 10, "::");
+  EXPECT_EQ(active("239.9.9.9"), 4U) << "a wildcard counts for every group";
+  EXPECT_EQ(vlanActive(), 13U);
+}
+
+TEST_F(MembershipJoins, tellThePeersPlainReceiversFromThoseBehindTunnels) {
+  join("client3", 10, "0.0.0.0");
+  EXPECT_EQ(active("239.1.1.1"), 0U) << "no wildcard of the peer";
+  peerJoin("239.1.1.1", "0.0.0.0", "Ethernet1");
+  EXPECT_EQ(active("239.1.1.1"), 1U);
+  peerJoin("239.1.1.2", "0.0.0.0", "McastTunnel1", true);
+  EXPECT_EQ(active("239.1.1.2"), 2U);
+  EXPECT_EQ(vlanActive(), 3U);
+  peerJoin("239.1.1.2", "10.0.0.1", "Ethernet1");
+  EXPECT_EQ(active("239.1.1.2"), 3U);
+}
+
+TEST_F(MembershipJoins, leaveOutLeakedGroups) {
+  join("client0", 10, "239.7.1.1");
+  EXPECT_EQ(active("239.7.1.1"), 1U);
+  leak();
+  EXPECT_EQ(active("239.7.1.1"), 0U);
+  EXPECT_EQ(vlanActive(), 0U);
+  EXPECT_FALSE(coll->leakedGroup(VlanId(20), of<IpGenAddr>("239.7.1.1"))) << "no SBD";
+  const auto leakedTo = [&](const char* vrf, const char* group) {
+    return matcher->shouldLeak(L3::VrfName(vrf), of<IpGenAddr>(group)).str();
+  };
+  EXPECT_EQ(leakedTo("red", "239.7.1.1"), "blue") << "the first list by name decides";
+  EXPECT_EQ(leakedTo("red", "239.8.1.1"), "green");
+  EXPECT_EQ(leakedTo("red", "239.9.1.1"), "");
+  EXPECT_EQ(leakedTo("blue", "239.7.1.1"), "");
+  join("client5", 10, "0.0.0.0");
+  EXPECT_EQ(active("239.7.1.1"), 8U) << "a wildcard counts for leaked groups too";
+}
+
+TEST(TunnelRequestDir, holdsTablesByTheirClient) {
+  using namespace Multicast::Tunnel;
+  const auto dir = make<IrVxlanIpv4TunnelRequestDir>();
+  const auto table = make<IrVxlanIpv4TunnelRequestTable>();
+  table->clientTypeIs(McastTunnelClientType::client2);
+  dir->requestTableIs(table);
+  EXPECT_TRUE(dir->requestTableHas(McastTunnelClientType::client2));
+  EXPECT_FALSE(dir->requestTableHas(McastTunnelClientType::client1));
+  EXPECT_EQ(dir->requestTable(McastTunnelClientType::client2), table);
+  dir->requestTableIs(McastTunnelClientType::client2, nullptr);
+  EXPECT_EQ(dir->requestTableCount(), 0U);
+}
+
+TEST(MulticastGroups, haveOneFaceForBothFamilies) {
+  const auto v4 = make<Ip::MulticastGroupsForApplications>();
+  const auto v6 = make<Ip6::MulticastGroupsForApplications>();
+  const auto check = [](IpGen::MulticastGroupsForApplications& groups, const char* text) {
+    const auto info = of<IpGen::IntfAddrInfo>(text);
+    groups.intfAddrIs(info);
+    EXPECT_TRUE(groups.intfAddrHas(info));
+    EXPECT_EQ(groups.intfAddrIterator(), std::vector{info});
+  };
+  check(*make<IpGen::Ipv4MulticastGroupsForApplications>(v4), "Vlan20,224.0.0.13");
+  check(*make<IpGen::Ipv6MulticastGroupsForApplications>(v6), "Vlan20,ff02::d");
+  EXPECT_TRUE(v4->multicastGroupHas(of<Ip::IntfAddrInfo>("Vlan20,224.0.0.13")));
+  EXPECT_TRUE(v6->multicastGroupHas(of<Ip6::IntfAddrInfo>("Vlan20,ff02::d")));
+}
+
+}  // namespace

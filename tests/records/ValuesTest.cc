@@ -1,0 +1,382 @@
+// Value types of the records: texts, bytes, ranges, orders and the tables that belong to them.
+
+#include <algorithm>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "records/Rows.h"
+#include "runtime/KeyedMap.h"
+
+namespace {
+
+using Bridging::ExtendedVlanId;
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
+using Irb::Multicast::Domain;
+using Irb::Multicast::ReceiverDomain;
+using L3::VrfName;
+using Pavlin::AddressFamily;
+using Pavlin::IntfId;
+using Pavlin::Ip6Addr;
+using Pavlin::IpAddr;
+using Pavlin::IpGenAddr;
+using Pavlin::IpGenPrefix;
+using Vesk::ParseError;
+using Vesk::textOf;
+using Vesk::valueOf;
+
+template <class T>
+std::string bytesOf(const T& value) {
+  std::string bytes;
+  Vesk::toBytes(value, bytes);
+  return bytes;
+}
+
+template <class Call>
+std::string rangeErrorOf(Call call) {
+  try {
+    call();
+  } catch (const Ombra::RangeException& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+/// The text reads, prints as itself, and the value survives its bytes with hash and equality.
+template <class T>
+void expectSame(std::string_view text) {
+  SCOPED_TRACE(std::string(Vesk::typeNameOf<T>()).append(" ").append(text));
+  const T value = valueOf<T>(text);
+  EXPECT_EQ(textOf(value), text);
+  const std::string bytes = bytesOf(value);
+  if (Vesk::byteSizeOf<T>() != 0) {
+    EXPECT_EQ(bytes.size(), Vesk::byteSizeOf<T>());
+  }
+  std::string_view rest = bytes;
+  const T again = Vesk::fromBytes<T>(rest);
+  EXPECT_TRUE(rest.empty());
+  EXPECT_EQ(again, value);
+  EXPECT_EQ(Vesk::hashValue(again), Vesk::hashValue(value));
+}
+
+/// The same for the default value, whose text is given.
+template <class T>
+void expectDefault(std::string_view text) {
+  EXPECT_EQ(textOf(T{}), text) << Vesk::typeNameOf<T>();
+  EXPECT_EQ(valueOf<T>(text), T{}) << Vesk::typeNameOf<T>();
+  expectSame<T>(text);
+}
+
+template <class T>
+void expectOrder(const std::vector<std::string>& texts) {
+  std::vector<T> values;
+  for (const auto& text : texts)
+    values.push_back(valueOf<T>(text));
+  std::sort(values.rbegin(), values.rend());
+  std::sort(values.begin(), values.end());
+  std::vector<std::string> sorted;
+  for (const auto& value : values)
+    sorted.push_back(textOf(value));
+  EXPECT_EQ(sorted, texts);
+}
+
+TEST(Values, ScalarsKeepTextAndBytes) {
+  expectDefault<VlanId>("1");
+  expectSame<VlanId>("4094");
+  expectDefault<VlanIdOrNone>("0");
+  expectSame<VlanIdOrNone>("4094");
+  expectDefault<ExtendedVlanId>("0");
+  expectSame<ExtendedVlanId>("16383");
+  expectDefault<Vrf::VrfIdMap::VrfId>("0");
+  expectDefault<Vxlan::VniExtOrNone>("0");
+  expectSame<Vxlan::VniExtOrNone>("4294967295");
+  expectSame<Vxlan::VniSourcePair>("10010,3");
+  expectDefault<VrfName>("\"\"");
+  for (const auto* text : {"default", "red", "\"a,b\"", "\"a b\"", "\"[x=1]\""})
+    expectSame<VrfName>(text);
+  expectDefault<IntfId>("\"\"");
+  for (const auto* text : {"Vlan10", "Ethernet1/2/3", "Ethernet1.100", "Management"})
+    expectSame<IntfId>(text);
+  expectDefault<IpAddr>("0.0.0.0");
+  expectSame<IpAddr>("255.1.2.3");
+  expectDefault<Ip6Addr>("::");
+  expectDefault<Pavlin::EthAddr>("00:00:00:00:00:00");
+  expectSame<Pavlin::EthAddr>("00:1a:22:33:44:ff");
+  expectDefault<IpGenAddr>("none");
+  for (const auto* text : {"0.0.0.0", "::", "239.1.1.1", "ff0e::1"})
+    expectSame<IpGenAddr>(text);
+  expectDefault<Routing::Multicast::OverlayAddr>("none");
+  expectSame<Routing::Multicast::UnderlayAddr>("ff0e::1");
+  expectDefault<IpGenPrefix>("none");
+  for (const auto* text : {"0.0.0.0/0", "::/0", "239.1.1.0/28", "10.0.0.1/32", "ff0e::1/128"})
+    expectSame<IpGenPrefix>(text);
+  expectDefault<Pavlin::IpPrefix>("0.0.0.0/0");
+  expectDefault<Pavlin::Ip6Prefix>("::/0");
+  expectSame<Pavlin::Ip6Prefix>("ff0e::/112");
+}
+
+TEST(Values, KeysFlattenTheirFields) {
+  expectDefault<Routing::Multicast::OverlayVlanGroup>("1,none");
+  expectSame<Routing::Multicast::OverlayVlanGroup>("10,239.1.1.1");
+  expectDefault<Routing::Multicast::OverlayRouteKey>("none,none,\"\"");
+  expectSame<Routing::Multicast::OverlayRouteKey>("10.1.1.1,239.1.1.1,Vlan10");
+  expectSame<Routing::Multicast::OverlayRoute>("0.0.0.0,239.1.1.1");
+  expectDefault<Routing::Multicast::UnderlayRoute>("none,none,PimSsm");
+  expectSame<Routing::Multicast::UnderlayRoute>("10.0.0.1,232.1.1.1,PimAsm");
+  expectDefault<Multicast::L2PortVlan>("\"\",1");
+  expectSame<Routing::Multicast::Fib::IpGenRouteKey>("10.1.1.1/32,239.1.1.1/32");
+  expectSame<Routing::Gmp::Briskel::RouteIntfKey>("10.0.0.1,232.1.1.1,Vlan20");
+  expectDefault<Multicast::Tunnel::McastTunnelEndpoint>("0,none");
+  expectSame<Multicast::Tunnel::McastTunnelId>("144115188075855873");
+  expectSame<Arp::Table::ArpKey>("1,10.1.1.1,Vlan10");
+  expectSame<Briskel::Bridging::FdbKey>("10,00:11:22:33:44:55");
+  expectSame<Stage::AgentStatusKey>("Corvane,CorvaneEncapReconcile,default");
+  expectSame<Ip6::IntfAddrInfo>("Vlan20,ff02::d");
+  expectDefault<Evpn::VlanEncap>("1,vxlan");
+  expectSame<Multicast::Vpn::L3OverlayGroupSmBookmark>("red,10.1.1.1,239.1.1.1,Vlan10");
+  EXPECT_FALSE(Multicast::Vpn::IpTunnelVlanMcastGroupSmInputBookmark{});
+  EXPECT_TRUE(valueOf<Multicast::Vpn::IpTunnelVlanMcastGroupSmInputBookmark>("T,1,none"));
+}
+
+TEST(Values, RowsLeaveOutTheirKey) {
+  const auto rowText = []<class T>(T row) { return textOf(row, false); };
+  using namespace Routing::Multicast;
+  EXPECT_EQ(rowText(IpTunnelMapping{{}, {IpAddr(1), UnderlayAddr(IpAddr(2)), TunnelType::PimAsm}}),
+            "0.0.0.1,0.0.0.2,PimAsm");
+  EXPECT_EQ(rowText(ElectedDFStatus{{}, false, IpAddr(0x0a000003)}), "false,10.0.0.3");
+  EXPECT_EQ(rowText(ExternalForwarderIntfStatus{{}, ExternalForwarderRole::forwarder}), "1");
+  EXPECT_EQ(rowText(IpTunnelFloodConfigEntry()), "1,none");
+  EXPECT_EQ(rowText(Arp::ProactiveArp::Request{}), "");
+  EXPECT_EQ(rowText(Multicast::Tunnel::PimVxlanTunnelRequest{}), "pimSsm");
+  EXPECT_EQ(rowText(Vxlan::RemoteVniCache{}), "\"\",0");
+  expectSame<Routing::Multicast::UnderlayRouteContext>("10.0.0.1,232.1.1.1,PimSsm,20,1");
+  expectSame<Routing::Gmp::Briskel::Membership>("10.0.0.1,232.1.1.1,Vlan20,1");
+}
+
+TEST(Values, NumbersOutOfRangeThrow) {
+  const std::string vlan = "Bridging::VlanId::value < 1 or > 4094 not allowed";
+  const std::string vlanOrNone = "Bridging::VlanIdOrNone::value > 4094 not allowed";
+  for (const unsigned value : {0U, 4095U, 65537U})
+    EXPECT_EQ(rangeErrorOf([&] { return VlanId(value); }), vlan);
+  for (const unsigned value : {4095U, 65536U})
+    EXPECT_EQ(rangeErrorOf([&] { return VlanIdOrNone(value); }), vlanOrNone);
+  EXPECT_EQ(rangeErrorOf([] { return valueOf<VlanId>("4095"); }), vlan);
+  EXPECT_EQ(rangeErrorOf([] { return VlanId::fromBytes("\0"); }), vlan);
+  EXPECT_EQ(rangeErrorOf([] { return VlanIdOrNone::fromBytes("\xff\xff"); }), vlanOrNone);
+  EXPECT_EQ(rangeErrorOf([] { return IpGenPrefix(IpAddr(), 33); }),
+            "Pavlin::IpGenPrefix::length > 32 not allowed");
+
+  EXPECT_EQ(ExtendedVlanId(4094).vlanId(), VlanId(4094));
+  EXPECT_EQ(rangeErrorOf([] { return ExtendedVlanId(4096).vlanId(); }), vlan);
+  EXPECT_DEATH((void)ExtendedVlanId(0).vlanId(), "value_ >= VlanId::min\\(\\)");
+}
+
+TEST(Values, NamesTooLongThrow) {
+  const std::string vrf = "Vesk::String::bytes > maxLength() not allowed";
+  const std::string intf = "Pavlin::IntfId::name > 31 bytes not allowed";
+  expectSame<VrfName>(std::string(100, 'v'));
+  EXPECT_EQ(rangeErrorOf([] { return VrfName(std::string(101, 'v')); }), vrf);
+  EXPECT_EQ(rangeErrorOf([] { return VrfName::fromBytes("\xff"); }), vrf);
+  expectSame<IntfId>(std::string(31, '7'));
+  EXPECT_EQ(rangeErrorOf([] { return IntfId(std::string(32, 'i')); }), intf);
+  EXPECT_EQ(rangeErrorOf([] { return IntfId::fromBytes("\x20"); }), intf);
+}
+
+TEST(Values, TextsThatDoNotReadThrow) {
+  for (const auto* text : {"", "-1", "1x", " 1", "99999999999"})
+    EXPECT_THROW(valueOf<VlanId>(text), ParseError) << text;
+  for (const auto* text : {"", "any", "10.0.0", "10.0.0.256", "10.0.0.1/32", "1:2",
+                           ":::", "ff0e::g", "fe80::1%eth0", "10.0.0.1 "})
+    EXPECT_THROW(valueOf<IpGenAddr>(text), ParseError) << text;
+  for (const auto* text :
+       {"10.0.0.1", "10.0.0.0/", "10.0.0.0/33", "::/129", "10.0.0.0/-1", "none/0"})
+    EXPECT_THROW(valueOf<IpGenPrefix>(text), ParseError) << text;
+  for (const auto* text : {"", "00:11:22:33:44", "00:11:22:33:44:5", "00:11:22:33:44:5g",
+                           "00-11-22-33-44-55", "00:11:22:33:44:55:"})
+    EXPECT_THROW(valueOf<Pavlin::EthAddr>(text), ParseError) << text;
+  EXPECT_THROW(valueOf<Pavlin::Ip6Prefix>("10.0.0.0/8"), ParseError);
+  EXPECT_THROW(valueOf<Ip6Addr>("none"), ParseError);
+  EXPECT_THROW(valueOf<Routing::Multicast::OverlayVlanGroup>("10"), ParseError);
+}
+
+TEST(Addresses, Ipv6TextIsCanonical) {
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {"2001:0DB8::0001", "2001:db8::1"},
+      {"2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1"},  // one zero group stays
+      {"2001:0:0:1:0:0:0:1", "2001:0:0:1::1"},           // the longest run
+      {"2001:db8:0:0:1:0:0:1", "2001:db8::1:0:0:1"},     // the first of equal runs
+      {"0:0:0:0:0:0:0:1", "::1"},
+      {"1:0:0:0:0:0:0:0", "1::"},
+      {"::ffff:10.0.0.1", "::ffff:10.0.0.1"},  // IPv4-mapped
+      {"::10.0.0.1", "::a00:1"},
+      {"ff02:0:0:0:0:0:0:d", "ff02::d"},
+  };
+  for (const auto& [in, out] : cases)
+    EXPECT_EQ(textOf(valueOf<Ip6Addr>(in)), out);
+  EXPECT_EQ(textOf(Pavlin::ip6AddrPimRouters), "ff02::d");
+  EXPECT_EQ(textOf(Pavlin::ipAddrPimRouters), "224.0.0.13");
+}
+
+TEST(Addresses, ThreeStatesAreToldApart) {
+  const IpGenAddr none;
+  const IpGenAddr any4(AddressFamily::ipv4);
+  const IpGenAddr any6(AddressFamily::ipv6);
+  const IpGenAddr real(IpAddr(0x0a000001));
+  EXPECT_TRUE(!none.hasFamily() && none.isUnspecified() && !none.isAny());
+  EXPECT_TRUE(any4.hasFamily() && any4.isUnspecified() && any4.isAny());
+  EXPECT_TRUE(real.hasFamily() && !real.isUnspecified() && !real.isAny());
+  EXPECT_EQ(any4, IpGenAddr(IpAddr()));
+  EXPECT_EQ(any6, IpGenAddr(Ip6Addr()));
+  EXPECT_NE(any4, any6);
+  EXPECT_NE(Vesk::hashValue(any4), Vesk::hashValue(any6));
+  EXPECT_NE(real.hash(1), real.hash(2));
+  EXPECT_EQ(real.v4Addr(), IpAddr(0x0a000001));
+  EXPECT_TRUE(real.v6Addr().isAny());
+  EXPECT_EQ(IpGenAddr(static_cast<AddressFamily>(7)), none);
+  EXPECT_EQ(bytesOf(real), std::string("\x01\x0a\0\0\x01", 5) + std::string(12, '\0'));
+  EXPECT_EQ(IpGenAddr::fromBytes((std::string(1, '\x09') + std::string(16, 'x')).data()), none);
+
+  for (const auto* text : {"224.0.0.0", "239.255.255.255", "ff00::"})
+    EXPECT_TRUE(valueOf<IpGenAddr>(text).isMulticast()) << text;
+  for (const auto* text : {"none", "223.255.255.255", "240.0.0.0", "feff::"})
+    EXPECT_FALSE(valueOf<IpGenAddr>(text).isMulticast()) << text;
+  expectOrder<IpGenAddr>(
+      {"none", "0.0.0.0", "9.0.0.0", "10.0.0.0", "200.0.0.1", "::", "2::", "ff02::"});
+}
+
+TEST(Addresses, PrefixesCutHostBitsAndContain) {
+  EXPECT_EQ(textOf(valueOf<IpGenPrefix>("239.1.1.255/28")), "239.1.1.240/28");
+  EXPECT_EQ(textOf(valueOf<IpGenPrefix>("255.255.255.255/0")), "0.0.0.0/0");
+  EXPECT_EQ(textOf(valueOf<IpGenPrefix>("ffff:ffff::/19")), "ffff:e000::/19");
+  EXPECT_EQ(textOf(IpGenPrefix(valueOf<IpGenAddr>("ff0e::1"))), "ff0e::1/128");
+  EXPECT_EQ(IpGenPrefix(IpGenAddr()), IpGenPrefix());
+
+  const auto range = valueOf<IpGenPrefix>("239.1.1.0/28");
+  EXPECT_TRUE(range.contains(valueOf<IpGenAddr>("239.1.1.15")));
+  for (const auto* text : {"239.1.1.16", "239.1.0.255", "none", "ef01:100::"})
+    EXPECT_FALSE(range.contains(valueOf<IpGenAddr>(text))) << text;
+  EXPECT_FALSE(IpGenPrefix().contains(IpGenAddr()));
+  EXPECT_TRUE(valueOf<IpGenPrefix>("::/0").contains(valueOf<IpGenAddr>("ff0e::1")));
+  EXPECT_FALSE(valueOf<IpGenPrefix>("::/0").contains(IpAddr()));
+
+  EXPECT_TRUE(range.isMulticast() && !range.isHost());
+  EXPECT_FALSE(valueOf<IpGenPrefix>("224.0.0.0/3").isMulticast());
+  EXPECT_FALSE(valueOf<IpGenPrefix>("ff00::/7").isMulticast());
+  EXPECT_EQ(range.v4Prefix().stringValue(), "239.1.1.0/28");
+  EXPECT_EQ(range.v6Prefix(), Pavlin::Ip6Prefix());
+  EXPECT_TRUE(valueOf<Pavlin::Ip6Prefix>("ff0e::/112").contains(valueOf<Ip6Addr>("ff0e::ffff")));
+  EXPECT_FALSE(valueOf<Pavlin::Ip6Prefix>("ff0e::/112").contains(valueOf<Ip6Addr>("ff0e::1:0")));
+  expectOrder<IpGenPrefix>({"none", "10.0.0.0/8", "10.0.0.0/9", "11.0.0.0/8", "::/0"});
+}
+
+TEST(Names, HandlesStandForTheirTexts) {
+  EXPECT_EQ(VrfName("red"), VrfName(std::string("red")));
+  EXPECT_NE(VrfName("red"), VrfName("Red"));
+  EXPECT_TRUE(VrfName().empty() && VrfName("") == VrfName() && VrfName() != L3::defaultVrfName());
+  expectOrder<VrfName>({"\"\"", "a", "aa", "b", "default"});
+  // Other processes hash and store the same names under other handles.
+  EXPECT_EQ(VrfName("red").hash(), Vesk::hashBytes("red"));
+  EXPECT_EQ(IntfId("Vlan7").hash(), Vesk::hashBytes("Vlan7"));
+  EXPECT_EQ(bytesOf(VrfName("red")), "\3red" + std::string(97, '\0'));
+  EXPECT_EQ(bytesOf(IntfId("Vlan7")), "\5Vlan7" + std::string(26, '\0'));
+
+  Vesk::KeyedMap<IntfId, int> map;
+  for (int i = 0; i < 300; ++i)
+    map.insert(IntfId(fmt::format("Ethernet{}", i)), i);
+  for (int i = 0; i < 300; ++i)
+    EXPECT_EQ(*map.find(IntfId(fmt::format("Ethernet{}", i))), i);
+}
+
+TEST(Names, InterfacesSortByClassThenNumbers) {
+  expectOrder<IntfId>({"\"\"", "Ethernet", "Ethernet02", "Ethernet2", "Ethernet2/1", "Ethernet2/10",
+                       "Ethernet10", "Loopback0", "Vlan9", "Vlan10", "Vlan4094",
+                       "Vlan99999999999999999999", "Vxlan1"});
+  EXPECT_NE(IntfId("Vlan1") <=> IntfId("Vlan01"), std::strong_ordering::equal);
+}
+
+TEST(Names, InterfaceHelpersReadTheClass) {
+  using Pavlin::VlanIntfId;
+  using Pavlin::VxlanTunnelIntfId;
+  for (const auto* name : {"Vlan0", "Vlan10", "Vlan65535"})
+    EXPECT_TRUE(VlanIntfId::isVlanIntfId(IntfId(name))) << name;
+  for (const auto* name :
+       {"", "Vlan", "Vlan65536", "Vlan010", "Vlan1/1", "Vlan1x", "vlan1", "Vxlan1"})
+    EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId(name))) << name;
+  EXPECT_EQ(VlanIntfId::vlanIdToIntfId(VlanId(10)), IntfId("Vlan10"));
+  EXPECT_EQ(VlanIntfId::vlanId(IntfId("Vlan4100")), ExtendedVlanId(4100));
+  EXPECT_DEATH((void)VlanIntfId::vlanId(IntfId("Ethernet1")), "isVlanIntfId");
+  EXPECT_TRUE(VxlanTunnelIntfId::isVxlanTunnelIntfId(Pavlin::vxlan1IntfId()));
+  EXPECT_EQ(VxlanTunnelIntfId::vxlanTunnelId(VxlanTunnelIntfId::vxlanTunnelToIntfId(65535)), 65535);
+  EXPECT_TRUE(Pavlin::MplsTrunkIntfId::isMplsTrunkIntfId(IntfId("MplsTrunk70000")));
+  EXPECT_TRUE(Multicast::Tunnel::McastTunnelIntfId::isMcastTunnelIntfId(IntfId("McastTunnel1")));
+
+  const std::vector<std::pair<std::string, std::string>> shortNames{
+      {"Vlan10", "Vl10"}, {"Vxlan1", "Vx1"}, {"Ethernet1/2", "Et1/2"}, {"", ""}};
+  for (const auto& [name, shortName] : shortNames)
+    EXPECT_EQ(IntfId(name).shortName(), shortName);
+}
+
+TEST(Tables, ClientsSayWhereReceiversAre) {
+  using namespace Irb::Multicast;
+  const std::vector<unsigned> masks{1, 0, 1, 3, 1, 8, 0, 0, 8, 8, 8, 4, 4, 8};
+  for (unsigned i = 0; i < masks.size(); ++i) {
+    const auto client = static_cast<App::Client>(i);
+    EXPECT_EQ(static_cast<unsigned>(receiverDomain(client)), masks[i]) << i;
+    EXPECT_EQ(App::stringValue(client), "client" + std::to_string(i));
+    EXPECT_EQ(App::ClientInstance(App::stringValue(client)), client);
+  }
+  EXPECT_EQ(static_cast<unsigned>(App::ClientInstance("client14")), 255U);
+  EXPECT_EQ(receiverDomain(static_cast<App::Client>(14)), ReceiverDomain::none);
+  EXPECT_EQ(receiverDomain(App::ClientInstance("")), ReceiverDomain::none);
+}
+
+TEST(Tables, MasksDecideTheJoinOfADomain) {
+  for (unsigned bits = 0; bits < 16; ++bits) {
+    const auto mask = static_cast<ReceiverDomain>(bits);
+    EXPECT_EQ(joinDomain(mask, Domain::localDomain), (bits & 1) != 0 || (bits & 12) != 0) << bits;
+    EXPECT_EQ(joinDomain(mask, Domain::remoteDomain), (bits & 1) != 0 || (bits & 10) != 0) << bits;
+  }
+  EXPECT_DEATH((void)joinDomain(ReceiverDomain::plainIntf, static_cast<Domain>(3)),
+               "Unsupported domain");
+  EXPECT_EQ(textOf(ReceiverDomain::plainIntf | ReceiverDomain::remoteOnly), "3");
+}
+
+TEST(Tables, EnumeratorsReadByNameAndNumber) {
+  using Routing::Multicast::VlanTunnelConfigType;
+  EXPECT_EQ(valueOf<Evpn::EncapType>("mpls"), Evpn::EncapType::mpls);
+  EXPECT_EQ(valueOf<Evpn::EncapType>("2"), Evpn::EncapType::mpls);
+  EXPECT_EQ(textOf(static_cast<Evpn::EncapType>(9)), "9");
+  EXPECT_THROW(valueOf<Evpn::EncapType>("ip"), ParseError);
+  EXPECT_EQ(valueOf<VlanTunnelConfigType>("floodUnderlay"), VlanTunnelConfigType::floodUnderlay);
+  EXPECT_EQ(textOf(VlanTunnelConfigType::floodUnderlay), "2");
+  EXPECT_EQ(Routing::Multicast::stringValue(Routing::Multicast::irbRemoteDomainDecapStatus()),
+            "irbRemoteDomainDecapStatus");
+  EXPECT_EQ(Multicast::Tunnel::stringValue(Multicast::Tunnel::pimVxlan()), "pimVxlan");
+  EXPECT_EQ(Pavlin::stringValue(Pavlin::families[0]) + Pavlin::stringValue(Pavlin::families[1]),
+            "ipv4ipv6");
+}
+
+TEST(Tables, TunnelIdsCarryTypeAndAddress) {
+  using namespace Multicast::Tunnel;
+  const IpAddr vtep(0xfffefdfc);
+  const McastTunnelId id = IrVxlanIpv4TunnelId::makeTunnel(vtep);
+  EXPECT_EQ(id.value(), 0x01000000fffefdfcU);
+  EXPECT_EQ(id.tunnelType(), irVxlanIpv4());
+  EXPECT_EQ(IrVxlanIpv4TunnelTableEntry{id}.vtepIp(), vtep);
+  const auto pim = PimVxlanTunnelId::makeTunnel(PimVxlanTunnel::PimTunnelType::pimAsm);
+  EXPECT_EQ(pim.value(), 0x0200000000000001U);
+  EXPECT_EQ(pim.tunnelType(), pimVxlan());
+}
+
+TEST(Tables, WildcardsTakeTheFamilyOfTheGroup) {
+  using namespace Routing::Multicast;
+  EXPECT_EQ(textOf(OverlayRoute::wcRoute(valueOf<OverlayAddr>("ff0e::1"))), "::,ff0e::1");
+  EXPECT_EQ(textOf(OverlayVlanGroup::anyGroup(VlanId(7), AddressFamily::ipv4)), "7,0.0.0.0");
+  EXPECT_EQ(textOf(valueOf<UnderlayRoute>("10.0.0.1,232.1.1.1,PimSsm").underlaySource()),
+            "10.0.0.1");
+  EXPECT_TRUE(OverlayAddr(IpGenAddr(AddressFamily::ipv6)).isUnspecified());
+  expectOrder<OverlayVlanGroup>({"2,ff0e::1", "10,none", "10,0.0.0.0", "10,239.1.1.1", "10,::"});
+}
+
+}  // namespace

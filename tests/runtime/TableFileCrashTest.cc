@@ -1,0 +1,393 @@
+// A writer of a shared table that dies: after each single instruction, and at random instants.
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <set>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/runtime/TableFileFixture.h"
+
+namespace VeskSharedMem {
+namespace {
+
+constexpr uint32_t kIds = 40;
+
+class TableFileCrashTest : public TableFileTest {
+ protected:
+  // Runs `change` in a child, one instruction at a time, and returns each state that the file was
+  // in: what a kill at that instruction leaves behind. Empty where tracing is not permitted.
+  std::vector<std::string> statesDuring(const std::function<void()>& prepare,
+                                        const std::function<void()>& change) {
+    const pid_t child = forkChild([&] {
+      if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(1);
+      prepare();
+      raise(SIGSTOP);
+      change();
+      raise(SIGSTOP);
+    });
+    std::vector<std::string> states;
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!WIFSTOPPED(status)) return states;
+    states.push_back(contentOfFile(path_));
+    const int fd = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    const auto* live =
+        static_cast<const char*>(mmap(nullptr, states[0].size(), PROT_READ, MAP_SHARED, fd, 0));
+    close(fd);
+    do {
+      ptrace(PTRACE_SINGLESTEP, child, nullptr, nullptr);
+      waitpid(child, &status, 0);
+      if (std::memcmp(live, states.back().data(), states.back().size()) != 0) {
+        states.emplace_back(live, states.back().size());
+      }
+    } while (WIFSTOPPED(status) && WSTOPSIG(status) == SIGTRAP);
+    munmap(const_cast<char*>(live), states[0].size());
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    return states;
+  }
+
+  // Each state must read as `before` and, from some state on, as `after`; by a reader while the
+  // writer is dead, and by the next writer.
+  void expectOldThenNew(const std::vector<std::string>& states, const Contents& before,
+                        const Contents& after) {
+    bool isCommitted = before == after;
+    for (size_t i = 0; i < states.size(); ++i) {
+      const std::string copy = path_ + ".copy";
+      std::ofstream(copy, std::ios::binary | std::ios::trunc) << states[i];
+      const auto reader = TableReader::open(copy, kShape);
+      const Contents seen = contentsOf(*reader, kIds);
+      isCommitted = isCommitted || seen == after;
+      ASSERT_EQ(seen, isCommitted ? after : before) << "state " << i << " of " << states.size();
+      const auto writer = TableWriter::open(copy, kShape);
+      ASSERT_EQ(contentsOf(*writer, kIds), seen) << "state " << i << " of " << states.size();
+      ASSERT_EQ(writer->size(), seen.size());
+      ASSERT_EQ(contentsOf(*reader, kIds), seen);
+    }
+    EXPECT_TRUE(isCommitted);
+  }
+};
+
+TEST_F(TableFileCrashTest, EveryInstructionLeavesTheRowOldOrNew) {
+  Contents before;
+  for (uint32_t id = 0; id < kShape.capacity - 2; ++id)
+    before[id] = id + 1;
+  std::unique_ptr<TableWriter> writer;
+  const auto prepare = [&] {
+    writer = TableWriter::open(path_, kShape);
+    for (const auto& [id, version] : before)
+      put(*writer, id, version);
+    put(*writer, 39, 1);
+    writer->erase(Key(39).data());
+  };
+  const auto tryChange = [&](Contents after, const std::function<void()>& change) {
+    std::filesystem::remove(path_);
+    const auto states = statesDuring(prepare, change);
+    expectOldThenNew(states, before, after);
+    return states;
+  };
+  Contents inserted = before;
+  inserted[30] = 5;
+  const auto states = tryChange(inserted, [&] { put(*writer, 30, 5); });
+  if (states.empty()) GTEST_SKIP() << "tracing is not permitted here";
+  EXPECT_GT(states.size(), 8U);
+  for (const uint32_t id : {0U, 7U, 13U}) {
+    Contents erased = before;
+    erased.erase(id);
+    tryChange(erased, [&] { writer->erase(Key(id).data()); });
+  }
+  Contents updated = before;
+  updated[4] = 99;
+  const auto updates = tryChange(updated, [&] { put(*writer, 4, 99); });
+
+  // The repair of an unfinished update may be cut short as well.
+  std::set<size_t> interesting;
+  const TableLayout layout = TableLayout::of(path_, kShape);
+  for (size_t i = 0; i < updates.size(); ++i) {
+    uint32_t word = 0;
+    std::memcpy(&word, &updates[i][layout.rowsOffset + 4 * layout.rowStride], 4);
+    if (RowWord::isBusy(word)) interesting.insert(i);
+  }
+  ASSERT_FALSE(interesting.empty());
+  const std::string halfDone = updates[*interesting.rbegin()];
+  const auto leaveHalfDone = [&] {
+    std::ofstream(path_, std::ios::binary | std::ios::trunc) << halfDone;
+  };
+  const auto repairs = statesDuring(leaveHalfDone, [&] { TableWriter::open(path_, kShape); });
+  EXPECT_GT(repairs.size(), 8U);
+  expectOldThenNew(repairs, before, before);
+}
+
+TEST_F(TableFileCrashTest, EveryInstructionOfClearLeavesWholeRows) {
+  std::unique_ptr<TableWriter> writer;
+  const auto prepare = [&] {
+    writer = TableWriter::open(path_, kShape);
+    for (uint32_t id = 0; id < 20; ++id)
+      put(*writer, id, id + 1);
+  };
+  const auto states = statesDuring(prepare, [&] { writer->clear(); });
+  if (states.empty()) GTEST_SKIP() << "tracing is not permitted here";
+  size_t rows = 20;
+  for (const std::string& state : states) {
+    std::ofstream(path_, std::ios::binary | std::ios::trunc) << state;
+    const Contents seen = contentsOf(*TableReader::open(path_, kShape), kIds);
+    for (const auto& [id, version] : seen)
+      ASSERT_EQ(version, id + 1);
+    ASSERT_LE(seen.size(), rows);
+    rows = seen.size();
+    ASSERT_EQ(contentsOf(*TableWriter::open(path_, kShape), kIds), seen);
+  }
+  EXPECT_EQ(rows, 0U);
+}
+
+// The reader goes a few instructions at a time and the table changes in between, so that changes
+// fall into gaps that two running processes hardly ever hit.
+TEST_F(TableFileCrashTest, ChangesBetweenAnyTwoInstructionsHideNoRow) {
+  // Per id how often it came or went: odd while it is in the table.
+  using Moves = std::array<std::atomic<uint32_t>, kIds>;
+  void* shared =
+      mmap(nullptr, sizeof(Moves), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  Moves& moves = *new (shared) Moves{};
+  const auto writer = TableWriter::open(path_, kShape);
+  const pid_t child = forkChild([&] {
+    const auto reader = TableReader::open(path_, kShape);
+    std::minstd_rand random(4);
+    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(1);
+    raise(SIGSTOP);
+    for (;;) {
+      const uint32_t id = random() % kIds;
+      Value value;
+      const uint32_t before = moves[id];
+      const RowState state = reader->find(Key(id).data(), value.data());
+      const RowState expected = before % 2 == 1 ? RowState::live : RowState::missing;
+      if (before == moves[id] && state != expected) _exit(2);
+      if (state == RowState::live && versionOf(Key(id).data(), value.data()) == kTorn) _exit(3);
+    }
+  });
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (!WIFSTOPPED(status)) GTEST_SKIP() << "tracing is not permitted here";
+  std::minstd_rand random(17);
+  for (uint32_t turn = 0; turn < 8000 && WIFSTOPPED(status); ++turn) {
+    for (uint32_t i = random() % 20; i > 0 && WIFSTOPPED(status); --i) {
+      ptrace(PTRACE_SINGLESTEP, child, nullptr, nullptr);
+      waitpid(child, &status, 0);
+    }
+    const uint32_t id = random() % kIds;
+    if (random() % 3 != 0) {
+      moves[id] += put(*writer, id, turn) == TableWriter::Put::inserted;
+    } else {
+      moves[id] += writer->erase(Key(id).data());
+    }
+  }
+  EXPECT_TRUE(WIFSTOPPED(status)) << "the reader ended with status " << status;
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  munmap(shared, sizeof(Moves));
+}
+
+// What writer, reader and test tell each other; it outlives each of them.
+struct Ledger {
+  static constexpr uint32_t kKeys = 300;
+  static constexpr uint32_t kPermanent = 100;  // lower ids are present from the start to the end
+  std::atomic<uint32_t> committed[kKeys];      // version, 0 for none
+  std::atomic<uint32_t> intendedKey;
+  std::atomic<uint32_t> intendedVersion;
+  std::atomic<uint32_t> lastVersion;
+  std::atomic<uint32_t> changes;
+  std::atomic<uint32_t> readerFaults;
+  std::atomic<uint32_t> readerRounds;
+  std::atomic<uint32_t> isOver;
+};
+
+constexpr TableShape kKillShape{10, 30, Ledger::kKeys, 77};
+
+[[noreturn]] void writeUntilKilled(const std::string& path, Ledger& ledger, uint32_t seed) {
+  const auto writer = TableWriter::open(path, kKillShape);
+  std::minstd_rand random(seed);
+  for (uint32_t step = 0;; ++step) {
+    const uint32_t id = random() % Ledger::kKeys;
+    const bool isErase = id >= Ledger::kPermanent && random() % 3 == 0;
+    const uint32_t version = isErase ? 0 : ledger.lastVersion.fetch_add(1) + 1;
+    // Key first: until the version follows, either one is a version that this key may have.
+    ledger.intendedVersion = ledger.committed[id].load();
+    ledger.intendedKey = id;
+    ledger.intendedVersion = version;
+    if (isErase) {
+      writer->erase(Key(id).data());
+    } else {
+      put(*writer, id, version);
+    }
+    ledger.committed[id] = version;
+    ledger.changes.fetch_add(1);
+    if (step % 16 == 0) writer->wakeReaders();
+  }
+}
+
+// Reads without pause and keeps a mirror from the journal alone, which must equal the table at
+// the end.
+void readUntilOver(const std::string& path, Ledger& ledger) {
+  const auto reader = TableReader::open(path, kKillShape);
+  std::map<uint32_t, std::pair<uint32_t, uint32_t>> mirror;
+  TableCursor cursor;
+  uint32_t faults = 0;
+  std::minstd_rand random(1);
+  const auto check = [&](const void* key, const void* value, bool isGood) {
+    if (!isGood || versionOf(key, value) == kTorn) ++faults;
+  };
+  const auto scan = [&](auto note) {
+    faults += reader->forEach(
+        [&](uint32_t row, const std::byte* key, const std::byte* value, bool corrupt) {
+          check(key, value, !corrupt);
+          note(row, Key::idOf(key), versionOf(key, value));
+        });
+  };
+  const auto follow = [&] {
+    const auto told = reader->changesSince(
+        cursor, [&](uint32_t row, RowState state, const std::byte* key, const std::byte* value) {
+          mirror.erase(row);
+          if (state == RowState::missing) return;
+          check(key, value, state == RowState::live);
+          mirror[row] = {Key::idOf(key), versionOf(key, value)};
+        });
+    if (told == TableReader::Changes::ok) return;
+    mirror.clear();
+    scan([&](uint32_t row, uint32_t id, uint32_t version) { mirror[row] = {id, version}; });
+  };
+  while (ledger.isOver == 0) {
+    for (int i = 0; i < 200; ++i) {
+      const Key key(random() % Ledger::kKeys);
+      Value value;
+      const RowState state = reader->find(key.data(), value.data());
+      const bool mayBeMissing = Key::idOf(key.data()) >= Ledger::kPermanent;
+      if (state == RowState::missing && mayBeMissing) continue;
+      check(key.data(), value.data(), state == RowState::live);
+    }
+    follow();
+    scan([](auto...) {});
+    reader->waitForChange(cursor, std::chrono::milliseconds(1));
+    ++ledger.readerRounds;
+  }
+  follow();
+  std::map<uint32_t, std::pair<uint32_t, uint32_t>> table;
+  scan([&](uint32_t row, uint32_t id, uint32_t version) { table[row] = {id, version}; });
+  if (table != mirror) ++faults;
+  ledger.readerFaults = faults;
+}
+
+TEST_F(TableFileCrashTest, KilledWritersLoseNothingWhileReadersGoOn) {
+  const char* wanted = std::getenv("CORVANE_KILLS");
+  const int kills = wanted == nullptr ? 200 : std::atoi(wanted);
+  void* shared =
+      mmap(nullptr, sizeof(Ledger), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  Ledger& ledger = *new (shared) Ledger{};
+  for (uint32_t id = 0; id < Ledger::kPermanent; ++id) {
+    put(*TableWriter::open(path_, kKillShape), id, ++ledger.lastVersion);
+    ledger.committed[id] = ledger.lastVersion.load();
+  }
+  const pid_t reader = forkChild([&] { readUntilOver(path_, ledger); });
+  std::mt19937 random(static_cast<uint32_t>(getpid()));
+  for (int round = 0; round < kills && !HasFailure(); ++round) {
+    const uint32_t seed = random();
+    const uint32_t changesBefore = ledger.changes;
+    const pid_t child = forkChild([&] { writeUntilKilled(path_, ledger, seed); });
+    // Most die amid changes, some within their opening.
+    const bool isEarly = round % 8 == 0;
+    for (int i = 0; i < 2000 && !isEarly && ledger.changes == changesBefore; ++i)
+      usleep(500);
+    usleep(random() % 1500);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+
+    std::unique_ptr<TableWriter> writer;
+    ASSERT_NO_THROW(writer = TableWriter::open(path_, kKillShape));
+    Contents found = contentsOf(*writer, Ledger::kKeys);
+    ASSERT_EQ(writer->size(), found.size());
+    for (uint32_t id = 0; id < Ledger::kKeys; ++id) {
+      const uint32_t version = found.contains(id) ? found[id] : 0;
+      const bool isInFlight = id == ledger.intendedKey && version == ledger.intendedVersion;
+      if (!isInFlight) {
+        EXPECT_EQ(version, ledger.committed[id]) << "key " << id;
+      }
+      ledger.committed[id] = version;
+    }
+  }
+  // Once the reader knows the last writer, what follows reaches its mirror by the journal alone.
+  const auto writer = TableWriter::open(path_, kKillShape);
+  const uint32_t known = ledger.readerRounds + 2;
+  for (int i = 0; i < 5000 && ledger.readerRounds < known; ++i)
+    usleep(1000);
+  for (uint32_t id = 50; id < 150; ++id) {
+    if (id % 3 == 0) {
+      writer->erase(Key(id + 50).data());
+    } else {
+      put(*writer, id, 1'000'000'000 + id);
+    }
+  }
+  ledger.isOver = 1;
+  EXPECT_EQ(exitStatus(reader), 0);
+  EXPECT_EQ(ledger.readerFaults, 0U);
+  EXPECT_GT(ledger.readerRounds, 0U);
+  RecordProperty("changes", static_cast<int>(ledger.changes));
+  munmap(shared, sizeof(Ledger));
+}
+
+// Two rows of several kilobytes that change all the time: most copies of them meet a change.
+TEST_F(TableFileCrashTest, ReadersNeverSeeHalfARowThatIsHammeredOn) {
+  constexpr uint32_t kWords = 1000;
+  const TableShape shape{8, kWords * 4, 2, 1};
+  using Words = std::array<uint32_t, kWords>;
+  const auto put = [](TableWriter& writer, uint64_t key, uint32_t version) {
+    Words words;
+    words.fill(version);
+    writer.put(&key, words.data());
+  };
+  for (uint64_t key = 0; key < 2; ++key)
+    put(*TableWriter::open(path_, shape), key, 0);
+  const pid_t child = forkChild([&] {
+    const auto writer = TableWriter::open(path_, shape);
+    for (uint32_t version = 1;; ++version)
+      put(*writer, version % 2, version);
+  });
+  const auto reader = TableReader::open(path_, shape);
+  const auto isWhole = [](const void* value) {
+    Words words;
+    std::memcpy(words.data(), value, sizeof words);
+    return std::all_of(words.begin(), words.end(), [&](uint32_t word) { return word == words[0]; });
+  };
+  int torn = 0;
+  int read = 0;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+  for (uint64_t key = 0; std::chrono::steady_clock::now() < end; key ^= 1) {
+    reader->forEach([&](uint32_t, const std::byte*, const std::byte* value, bool corrupt) {
+      ++read;
+      torn += corrupt || !isWhole(value);
+    });
+    Words words;
+    const RowState state = reader->find(&key, words.data());
+    if (state == RowState::busy) continue;
+    ++read;
+    torn += state != RowState::live || !isWhole(words.data());
+  }
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(torn, 0);
+  EXPECT_GT(read, 100);
+}
+
+}  // namespace
+}  // namespace VeskSharedMem

@@ -1,0 +1,313 @@
+// The shared table file: contents, claims, malformed files, followers, and death at any moment.
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <random>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/runtime/TableFileFixture.h"
+
+namespace VeskSharedMem {
+namespace {
+
+using testing::HasSubstr;
+
+TEST_F(TableFileTest, AgreesWithAMapThroughChurnAndReopening) {
+  TableShape shape = kShape;
+  shape.capacity = 100;
+  auto writer = TableWriter::open(path_, shape);
+  const auto reader = TableReader::open(path_, shape);
+  Contents model;
+  std::mt19937 random(7);
+  for (uint32_t step = 1; step <= 30'000; ++step) {
+    const uint32_t id = random() % 130;
+    const auto known = model.find(id);
+    if (random() % 3 == 0) {
+      EXPECT_EQ(writer->erase(Key(id).data()), model.erase(id) == 1);
+    } else {
+      const uint32_t version = random() % 4 == 0 && known != model.end() ? known->second : step;
+      const auto expected =
+          known == model.end()
+              ? (model.size() == 100 ? TableWriter::Put::full : TableWriter::Put::inserted)
+              : (version == known->second ? TableWriter::Put::unchanged
+                                          : TableWriter::Put::updated);
+      ASSERT_EQ(put(*writer, id, version), expected);
+      if (expected != TableWriter::Put::full) model[id] = version;
+    }
+    if (step % 9000 == 0) {
+      writer->clear();
+      model.clear();
+    }
+    if (step % 1000 != 0) continue;
+    writer.reset();
+    writer = TableWriter::open(path_, shape);
+    ASSERT_EQ(contentsOf(*writer, 130), model);
+    ASSERT_EQ(contentsOf(*reader, 130), model);
+    ASSERT_EQ(reader->size(), model.size());
+  }
+}
+
+TEST_F(TableFileTest, ReportsCorruptRowsUntilTheyAreWrittenOrErased) {
+  auto writer = TableWriter::open(path_, kShape);
+  const auto reader = TableReader::openAny(path_);
+  EXPECT_EQ(reader->shape(), kShape);
+  for (uint32_t id = 0; id < 3; ++id)
+    put(*writer, id, 1);
+  Value value;
+  const auto expectState = [&](uint32_t id, RowState state) {
+    EXPECT_EQ(writer->find(Key(id).data(), value.data()), state);
+    EXPECT_EQ(reader->find(Key(id).data(), value.data()), state);
+    bool isCorrupt = false;
+    reader->forEach(
+        [&](uint32_t, const std::byte* key, const std::byte*, bool corrupt) {
+          if (Key::idOf(key) == id) isCorrupt = corrupt;
+        },
+        TableReader::Check::checksum);
+    EXPECT_EQ(isCorrupt, state == RowState::corrupt);
+  };
+  EXPECT_TRUE(writer->markCorrupt(Key(0).data()));
+  EXPECT_FALSE(writer->markCorrupt(Key(9).data()));
+  // A bit of the last row's value flips.
+  const TableLayout layout = TableLayout::of(path_, kShape);
+  patch(path_, layout.rowsOffset + 2 * layout.rowStride + 8 + kShape.keySize, "\x5a");
+  expectState(0, RowState::corrupt);
+  expectState(1, RowState::live);
+  expectState(2, RowState::corrupt);
+
+  writer.reset();
+  writer = TableWriter::open(path_, kShape);
+  expectState(0, RowState::corrupt);
+  expectState(2, RowState::corrupt);
+  EXPECT_EQ(put(*writer, 0, 1), TableWriter::Put::updated);
+  expectState(0, RowState::live);
+  EXPECT_TRUE(writer->erase(Key(2).data()));
+  expectState(2, RowState::missing);
+  EXPECT_EQ(put(*writer, 2, 1), TableWriter::Put::inserted);
+  expectState(2, RowState::live);
+}
+
+TEST_F(TableFileTest, RefusesASecondWriterAndTakesOverFromADeadOne) {
+  const pid_t holder = forkChild([&] {
+    const auto writer = TableWriter::open(path_, kShape);
+    put(*writer, 1, 1);
+    raise(SIGSTOP);
+  });
+  waitpid(holder, nullptr, WUNTRACED);
+  const auto reader = TableReader::open(path_, kShape);
+  EXPECT_TRUE(reader->hasWriter());
+  const std::string refusal = errorOf([&] { TableWriter::open(path_, kShape); });
+  EXPECT_THAT(refusal, HasSubstr(path_));
+  EXPECT_THAT(refusal, HasSubstr("process " + std::to_string(holder)));
+
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  EXPECT_FALSE(reader->hasWriter());
+  const auto writer = TableWriter::open(path_, kShape);
+  EXPECT_EQ(contentsOf(*writer, 5), (Contents{{1, 1}}));
+  EXPECT_THAT(errorOf([&] { TableWriter::open(path_, kShape); }),
+              HasSubstr("process " + std::to_string(getpid())));
+}
+
+TEST_F(TableFileTest, CreationLeavesAWholeTableOrNothing) {
+  EXPECT_THAT(errorOf([&] { TableWriter::open(path_ + "/none/t", kShape); }), HasSubstr(path_));
+  EXPECT_THAT(errorOf([&] { TableReader::openAny(path_); }), HasSubstr(path_));
+  // What a killed creator left is in nobody's way.
+  std::ofstream(path_ + ".new") << "half of a table";
+  // A limit on the size of files stands for a full disk.
+  const pid_t child = forkChild([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{1024, 1024};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    _exit(errorOf([&] { TableWriter::open(path_, kShape); }).find(path_) == std::string::npos);
+  });
+  EXPECT_EQ(exitStatus(child), 0);
+  EXPECT_TRUE(std::filesystem::is_empty(directory_));
+
+  // Creators that race take turns with one table: each that got it left its row there.
+  for (int round = 0; round < 30; ++round) {
+    std::filesystem::remove(path_);
+    std::vector<pid_t> creators;
+    for (uint32_t id = 0; id < 4; ++id) {
+      creators.push_back(forkChild([&, id] {
+        const std::string error = errorOf([&] { put(*TableWriter::open(path_, kShape), id, 1); });
+        _exit(error.empty() ? 0 : 1);
+      }));
+    }
+    size_t winners = 0;
+    for (const pid_t creator : creators)
+      winners += exitStatus(creator) == 0;
+    EXPECT_GE(winners, 1U);
+    EXPECT_EQ(TableWriter::open(path_, kShape)->size(), winners);
+    EXPECT_FALSE(std::filesystem::exists(path_ + ".new"));
+  }
+}
+
+TEST_F(TableFileTest, MalformedFilesAreErrorsThatNameTheDifference) {
+  put(*TableWriter::open(path_, kShape), 1, 1);
+  const std::string good = contentOfFile(path_);
+  struct Malformed {
+    const char* what;
+    std::function<void(std::string&)> damage;
+  };
+  const auto number = [](size_t offset, uint32_t with) {
+    return [offset, with](std::string& file) { std::memcpy(&file[offset], &with, 4); };
+  };
+  const Malformed cases[] = {
+      {"found 0", [](std::string& file) { file.clear(); }},
+      {"found 100", [](std::string& file) { file.resize(100); }},
+      {"file length", [](std::string& file) { file.pop_back(); }},
+      {"file length", [](std::string& file) { file += 'x'; }},
+      {"magic", number(0, 0x464c457f)},
+      {"format version 1, found 2", number(8, 2)},
+      {"byte order", number(12, 0x04030201)},
+      {"signature", number(16, 1)},
+      {"key size 10, found 11", number(24, 11)},
+      {"value size 30, found 0", number(28, 0)},
+      {"capacity 24, found 4294967295", number(32, UINT32_MAX)},
+      {"row stride", number(36, 8)},
+      {"index slots", number(40, 0)},
+      {"journal slots", number(44, 63)},
+      {"undo offset", number(48, 0)},
+      {"rows offset", number(60, 1)},
+      {"index offset", number(64, 4)},
+      {"journal offset", number(72, UINT32_MAX)},
+      {"file size", number(80, 0)},
+      {"rows in use", number(140, kShape.capacity + 1)},
+  };
+  for (const Malformed& malformed : cases) {
+    std::string file = good;
+    malformed.damage(file);
+    std::ofstream(path_, std::ios::trunc) << file;
+    for (const std::string& error : {errorOf([&] { TableWriter::open(path_, kShape); }),
+                                     errorOf([&] { TableReader::open(path_, kShape); })}) {
+      EXPECT_THAT(error, HasSubstr(path_));
+      EXPECT_THAT(error, HasSubstr(malformed.what));
+    }
+  }
+  std::mt19937 random(3);
+  for (int round = 0; round < 200; ++round) {
+    std::string file = good;
+    const size_t known = round % 2 == 0 ? 8 : 24;  // with or without a fitting version
+    for (size_t i = known; i < 128; ++i)
+      file[i] = static_cast<char>(random());
+    std::ofstream(path_, std::ios::trunc) << file;
+    EXPECT_NE(errorOf([&] { TableWriter::open(path_, kShape); }), "");
+    EXPECT_NE(errorOf([&] { TableReader::openAny(path_); }), "");
+  }
+  std::filesystem::remove(path_);
+  std::filesystem::create_directory(path_);
+  EXPECT_NE(errorOf([&] { TableWriter::open(path_, kShape); }), "");
+  EXPECT_THAT(errorOf([&] { TableReader::openAny(path_); }), HasSubstr("regular file"));
+}
+
+TEST_F(TableFileTest, GarbageInIndexJournalAndUndoIsSurvivedAndRepaired) {
+  Contents model;
+  for (uint32_t id = 0; id < kShape.capacity; ++id)
+    model[id] = id + 1;
+  const TableLayout layout = TableLayout::of(path_, kShape);
+  std::mt19937 random(5);
+  for (int round = 0; round < 100; ++round) {
+    auto writer = TableWriter::open(path_, kShape);
+    for (const auto& [id, version] : model)
+      put(*writer, id, version);
+    const auto reader = TableReader::open(path_, kShape);
+    TableCursor cursor = reader->cursor();
+    writer.reset();
+    std::string noise(layout.fileSize - layout.indexOffset, 0);
+    for (char& byte : noise)
+      byte = static_cast<char>(random());
+    patch(path_, layout.indexOffset, noise);
+    patch(path_, layout.undoOffset, noise.substr(0, layout.rowStride));
+    const uint64_t head = cursor.position + 20;
+    patch(path_, offsetof(TableHeader, journalHead),
+          std::string(reinterpret_cast<const char*>(&head), sizeof head));
+    Value value;
+    for (uint32_t id = 0; id < 40; ++id)
+      reader->find(Key(id).data(), value.data());
+    reader->changesSince(cursor, [](uint32_t, RowState, const std::byte*, const std::byte*) {});
+    EXPECT_EQ(contentsOf(*TableWriter::open(path_, kShape), 40), model);
+    EXPECT_EQ(contentsOf(*reader, 40), model);
+  }
+}
+
+TEST_F(TableFileTest, ReadersFollowTheJournalAndLearnWhenTheyFellBehind) {
+  auto writer = TableWriter::open(path_, kShape);
+  const auto reader = TableReader::open(path_, kShape);
+  TableCursor cursor = reader->cursor();
+  std::vector<RowState> told;
+  const auto follow = [&] {
+    told.clear();
+    return reader->changesSince(cursor, [&](uint32_t, RowState state, const std::byte*,
+                                            const std::byte*) { told.push_back(state); });
+  };
+  put(*writer, 1, 1);
+  put(*writer, 2, 1);
+  put(*writer, 2, 1);
+  writer->erase(Key(1).data());
+  EXPECT_EQ(follow(), TableReader::Changes::ok);
+  EXPECT_EQ(told, (std::vector{RowState::missing, RowState::live, RowState::missing}));
+  EXPECT_EQ(follow(), TableReader::Changes::ok);
+  EXPECT_TRUE(told.empty());
+
+  const uint32_t slots = TableLayout::of(path_, kShape).journalSlots;
+  for (uint32_t i = 0; i < slots - 1; ++i)
+    put(*writer, 2, 100 + i);
+  EXPECT_EQ(follow(), TableReader::Changes::ok);
+  EXPECT_EQ(told.size(), slots - 1);
+  for (uint32_t i = 0; i < slots; ++i)
+    put(*writer, 2, 500 + i);
+  EXPECT_EQ(follow(), TableReader::Changes::overrun);
+  EXPECT_EQ(follow(), TableReader::Changes::ok);
+
+  // The writer laps a reader that is in the middle of it.
+  put(*writer, 1, 1);
+  put(*writer, 2, 1);
+  const auto lapped = reader->changesSince(cursor, [&](auto...) {
+    for (uint32_t i = 0; i < slots; ++i)
+      put(*writer, 3, 2000 + i);
+  });
+  EXPECT_EQ(lapped, TableReader::Changes::overrun);
+
+  writer.reset();
+  writer = TableWriter::open(path_, kShape);
+  EXPECT_EQ(follow(), TableReader::Changes::overrun);
+
+  EXPECT_FALSE(reader->isReplaced());
+  std::filesystem::remove(path_);
+  EXPECT_TRUE(reader->isReplaced());
+  const auto second = TableWriter::open(path_, kShape);
+  EXPECT_EQ(TableReader::open(path_, kShape)->changesSince(cursor, [](auto...) {}),
+            TableReader::Changes::overrun);
+}
+
+TEST_F(TableFileTest, ASleepingReaderIsRousedAtTheEndOfABatch) {
+  using std::chrono::milliseconds;
+  const auto writer = TableWriter::open(path_, kShape);
+  const auto reader = TableReader::open(path_, kShape);
+  EXPECT_FALSE(reader->waitForChange(reader->cursor(), milliseconds(5)));
+  for (uint32_t round = 1; round <= 200; ++round) {
+    const TableCursor cursor = reader->cursor();
+    bool isRoused = false;
+    std::thread sleeper([&] { isRoused = reader->waitForChange(cursor, milliseconds(10'000)); });
+    if (round % 2 == 0) usleep(200);
+    put(*writer, 1, round);
+    writer->wakeReaders();
+    sleeper.join();
+    ASSERT_TRUE(isRoused);
+  }
+}
+
+}  // namespace
+}  // namespace VeskSharedMem

@@ -1,0 +1,288 @@
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "runtime/Assert.h"
+#include "runtime/Task.h"
+
+using namespace Sylva;
+using Names = std::vector<std::string>;
+
+namespace {
+
+template <class Base>
+class Scripted : public Base {
+ public:
+  using Base::Base;
+  std::function<void()> body;
+
+ protected:
+  void run() override {
+    if (body) body();
+  }
+};
+
+class TaskTest : public testing::Test {
+ protected:
+  TaskTest() { Vesk::System::clockIs(&clock); }
+  ~TaskTest() override { Vesk::System::clockIs(nullptr); }
+
+  template <class T = Task>
+  std::unique_ptr<Scripted<T>> make(const std::string& name, TaskPriority priority = 3) {
+    auto task = std::make_unique<Scripted<T>>(&scheduler, priority, name);
+    task->body = [this, name] { ran.push_back(name); };
+    return task;
+  }
+  Names takeRan() { return std::exchange(ran, {}); }
+  void passTo(double time) {
+    clock.advanceTo(time);
+    scheduler.fireExpired(time);
+    scheduler.runUntilIdle();
+  }
+
+  Vesk::ManualClock clock{1000};
+  TaskScheduler scheduler;
+  Names ran;
+};
+
+TEST_F(TaskTest, runsBySmallerPriorityThenFirstComeAndNeverInline) {
+  auto a = make("a"), b = make("b"), late = make("late", 4), urgent = make("urgent", 0);
+  for (auto* task : {late.get(), b.get(), a.get(), b.get(), urgent.get()})
+    task->scheduleTask();
+  EXPECT_TRUE(ran.empty());
+  EXPECT_EQ(scheduler.pendingTaskNames(), (Names{"urgent", "b", "a", "late"}));
+  a->taskPriorityIs(5);
+  EXPECT_EQ(scheduler.runUntilIdle(3), 3U);
+  EXPECT_EQ(takeRan(), (Names{"urgent", "b", "late"}));
+  EXPECT_FALSE(scheduler.idle());
+  EXPECT_EQ(scheduler.runUntilIdle(), 1U);
+  EXPECT_FALSE(scheduler.runOne());
+}
+
+TEST_F(TaskTest, aBodyThatSchedulesItselfLetsItsEqualsGoFirst) {
+  auto walk = make("walk"), other = make("other");
+  int turns = 0;
+  walk->body = [&] {
+    EXPECT_TRUE(walk->taskCurrentlyRunning());
+    ran.push_back("walk");
+    if (++turns < 3) walk->scheduleTask();
+    if (turns == 2) other->scheduleTask();
+  };
+  walk->scheduleTask();
+  other->scheduleTask();
+  scheduler.runUntilIdle();
+  EXPECT_EQ(ran, (Names{"walk", "other", "walk", "walk", "other"}));
+}
+
+TEST_F(TaskTest, tasksDieQueuedInAnotherBodyOrInTheirOwn) {
+  auto first = make("first"), second = make("second"), third = make("third");
+  auto timer = make<TimerTask>("timer");
+  for (auto* task : {first.get(), second.get(), third.get()})
+    task->scheduleTask();
+  timer->scheduleTaskDelay(1);
+  bool shouldYield = true;
+  auto witness = make("witness");
+  ItemYield everyItem(1);
+  scheduler.yieldPolicyIs(&everyItem);
+  first->body = [&] {
+    second.reset();
+    timer.reset();
+    // A new task at the address of the one that runs must not pass for it.
+    auto keep = std::move(first->body);
+    first.reset();
+    first = make("reborn");
+    EXPECT_FALSE(first->taskCurrentlyRunning());
+    first->scheduleTask();
+    shouldYield = witness->taskShouldYield();
+  };
+  scheduler.runUntilIdle();
+  EXPECT_EQ(ran, (Names{"third", "reborn"}));
+  EXPECT_TRUE(shouldYield);
+  EXPECT_EQ(scheduler.nextExpiry(), TaskScheduler::never);
+  EXPECT_TRUE(scheduler.pendingTaskNames().empty());
+}
+
+TEST_F(TaskTest, theOwnerIsHeldAroundTheBodyAndMayTakeTheTaskAlong) {
+  struct Owner {
+    struct Work : Task {
+      Work(TaskScheduler* scheduler, Owner& o) : Task(scheduler, 3, "work"), owner(o) {}
+      void run() override {
+        owner.self.reset();
+        *owner.goneInBody = *owner.gone;
+      }
+      void holdOwner() override { owner.hold = owner.self; }
+      void releaseOwner() override { auto last = std::move(owner.hold); }
+      Owner& owner;
+    };
+    Owner(TaskScheduler* scheduler, bool* goneFlag, bool* inBodyFlag)
+        : gone(goneFlag), goneInBody(inBodyFlag), task(scheduler, *this) {}
+    ~Owner() { *gone = true; }
+    bool *gone, *goneInBody;
+    std::shared_ptr<Owner> self, hold;
+    Work task;
+  };
+  bool gone = false, goneInBody = true;
+  auto owner = std::make_shared<Owner>(&scheduler, &gone, &goneInBody);
+  owner->self = owner;
+  owner->task.scheduleTask();
+  owner.reset();
+  EXPECT_TRUE(scheduler.runOne());
+  EXPECT_FALSE(goneInBody);
+  EXPECT_TRUE(gone);
+}
+
+TEST_F(TaskTest, timersRunInOrderOfTimeAndReplaceTheirExpiry) {
+  auto a = make<TimerTask>("a"), b = make<TimerTask>("b"), c = make<TimerTask>("c");
+  double inBody = 0;
+  c->body = [&] {
+    inBody = c->currentExpirationTime();
+    ran.push_back("c");
+    if (clock.now() < 1009) c->scheduleTaskDelay(5);
+  };
+  EXPECT_EQ(a->currentExpirationTime(), TaskScheduler::never);
+  a->scheduleTaskDelay(3);
+  b->scheduleTaskDelay(2);
+  c->scheduleTaskDelay(3);
+  a->scheduleTaskDelay(3);  // moves behind c, which has the same time
+  EXPECT_EQ(scheduler.nextExpiry(), 1002);
+  passTo(1001);
+  EXPECT_TRUE(ran.empty());
+  passTo(1004);
+  EXPECT_EQ(takeRan(), (Names{"b", "c", "a"}));
+  EXPECT_EQ(inBody, TaskScheduler::never);
+  EXPECT_EQ(c->currentExpirationTime(), 1009);
+
+  // Fired but not run yet: the time stays to be read, and a new delay still replaces it.
+  clock.advanceTo(1009);
+  EXPECT_EQ(scheduler.fireExpired(1009), 1U);
+  EXPECT_EQ(c->currentExpirationTime(), 1009);
+  c->scheduleTaskDelay(1);
+  EXPECT_FALSE(scheduler.runOne());
+  // Zero delay and a plain schedule end the wait without any passing of time.
+  c->scheduleTask();
+  b->scheduleTaskDelay(0);
+  EXPECT_TRUE(ran.empty());
+  scheduler.runUntilIdle();
+  EXPECT_EQ(takeRan(), (Names{"c", "b"}));
+  b->scheduleTaskDelay(1);
+  b->scheduleTaskDelay(TaskScheduler::never);
+  EXPECT_EQ(scheduler.nextExpiry(), TaskScheduler::never);
+}
+
+TEST_F(TaskTest, inactiveTasksLeaveTheQueueAndAreNotRevived) {
+  auto task = make("task");
+  auto timer = make<TimerTask>("timer");
+  task->scheduleTask();
+  timer->scheduleTaskDelay(1);
+  for (Task* each : {static_cast<Task*>(task.get()), static_cast<Task*>(timer.get())}) {
+    each->activeIs(false);
+    each->scheduleTask();
+    each->activeIs(true);
+  }
+  passTo(1002);
+  EXPECT_TRUE(ran.empty());
+  task->scheduleTask();
+  scheduler.runUntilIdle();
+  EXPECT_EQ(ran, Names{"task"});
+}
+
+TEST_F(TaskTest, aSliceOfNItemsHoldsNItems) {
+  for (std::size_t slice : {0U, 1U, 3U}) {
+    ItemYield policy(slice);
+    scheduler.yieldPolicyIs(&policy);
+    std::size_t left = 7;
+    std::vector<std::size_t> slices;
+    auto scan = make("scan");
+    scan->body = [&] {
+      std::size_t done = 0;
+      for (; left > 0; --left, ++done) {
+        if (done > 0 && scan->taskShouldYield()) {
+          scan->scheduleTask();
+          break;
+        }
+      }
+      slices.push_back(done);
+    };
+    EXPECT_FALSE(scan->taskShouldYield()) << "no slice outside of a body";
+    scan->scheduleTask();
+    scheduler.runUntilIdle();
+    EXPECT_EQ(slices.front(), slice == 0 ? 7 : slice);
+    EXPECT_EQ(slices.size(), slice == 0 ? 1 : (7 + slice - 1) / slice);
+  }
+  TimeYield budget(0.5);
+  budget.begin();
+  clock.advanceTo(1000.25);
+  EXPECT_FALSE(budget.mustYield());
+  clock.advanceTo(1000.5);
+  EXPECT_TRUE(budget.mustYield());
+}
+
+TEST_F(TaskTest, shuffleDrawsAmongEqualsOnlyAndRepeatsWithItsSeed) {
+  std::vector<std::unique_ptr<Scripted<Task>>> tasks;
+  for (int i = 0; i < 12; ++i)
+    tasks.push_back(make(std::to_string(i), i < 6 ? 3 : 4));
+  auto play = [&](std::optional<std::uint64_t> seed) {
+    scheduler.shuffleSeedIs(seed);
+    for (auto& task : tasks)
+      task->scheduleTask();
+    scheduler.runUntilIdle();
+    return takeRan();
+  };
+  auto plain = play({}), drawn = play(7);
+  EXPECT_EQ(drawn, play(7));
+  EXPECT_NE(drawn, plain);
+  EXPECT_TRUE(std::is_permutation(drawn.begin(), drawn.begin() + 6, plain.begin()));
+}
+
+TEST_F(TaskTest, resetForgetsWithoutTouchingTheDead) {
+  // Storage that is overwritten stands for the memory of a dead process.
+  using Body = Scripted<TimerTask>;
+  alignas(Body) std::array<std::byte, sizeof(Body)> storage[2];
+  auto* ready = new (&storage[0]) Body(&scheduler, 3, "dead");
+  auto* waiting = new (&storage[1]) Body(&scheduler, 3, "dead");
+  auto survivor = make<TimerTask>("survivor"), gone = make<TimerTask>("gone");
+  ready->scheduleTask();
+  for (auto* timer : {waiting, static_cast<Body*>(survivor.get()), static_cast<Body*>(gone.get())})
+    timer->scheduleTaskDelay(1);
+  for (auto& block : storage)
+    block.fill(std::byte{0xa5});
+  scheduler.reset();
+  EXPECT_TRUE(scheduler.idle());
+  EXPECT_EQ(scheduler.nextExpiry(), TaskScheduler::never);
+  EXPECT_EQ(survivor->currentExpirationTime(), TaskScheduler::never);
+  survivor->scheduleTaskDelay(2);
+  gone.reset();
+  EXPECT_EQ(scheduler.pendingTaskNames(), Names{"survivor"});
+  passTo(1002);
+  EXPECT_EQ(ran, Names{"survivor"});
+}
+
+// Stands for main: an exception that would leave it ends the process.
+void nobodyCatches(const char* text) noexcept {
+  [&] { throw Ombra::RangeException(text); }();
+}
+
+TEST(FatalTest, everyEndPrintsItsTextAndRunsTheHookOnce) {
+  auto withHook = [](auto end) {
+    Ombra::installTerminateHandler();
+    Ombra::onFatal([] {
+      std::fputs("state dump\n", stderr);
+      Ombra::fatal("a fault in the dump");
+    });
+    end();
+  };
+  Ombra::assertThat(true, "holds");
+  EXPECT_DEATH(withHook([] { Ombra::assertThat(false, "iter_"); }),
+               "^assertion failed: iter_\nstate dump\na fault in the dump\n$");
+  EXPECT_DEATH(withHook([] { nobodyCatches("vlan out of range"); }),
+               "uncaught exception: vlan out of range\nstate dump");
+}
+
+}  // namespace
