@@ -8,11 +8,14 @@
 
 namespace Host {
 
-/// 0 if all pass, 1 if any fails, 2 if one cannot be run. All files are read and checked before the first one runs.
+/// 0 if all pass, 1 if any fails, 2 if one cannot be run. All files are read and checked before the
+/// first one runs.
 [[nodiscard]] int playCommand(const std::vector<std::string>& files, const PlayOptions& options);
-/// Lists record types, attributes, mount paths and capacities; of one record or path if a name is given.
+/// Lists record types, attributes, mount paths and capacities; of one record or path if a name is
+/// given.
 [[nodiscard]] int recordsCommand(const std::string& name, Audience audience);
 /// Prints shared tables from the files of a running or ended agent, without touching them.
-[[nodiscard]] int showCommand(const std::vector<std::string>& addresses, const std::string& directory, Audience audience);
+[[nodiscard]] int showCommand(const std::vector<std::string>& addresses,
+                              const std::string& directory, Audience audience);
 
 }  // namespace Host

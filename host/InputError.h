@@ -1,6 +1,7 @@
 // What is wrong with something that a user gave: a file, a place in it, or an argument.
-// Thrown by whoever reads the input, before anything has run. Main prints it as FILE:LINE:COLUMN: text and ends with
-// status 2. Caveat: line and column count from 1; 0 means that there is no such place.
+// Thrown by whoever reads the input, before anything has run. Main prints it as FILE:LINE:COLUMN:
+// text and ends with status 2. Caveat: line and column count from 1; 0 means that there is no such
+// place.
 #pragma once
 
 #include <stdexcept>

@@ -1,9 +1,9 @@
-#include <CLI/CLI.hpp>
-#include <fmt/format.h>
-
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include "host/Commands.h"
 #include "host/InputError.h"
@@ -27,18 +27,24 @@ struct Arguments {
 };
 
 int run(int argc, char** argv) {
-  CLI::App app{"Overlay multicast agent: plays scenarios, prints tables, lists records.", "corvane"};
+  CLI::App app{"Overlay multicast agent: plays scenarios, prints tables, lists records.",
+               "corvane"};
   app.require_subcommand(1);
   Arguments arguments;
 
   auto* play = app.add_subcommand("play", "Play scenario files in order");
   play->add_flag("--json", arguments.json, "One JSON document a step");
-  auto* keep = play->add_option("--keep", arguments.keep, "Keep tables, toggle files and trace ring in this directory");
-  play->add_option("--trace", arguments.play.traceLevels, "Traces on standard error: NAME/LEVELS;NAME/LEVELS, as in IpTunnel*/8,9");
-  auto* seed = play->add_option("--seed", arguments.seed, "Shuffle ready tasks of equal priority and the order of subscribers");
+  auto* keep = play->add_option("--keep", arguments.keep,
+                                "Keep tables, toggle files and trace ring in this directory");
+  play->add_option("--trace", arguments.play.traceLevels,
+                   "Traces on standard error: NAME/LEVELS;NAME/LEVELS, as in IpTunnel*/8,9");
+  auto* seed =
+      play->add_option("--seed", arguments.seed,
+                       "Shuffle ready tasks of equal priority and the order of subscribers");
   play->add_option("FILE", arguments.files, "Scenario files")->required();
 
-  auto* records = app.add_subcommand("records", "List record types, attributes, mount paths and capacities");
+  auto* records =
+      app.add_subcommand("records", "List record types, attributes, mount paths and capacities");
   records->add_flag("--json", arguments.json, "One JSON document");
   records->add_option("NAME", arguments.recordName, "Record type or mount path");
 

@@ -1,6 +1,6 @@
-#include <fmt/format.h>
-
 #include <filesystem>
+
+#include <fmt/format.h>
 
 #include "host/Commands.h"
 #include "host/InputError.h"
@@ -13,14 +13,16 @@ int playCommand(const std::vector<std::string>& files, const PlayOptions& option
   if (const auto fault = Vesk::traceLevelsIs(options.traceLevels)) throw InputError(*fault);
   (void)Vesk::traceLevelsIs("");
   std::vector<Scenario> scenarios;
-  for (const std::string& file : files) scenarios.push_back(readScenario(file));
+  for (const std::string& file : files)
+    scenarios.push_back(readScenario(file));
   Report report(options.audience, Style::ofStandardOutput());
   std::size_t passed = 0;
   bool isUnusable = false;
   for (std::size_t i = 0; i < scenarios.size(); ++i) {
     PlayOptions own = options;
     if (own.keep && scenarios.size() > 1)
-      *own.keep /= fmt::format("{:03}-{}", i + 1, std::filesystem::path(scenarios[i].file).stem().string());
+      *own.keep /=
+          fmt::format("{:03}-{}", i + 1, std::filesystem::path(scenarios[i].file).stem().string());
     const Outcome outcome = runInChild(scenarios[i], own, report);
     passed += outcome == Outcome::passed ? 1 : 0;
     isUnusable = isUnusable || outcome == Outcome::unusable;

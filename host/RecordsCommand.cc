@@ -1,7 +1,7 @@
-#include <fmt/format.h>
-
 #include <cstdio>
 #include <iostream>
+
+#include <fmt/format.h>
 
 #include "host/Commands.h"
 #include "host/InputError.h"
@@ -19,9 +19,12 @@ using Vesk::ValueType;
 
 std::string_view storeText(Corvane::Store store) {
   switch (store) {
-    case Corvane::Store::stateDb: return "state database";
-    case Corvane::Store::briskel: return "briskel";
-    case Corvane::Store::skarel: return "skarel";
+    case Corvane::Store::stateDb:
+      return "state database";
+    case Corvane::Store::briskel:
+      return "briskel";
+    case Corvane::Store::skarel:
+      return "skarel";
   }
   return "?";
 }
@@ -37,19 +40,24 @@ std::string valueText(const ValueType& type) {
   if (type.fields().empty()) return text;
   text += " {";
   for (const auto& member : type.fields())
-    text += fmt::format("{}{}{} {}", &member == &type.fields().front() ? "" : ", ", member.isKey ? "key " : "",
-                        member.type->name(), member.name);
+    text += fmt::format("{}{}{} {}", &member == &type.fields().front() ? "" : ", ",
+                        member.isKey ? "key " : "", member.type->name(), member.name);
   return text + "}";
 }
 
 std::string typeText(const FieldInfo& field) {
   switch (field.kind) {
-    case FieldKind::value: return valueText(*field.valueType);
+    case FieldKind::value:
+      return valueText(*field.valueType);
     case FieldKind::reference:
-    case FieldKind::instance: return fmt::format("{}{}", field.targetType().name(), field.isConst ? " const" : "");
-    case FieldKind::valueSet: return valueText(*field.keyType);
-    case FieldKind::valueMap: return fmt::format("{} -> {}", field.keyType->name(), valueText(*field.valueType));
-    case FieldKind::instanceMap: return fmt::format("{} -> {}", field.keyType->name(), field.targetType().name());
+    case FieldKind::instance:
+      return fmt::format("{}{}", field.targetType().name(), field.isConst ? " const" : "");
+    case FieldKind::valueSet:
+      return valueText(*field.keyType);
+    case FieldKind::valueMap:
+      return fmt::format("{} -> {}", field.keyType->name(), valueText(*field.valueType));
+    case FieldKind::instanceMap:
+      return fmt::format("{} -> {}", field.keyType->name(), field.targetType().name());
   }
   return {};
 }
@@ -57,7 +65,8 @@ std::string typeText(const FieldInfo& field) {
 Json typeJson(const RecordType& type) {
   Json attributes = Json::array();
   for (const FieldInfo* field : type.fields()) {
-    Json attribute{{"name", field->name}, {"kind", field->isKey ? "key" : Vesk::kindText(field->kind)}};
+    Json attribute{{"name", field->name},
+                   {"kind", field->isKey ? "key" : Vesk::kindText(field->kind)}};
     if (field->keyType != nullptr) attribute["keyType"] = field->keyType->name();
     if (field->valueType != nullptr) attribute["valueType"] = field->valueType->name();
     if (field->targetType != nullptr) attribute["targetType"] = field->targetType().name();
@@ -67,24 +76,31 @@ Json typeJson(const RecordType& type) {
   Json mounts = Json::array();
   for (const auto& mount : Corvane::mountCatalog()) {
     if (mount.type != type.name()) continue;
-    Json entry{{"path", mount.path}, {"store", storeText(mount.store)}, {"access", accessText(mount)}};
+    Json entry{
+        {"path", mount.path}, {"store", storeText(mount.store)}, {"access", accessText(mount)}};
     if (!mount.condition.empty()) entry["condition"] = mount.condition;
     mounts.push_back(std::move(entry));
   }
-  return {{"type", type.name()}, {"machine", type.isMachine()}, {"attributes", attributes}, {"mounts", mounts}};
+  return {{"type", type.name()},
+          {"machine", type.isMachine()},
+          {"attributes", attributes},
+          {"mounts", mounts}};
 }
 
 void printType(const RecordType& type, const Style& style) {
-  fmt::print("{}{}\n", style.in(Ink::strong, type.name()), type.isMachine() ? style.in(Ink::faint, "  machine") : "");
+  fmt::print("{}{}\n", style.in(Ink::strong, type.name()),
+             type.isMachine() ? style.in(Ink::faint, "  machine") : "");
   for (const auto& mount : Corvane::mountCatalog())
     if (mount.type == type.name())
       fmt::print("  at {}  ({}, {}{}{})\n", mount.path, storeText(mount.store), accessText(mount),
                  mount.condition.empty() ? "" : "; ", mount.condition);
   std::size_t nameWidth = 0;
-  for (const FieldInfo* field : type.fields()) nameWidth = std::max(nameWidth, field->name.size());
   for (const FieldInfo* field : type.fields())
-    fmt::print("  {:<{}}  {:<9}  {}{}\n", field->name, nameWidth, field->isKey ? "key" : Vesk::kindText(field->kind),
-               typeText(*field), field->capacity == 0 ? "" : fmt::format("  (at most {} rows)", field->capacity));
+    nameWidth = std::max(nameWidth, field->name.size());
+  for (const FieldInfo* field : type.fields())
+    fmt::print("  {:<{}}  {:<9}  {}{}\n", field->name, nameWidth,
+               field->isKey ? "key" : Vesk::kindText(field->kind), typeText(*field),
+               field->capacity == 0 ? "" : fmt::format("  (at most {} rows)", field->capacity));
   fmt::print("\n");
 }
 
@@ -105,11 +121,13 @@ int recordsCommand(const std::string& name, Audience audience) {
   }
   if (audience == Audience::people) {
     const Style style = Style::ofStandardOutput();
-    for (const RecordType* type : types) printType(*type, style);
+    for (const RecordType* type : types)
+      printType(*type, style);
     return 0;
   }
   Json list = Json::array();
-  for (const RecordType* type : types) list.push_back(typeJson(*type));
+  for (const RecordType* type : types)
+    list.push_back(typeJson(*type));
   fmt::print("{}\n", list.dump(2));
   return 0;
 }

@@ -1,7 +1,7 @@
-#include <fmt/format.h>
-
 #include <cstddef>
 #include <filesystem>
+
+#include <fmt/format.h>
 
 #include "host/Commands.h"
 #include "host/InputError.h"
@@ -15,7 +15,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string_view textOfBytes(const std::byte* bytes, std::size_t size) { return {reinterpret_cast<const char*>(bytes), size}; }
+std::string_view textOfBytes(const std::byte* bytes, std::size_t size) {
+  return {reinterpret_cast<const char*>(bytes), size};
+}
 
 /// A copy of a shared table as its files have it now; null if there are none.
 Ombra::Ptr<Vesk::Entity> copied(const std::string& directory, const Address& address) {
@@ -28,11 +30,13 @@ Ombra::Ptr<Vesk::Entity> copied(const std::string& directory, const Address& add
     const auto reader = VeskSharedMem::TableReader::openAny(rows.file);
     const auto& shape = reader->shape();
     // The capacity is the writer's choice; the meaning of the bytes is not.
-    if (shape.signature != rows.shape.signature || shape.keySize != rows.shape.keySize || shape.valueSize != rows.shape.valueSize)
+    if (shape.signature != rows.shape.signature || shape.keySize != rows.shape.keySize ||
+        shape.valueSize != rows.shape.valueSize)
       throw VeskSharedMem::TableError(fmt::format("{}: a table of another layout", rows.file));
     reader->forEach(
         [&](std::uint32_t, const std::byte* key, const std::byte* value, bool corrupt) {
-          VeskSharedMem::applyRow(*entity, rows, textOfBytes(key, shape.keySize), textOfBytes(value, shape.valueSize), corrupt);
+          VeskSharedMem::applyRow(*entity, rows, textOfBytes(key, shape.keySize),
+                                  textOfBytes(value, shape.valueSize), corrupt);
         },
         VeskSharedMem::TableReader::Check::checksum);
   }
@@ -45,7 +49,9 @@ Found within(const Ombra::Ptr<Vesk::Entity>& root, const Address& address) {
   for (const AddressStep& step : address.steps) {
     found.holder = at;
     found.field = step.field;
-    at = !step.leadsToEntity() || !at ? nullptr : step.key ? step.field->child(*at, *step.key) : step.field->child(*at);
+    at = !step.leadsToEntity() || !at ? nullptr
+         : step.key                   ? step.field->child(*at, *step.key)
+                                      : step.field->child(*at);
   }
   found.entity = at;
   return found;
@@ -53,7 +59,8 @@ Found within(const Ombra::Ptr<Vesk::Entity>& root, const Address& address) {
 
 }  // namespace
 
-int showCommand(const std::vector<std::string>& addresses, const std::string& directory, Audience audience) {
+int showCommand(const std::vector<std::string>& addresses, const std::string& directory,
+                Audience audience) {
   std::vector<Address> parsed;
   for (const std::string& text : addresses) {
     try {
@@ -61,16 +68,20 @@ int showCommand(const std::vector<std::string>& addresses, const std::string& di
     } catch (const AddressError& error) {
       throw InputError(fmt::format("{}: {}", text, error.what()));
     }
-    if (!parsed.back().shared) throw InputError(fmt::format("{}: only shared tables can be read from another process", text));
+    if (!parsed.back().shared)
+      throw InputError(
+          fmt::format("{}: only shared tables can be read from another process", text));
   }
-  if (!fs::is_directory(directory)) throw InputError(fmt::format("{}: no such directory", directory));
+  if (!fs::is_directory(directory))
+    throw InputError(fmt::format("{}: no such directory", directory));
   // A scenario's kept directory has its tables in a folder of their own.
   const std::string tables = fs::is_directory(directory + "/shm") ? directory + "/shm" : directory;
   const Style style = Style::ofStandardOutput();
   Json document = Json::object();
   for (const Address& address : parsed) {
     Shown shown = showFound(within(copied(tables, address), address), address, style);
-    if (audience == Audience::people) fmt::print("{}\n{}", style.in(Ink::strong, shown.address), shown.table);
+    if (audience == Audience::people)
+      fmt::print("{}\n{}", style.in(Ink::strong, shown.address), shown.table);
     document[shown.address] = std::move(shown.value);
   }
   if (audience == Audience::programs) fmt::print("{}\n", document.dump(2));

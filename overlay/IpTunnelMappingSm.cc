@@ -1,7 +1,5 @@
 #include "overlay/IpTunnelMappingSm.h"
 
-#include <algorithm>
-
 #include "platform/Toggles.h"
 #include "runtime/Trace.h"
 

@@ -219,3 +219,8 @@ void L3OverlayGroupSm::deleteOverlayRoute(const VrfName& vrf, const OverlayRoute
 }
 
 }  // namespace Multicast::Vpn
+
+VESK_REGISTER(Multicast::Vpn::L3OverlayGroupSmVrfStatus)
+VESK_REGISTER(Multicast::Vpn::L3OverlayGroupSmStatus)
+VESK_REGISTER(Multicast::Vpn::L3OverlayGroupSm)
+VESK_REGISTER(Multicast::Vpn::L3OverlayGroupSm::VrfSm)

@@ -33,6 +33,11 @@ inline const Vesk::ValueType& Vesk::valueType<Multicast::Vpn::VlanGroupDedupTabl
 
 namespace Multicast::Vpn {
 
+/// The reflection of a value asks for an order; a bookmark has no other use for one.
+inline bool operator<(const L3OverlayGroupSmBookmark& a, const L3OverlayGroupSmBookmark& b) {
+  return a.vrf == b.vrf ? a.routeKey < b.routeKey : a.vrf < b.vrf;
+}
+
 /// The accepted routes of one VRF.
 class L3OverlayGroupSmVrfStatus : public Vesk::Keyed<L3::VrfName> {
   VESK_RECORD(Multicast::Vpn::L3OverlayGroupSmVrfStatus)

@@ -38,3 +38,5 @@ void VrfIdReverseMapper::updateName(const L3::VrfName& name) {
 }
 
 }  // namespace Vrf::VrfIdMap
+
+VESK_REGISTER(Vrf::VrfIdMap::VrfIdReverseMapper)

@@ -43,6 +43,7 @@ class Dir : public Entity {
   }
   /// No error if there is none.
   void deleteEntity(const std::string& name) { entryState_.del(*this, entryStateIndex, name); }
+  void deleteAll() { entryState_.delAll(*this, entryStateIndex); }
   [[nodiscard]] Ombra::Ptr<Entity> entityPtr(const std::string& name) const { return entryState_.get(name); }
   [[nodiscard]] auto entryStateIterator() const {
     return Iteration(Ombra::Ptr<const Entity>(this), entryState_, entryState_.map().begin());

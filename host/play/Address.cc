@@ -1,9 +1,9 @@
 #include "host/play/Address.h"
 
-#include <fmt/format.h>
-
 #include <map>
 #include <utility>
+
+#include <fmt/format.h>
 
 #include "records/MountCatalog.h"
 #include "runtime/Assert.h"
@@ -19,7 +19,9 @@ using Vesk::ValueType;
 
 constexpr std::string_view agentWord = "agent";
 
-std::string nameOfBytes(std::string_view key) { return Vesk::fromBytes<std::string>(key); }
+std::string nameOfBytes(std::string_view key) {
+  return Vesk::fromBytes<std::string>(key);
+}
 
 /// Cuts the leading name off the text.
 std::string_view takeName(std::string_view& rest) {
@@ -53,7 +55,8 @@ std::string takeKey(std::string_view& rest) {
 std::size_t leafCount(const ValueType& type) {
   if (type.fields().empty()) return 1;
   std::size_t count = 0;
-  for (const auto& member : type.fields()) count += leafCount(*member.type);
+  for (const auto& member : type.fields())
+    count += leafCount(*member.type);
   return count;
 }
 
@@ -79,14 +82,16 @@ std::string_view takeLeaves(std::string_view& rest, std::size_t n, bool& ended) 
 /// Follows the attributes of an address until a value or a collection ends it.
 class Resolver {
  public:
-  Resolver(Address& address, std::string_view rest) : address_(address), rest_(rest), type_(address.rootType) {}
+  Resolver(Address& address, std::string_view rest)
+      : address_(address), rest_(rest), type_(address.rootType) {}
 
   void run(char separator) {
     bool first = true;
     while (!rest_.empty()) {
       const char c = rest_.front();
       if (c != (first ? separator : '.'))
-        throw AddressError(fmt::format("'{}' where '{}' is expected", rest_, first ? separator : '.'));
+        throw AddressError(
+            fmt::format("'{}' where '{}' is expected", rest_, first ? separator : '.'));
       rest_.remove_prefix(1);
       first = false;
       const std::string_view name = takeName(rest_);
@@ -101,11 +106,13 @@ class Resolver {
  private:
   void attribute(std::string_view name) {
     const FieldInfo* field = type_->field(name);
-    if (field == nullptr) throw AddressError(fmt::format("{} has no attribute '{}'", type_->name(), name));
+    if (field == nullptr)
+      throw AddressError(fmt::format("{} has no attribute '{}'", type_->name(), name));
     AddressStep step{field, std::nullopt};
     if (rest_.starts_with('[')) {
       if (!field->isCollection())
-        throw AddressError(fmt::format("{}.{} is no collection and takes no key", type_->name(), name));
+        throw AddressError(
+            fmt::format("{}.{} is no collection and takes no key", type_->name(), name));
       step.key = bytesOfText(*field->keyType, takeKey(rest_));
     }
     if (isDirectoryField(*field) && step.key) {
@@ -118,11 +125,13 @@ class Resolver {
       return;
     }
     type_ = nullptr;
-    if (field->kind == FieldKind::value || (field->kind == FieldKind::valueMap && step.key)) value_ = field->valueType;
+    if (field->kind == FieldKind::value || (field->kind == FieldKind::valueMap && step.key))
+      value_ = field->valueType;
   }
 
   void enterDirectory(const std::string& key) {
-    if (address_.inProcess || !address_.steps.empty()) throw AddressError("an entry of a directory is named by its path");
+    if (address_.inProcess || !address_.steps.empty())
+      throw AddressError("an entry of a directory is named by its path");
     address_.path += "/" + nameOfBytes(key);
     const auto info = pathInfo(address_.path);
     if (!info) throw AddressError(fmt::format("path '{}' is not known", address_.path));
@@ -151,10 +160,13 @@ class Resolver {
 
 }  // namespace
 
-bool isDirectoryField(const FieldInfo& field) { return &field == Vesk::Dir::veskType().fields().front(); }
+bool isDirectoryField(const FieldInfo& field) {
+  return &field == Vesk::Dir::veskType().fields().front();
+}
 
 bool isIdentity(const FieldInfo& field) {
-  return field.isKey || (field.kind == FieldKind::value && (field.name == "name" || field.name == "af"));
+  return field.isKey ||
+         (field.kind == FieldKind::value && (field.name == "name" || field.name == "af"));
 }
 
 std::optional<PathInfo> pathInfo(std::string_view path) {
@@ -168,7 +180,8 @@ std::optional<PathInfo> pathInfo(std::string_view path) {
   for (const auto& mount : Corvane::mountCatalog())
     if (mount.store == Corvane::Store::stateDb && mount.path.starts_with(below))
       return PathInfo{&Vesk::Dir::veskType(), false, true};
-  if (const RecordType* type = RecordType::find(Corvane::typeNameOfPath(path))) return PathInfo{type, false, false};
+  if (const RecordType* type = RecordType::find(Corvane::typeNameOfPath(path)))
+    return PathInfo{type, false, false};
   return std::nullopt;
 }
 
@@ -202,7 +215,8 @@ const ValueType* Address::valueType() const {
   const ValueType* type = nullptr;
   if (last.field->kind == FieldKind::value || (last.field->kind == FieldKind::valueMap && last.key))
     type = last.field->valueType;
-  for (const std::size_t index : members) type = type->fields()[index].type;
+  for (const std::size_t index : members)
+    type = type->fields()[index].type;
   return type;
 }
 
@@ -217,9 +231,11 @@ std::string Address::text() const {
 }
 
 AddressText::AddressText(const Address& address)
-    : text_(address.inProcess ? std::string(agentWord) : address.path), isPath_(!address.inProcess) {
+    : text_(address.inProcess ? std::string(agentWord) : address.path),
+      isPath_(!address.inProcess) {
   for (const AddressStep& step : address.steps) {
-    AddressText next = child(*step.field, step.key ? std::optional<std::string_view>(*step.key) : std::nullopt);
+    AddressText next =
+        child(*step.field, step.key ? std::optional<std::string_view>(*step.key) : std::nullopt);
     text_ = std::move(next.text_);
     isPath_ = next.isPath_;
   }
@@ -233,19 +249,23 @@ AddressText AddressText::child(const FieldInfo& field, std::optional<std::string
 }
 
 AddressText AddressText::entry(const FieldInfo& field, std::string_view key) const {
-  if (isDirectoryField(field)) return {text_.substr(0, text_.rfind(':')) + "/" + nameOfBytes(key), true};
+  if (isDirectoryField(field))
+    return {text_.substr(0, text_.rfind(':')) + "/" + nameOfBytes(key), true};
   return {fmt::format("{}[{}]", text_, field.keyType->text(key)), false};
 }
 
 std::string bytesOfText(const ValueType& type, std::string_view text) {
   // A lone text may hold the separator of composite values without being quoted.
-  const bool quote = type.fields().empty() && !text.starts_with('"') && text.find(',') != std::string_view::npos;
+  const bool quote =
+      type.fields().empty() && !text.starts_with('"') && text.find(',') != std::string_view::npos;
   try {
     return type.bytes(quote ? Vesk::quoted(text) : std::string(text));
   } catch (const Vesk::ParseError& error) {
-    throw AddressError(fmt::format("'{}' does not read as {}: {}", text, type.name(), error.what()));
+    throw AddressError(
+        fmt::format("'{}' does not read as {}: {}", text, type.name(), error.what()));
   } catch (const Ombra::RangeException& error) {
-    throw AddressError(fmt::format("'{}' does not read as {}: {}", text, type.name(), error.what()));
+    throw AddressError(
+        fmt::format("'{}' does not read as {}: {}", text, type.name(), error.what()));
   }
 }
 
@@ -260,9 +280,11 @@ std::string rowBytesOfText(const ValueType& type, std::string_view text) {
     if (ended) throw AddressError(fmt::format("'{}' has too few parts for {}", text, type.name()));
     parts[i] = bytesOfText(*member.type, takeLeaves(rest, leafCount(*member.type), ended));
   }
-  if (!ended && !text.empty()) throw AddressError(fmt::format("'{}' has too many parts for {}", text, type.name()));
+  if (!ended && !text.empty())
+    throw AddressError(fmt::format("'{}' has too many parts for {}", text, type.name()));
   std::string bytes;
-  for (const std::string& part : parts) bytes += part;
+  for (const std::string& part : parts)
+    bytes += part;
   return bytes;
 }
 

@@ -1,7 +1,8 @@
 // Addresses of records and attributes, resolved against the record types before anything runs.
-// Owns: nothing but the parsed steps. Reads: the reflection of the records and the table of mount paths.
-// Two roots exist: a mount path (`bridging/vlan/status:vlanStatus[10]`), and the agent (`agent.afContainer[ipv4]`).
-// Caveat: an address says what would stand there; whether it does is asked of the World.
+// Owns: nothing but the parsed steps. Reads: the reflection of the records and the table of mount
+// paths. Two roots exist: a mount path (`bridging/vlan/status:vlanStatus[10]`), and the agent
+// (`agent.afContainer[ipv4]`). Caveat: an address says what would stand there; whether it does is
+// asked of the World.
 #pragma once
 
 #include <cstddef>
@@ -37,16 +38,17 @@ class Address {
   /// Throws AddressError.
   static Address parse(std::string_view text);
 
-  bool inProcess = false;                    ///< below the agent
-  bool shared = false;                       ///< a shared table, not the state database
-  std::string path;                          ///< mount path, empty for the agent
+  bool inProcess = false;  ///< below the agent
+  bool shared = false;     ///< a shared table, not the state database
+  std::string path;        ///< mount path, empty for the agent
   const Vesk::RecordType* rootType = nullptr;
   std::vector<AddressStep> steps;
-  std::vector<std::size_t> members;          ///< into a composite value, by index
+  std::vector<std::size_t> members;  ///< into a composite value, by index
 
   /// The type of the entity that it names, or null if it names something within an entity.
   [[nodiscard]] const Vesk::RecordType* entityType() const;
-  /// The type of the value that it names, after the members; null for entities, collections and members of sets.
+  /// The type of the value that it names, after the members; null for entities, collections and
+  /// members of sets.
   [[nodiscard]] const Vesk::ValueType* valueType() const;
   /// One spelling for all addresses of the same thing.
   [[nodiscard]] std::string text() const;
@@ -57,7 +59,8 @@ class AddressText {
  public:
   explicit AddressText(const Address& address);
   AddressText(std::string text, bool isPath) : text_(std::move(text)), isPath_(isPath) {}
-  [[nodiscard]] AddressText child(const Vesk::FieldInfo& field, std::optional<std::string_view> key) const;
+  [[nodiscard]] AddressText child(const Vesk::FieldInfo& field,
+                                  std::optional<std::string_view> key) const;
   /// From a whole collection, which this is the address of, to one of its entries.
   [[nodiscard]] AddressText entry(const Vesk::FieldInfo& field, std::string_view key) const;
   [[nodiscard]] const std::string& text() const { return text_; }
@@ -69,11 +72,13 @@ class AddressText {
   bool isPath_;
 };
 
-/// Type, store and role of a path: of the table of mounts, of something below a directory in it, or of a directory above.
+/// Type, store and role of a path: of the table of mounts, of something below a directory in it, or
+/// of a directory above.
 struct PathInfo {
   const Vesk::RecordType* type;
   bool shared;
-  bool fixed;  ///< stands for itself: a mount path or a directory above one, not an entry that somebody adds
+  bool fixed;  ///< stands for itself: a mount path or a directory above one, not an entry that
+               ///< somebody adds
 };
 [[nodiscard]] std::optional<PathInfo> pathInfo(std::string_view path);
 
@@ -82,7 +87,8 @@ struct PathInfo {
 /// True for an attribute that the directory or the mount fills in from the path.
 [[nodiscard]] bool isIdentity(const Vesk::FieldInfo& field);
 
-/// The bytes of a value from its text; what does not read, or is refused by a checked type, is an AddressError.
+/// The bytes of a value from its text; what does not read, or is refused by a checked type, is an
+/// AddressError.
 [[nodiscard]] std::string bytesOfText(const Vesk::ValueType& type, std::string_view text);
 /// The same for a row, whose text leaves out its key members.
 [[nodiscard]] std::string rowBytesOfText(const Vesk::ValueType& type, std::string_view text);

@@ -9,7 +9,8 @@
 namespace Host {
 namespace {
 
-/// Memory of dead processes: reachable, so that a leak checker stays silent, and never touched again.
+/// Memory of dead processes: reachable, so that a leak checker stays silent, and never touched
+/// again.
 std::vector<Ombra::Ptr<Vesk::Entity>>& graveyard() {
   static auto& dead = *new std::vector<Ombra::Ptr<Vesk::Entity>>;
   return dead;
@@ -17,9 +18,13 @@ std::vector<Ombra::Ptr<Vesk::Entity>>& graveyard() {
 
 }  // namespace
 
-void AgentProcess::create() { root_ = Multicast::Vpn::Agent::AgentIs("Corvane"); }
+void AgentProcess::create() {
+  root_ = Multicast::Vpn::Agent::AgentIs("Corvane");
+}
 
-void AgentProcess::begin() { static_cast<Multicast::Vpn::Agent&>(*root_).start(); }
+void AgentProcess::begin() {
+  static_cast<Multicast::Vpn::Agent&>(*root_).start();
+}
 
 void AgentProcess::crash() {
   graveyard().push_back(std::move(root_));

@@ -1,6 +1,7 @@
 // The agent as the player sees it: a process that can be started, killed and started again.
-// Owns: the agent object of the present life, and those of former lives, which are never destroyed: a process that is
-// killed runs no destructor. Caveat: one per program; the stores that outlive the agent are not touched here.
+// Owns: the agent object of the present life, and those of former lives, which are never destroyed:
+// a process that is killed runs no destructor. Caveat: one per program; the stores that outlive the
+// agent are not touched here.
 #pragma once
 
 #include <vector>

@@ -1,19 +1,19 @@
 #include "host/play/ChildRun.h"
 
-#include <fcntl.h>
-#include <fmt/format.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <map>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
 
 #include "host/InputError.h"
 #include "host/play/Player.h"
@@ -46,7 +46,8 @@ class Directory {
     std::error_code error;
     if (keep) {
       path_ = *keep;
-      for (const char* part : {"shm", "toggles", "trace"}) fs::remove_all(path_ / part, error);
+      for (const char* part : {"shm", "toggles", "trace"})
+        fs::remove_all(path_ / part, error);
     } else {
       std::string pattern = (fs::temp_directory_path() / "corvane-XXXXXX").string();
       if (mkdtemp(pattern.data()) == nullptr) systemFailed(pattern);
@@ -72,14 +73,18 @@ class Directory {
 
 void writeToggles(const Scenario& scenario, const fs::path& directory) {
   std::map<std::string, Json> files;
-  for (const auto& toggle : scenario.toggles) files[toggle.file][toggle.name] = Json::parse(toggle.json);
-  for (const auto& [name, content] : files) std::ofstream(directory / name) << content.dump(2) << "\n";
+  for (const auto& toggle : scenario.toggles)
+    files[toggle.file][toggle.name] = Json::parse(toggle.json);
+  for (const auto& [name, content] : files)
+    std::ofstream(directory / name) << content.dump(2) << "\n";
 }
 
-/// In the child. The scenario's process ends without destructors, like the agents that it has seen die.
-[[noreturn]] void playHere(const Scenario& scenario, const PlayOptions& options, Report& report, const Directory& directory,
-                           int progress) {
-  for (const char* name : agentVariables) unsetenv(name);
+/// In the child. The scenario's process ends without destructors, like the agents that it has seen
+/// die.
+[[noreturn]] void playHere(const Scenario& scenario, const PlayOptions& options, Report& report,
+                           const Directory& directory, int progress) {
+  for (const char* name : agentVariables)
+    unsetenv(name);
   for (const auto& [name, value] : scenario.environment) {
     if (value) {
       setenv(name.c_str(), value->c_str(), 1);
@@ -93,7 +98,8 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
     Vesk::Publisher::shuffleSeedIs(*options.seed);
   }
   int status = statusFailed;
-  // Only what says that an input cannot be used is caught; anything else ends this process as it would end the agent.
+  // Only what says that an input cannot be used is caught; anything else ends this process as it
+  // would end the agent.
   try {
     Orlane::toggleDirIs(directory / "toggles");
     Fleetlog::directoryIs(directory / "trace");
@@ -162,29 +168,38 @@ Remains attend(pid_t child, int output, int error, int progress, bool echoesErro
       }
     }
   }
-  while (waitpid(child, &remains.status, 0) < 0 && errno == EINTR) continue;
+  while (waitpid(child, &remains.status, 0) < 0 && errno == EINTR)
+    continue;
   remains.begun = steps.size() / sizeof(std::size_t);
   return remains;
 }
 
 std::string ending(int status) {
-  if (WIFSIGNALED(status)) return fmt::format("ended by signal {} ({})", WTERMSIG(status), strsignal(WTERMSIG(status)));
+  if (WIFSIGNALED(status))
+    return fmt::format("ended by signal {} ({})", WTERMSIG(status), strsignal(WTERMSIG(status)));
   return fmt::format("ended with status {}", WEXITSTATUS(status));
 }
 
-/// Why the child did not end as the scenario says; empty if it did. A clean failure has been reported by the child.
+/// Why the child did not end as the scenario says; empty if it did. A clean failure has been
+/// reported by the child.
 std::string complaint(const Scenario& scenario, const Remains& remains) {
   const bool isClean = WIFEXITED(remains.status) && WEXITSTATUS(remains.status) <= statusUnusable;
   const std::size_t last = scenario.steps.size();
   const std::string where = remains.begun == 0 ? "before the first step"
-                                               : fmt::format("in step {} (line {})", remains.begun,
-                                                             scenario.steps[std::min(remains.begun, last) - 1].line);
-  if (!scenario.aborts) return isClean ? "" : fmt::format("the process {} {}", ending(remains.status), where);
+                            : remains.begun > last
+                                ? "in the closing questions"
+                                : fmt::format("in step {} (line {})", remains.begun,
+                                              scenario.steps[remains.begun - 1].line);
+  if (!scenario.aborts)
+    return isClean ? "" : fmt::format("the process {} {}", ending(remains.status), where);
   if (isClean && WEXITSTATUS(remains.status) != 0) return "";
-  if (isClean) return fmt::format("the last step did not end the process; expected: {}", *scenario.aborts);
+  if (isClean)
+    return fmt::format("the last step did not end the process; expected: {}", *scenario.aborts);
   if (!WIFSIGNALED(remains.status) || WTERMSIG(remains.status) != SIGABRT)
-    return fmt::format("the process {} {}; expected an abort with: {}", ending(remains.status), where, *scenario.aborts);
-  if (remains.begun < last) return fmt::format("the process aborted {}, before the last one", where);
+    return fmt::format("the process {} {}; expected an abort with: {}", ending(remains.status),
+                       where, *scenario.aborts);
+  if (remains.begun < last)
+    return fmt::format("the process aborted {}, before the last one", where);
   if (remains.standardError.find(*scenario.aborts) == std::string::npos)
     return fmt::format("the process aborted with another text; expected: {}", *scenario.aborts);
   return "";
@@ -206,14 +221,18 @@ Outcome runInChild(const Scenario& scenario, const PlayOptions& options, Report&
     dup2(error.writeEnd, STDERR_FILENO);
     playHere(scenario, options, report, directory, progress.writeEnd);
   }
-  for (const int end : {output.writeEnd, error.writeEnd, progress.writeEnd}) close(end);
+  for (const int end : {output.writeEnd, error.writeEnd, progress.writeEnd})
+    close(end);
   const bool traces = !options.traceLevels.empty();
   const Remains remains = attend(child, output.readEnd, error.readEnd, progress.readEnd, traces);
   const std::string reason = complaint(scenario, remains);
   const bool isExpectedAbort = scenario.aborts && WIFSIGNALED(remains.status) && reason.empty();
-  const bool passed = isExpectedAbort || (reason.empty() && WIFEXITED(remains.status) && WEXITSTATUS(remains.status) == 0);
-  const bool isUnusable = WIFEXITED(remains.status) && WEXITSTATUS(remains.status) == statusUnusable;
-  if (isUnusable || (!traces && reason.empty() && !isExpectedAbort)) std::fputs(remains.standardError.c_str(), stderr);
+  const bool passed = isExpectedAbort || (reason.empty() && WIFEXITED(remains.status) &&
+                                          WEXITSTATUS(remains.status) == 0);
+  const bool isUnusable =
+      WIFEXITED(remains.status) && WEXITSTATUS(remains.status) == statusUnusable;
+  if (isUnusable || (!traces && reason.empty() && !isExpectedAbort))
+    std::fputs(remains.standardError.c_str(), stderr);
   report.fileEnds(scenario, passed, reason, traces ? std::string() : remains.standardError);
   return passed ? Outcome::passed : isUnusable ? Outcome::unusable : Outcome::failed;
 }

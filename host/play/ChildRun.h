@@ -1,6 +1,7 @@
 // Runs one scenario in a process and a directory of its own and judges how that process ends.
 // Owns: the child process, the pipes to it, the directory. Reads: what the child prints.
-// Writes: the child's report to standard output as it comes; the tables, toggle files and trace ring of the scenario.
+// Writes: the child's report to standard output as it comes; the tables, toggle files and trace
+// ring of the scenario.
 #pragma once
 
 #include <cstdint>
@@ -22,6 +23,7 @@ struct PlayOptions {
 
 enum class Outcome { passed, failed, unusable };
 
-[[nodiscard]] Outcome runInChild(const Scenario& scenario, const PlayOptions& options, Report& report);
+[[nodiscard]] Outcome runInChild(const Scenario& scenario, const PlayOptions& options,
+                                 Report& report);
 
 }  // namespace Host

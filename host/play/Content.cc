@@ -1,8 +1,8 @@
 #include "host/play/Content.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+
+#include <fmt/format.h>
 
 #include "runtime/Dir.h"
 
@@ -31,10 +31,13 @@ int memberIndex(const ValueType& type, const std::string& name) {
   return -1;
 }
 
-bool isWhole(const YAML::Node& node) { return node.Tag() == "!whole"; }
+bool isWhole(const YAML::Node& node) {
+  return node.Tag() == "!whole";
+}
 /// `entry: !whole` without anything after it arrives as an empty text.
 bool isEmptyMapping(const YAML::Node& node) {
-  return (node.IsMap() && node.size() == 0) || (isWhole(node) && (node.IsNull() || node.Scalar().empty()));
+  return (node.IsMap() && node.size() == 0) ||
+         (isWhole(node) && (node.IsNull() || (node.IsScalar() && node.Scalar().empty())));
 }
 
 }  // namespace
@@ -56,7 +59,8 @@ Address ContentReader::address(const YAML::Node& node) const {
 
 std::string ContentReader::key(const FieldInfo& field, const YAML::Node& node) const {
   try {
-    return bytesOfText(*field.keyType, node.IsNull() ? std::string("null") : file_.text(node, "a key"));
+    return bytesOfText(*field.keyType,
+                       node.IsNull() ? std::string("null") : file_.text(node, "a key"));
   } catch (const AddressError& error) {
     file_.fail(node, fmt::format("key of {}: {}", field.name, error.what()));
   }
@@ -67,42 +71,49 @@ Content ContentReader::at(const Address& address, const YAML::Node& node) const 
   if (address.steps.empty()) return entity(*address.rootType, path, nullptr, node);
   const AddressStep& last = address.steps.back();
   if (const ValueType* type = address.valueType()) {
-    if (use_ == Use::write && last.field->isKey) file_.fail(node, "an entity's own key cannot be written");
+    if (use_ == Use::write && last.field->isKey)
+      file_.fail(node, "an entity's own key cannot be written");
     return value(*type, node);
   }
-  return last.key ? entry(*last.field, path, *last.key, node) : field(*last.field, path, nullptr, node);
+  return last.key ? entry(*last.field, path, *last.key, node)
+                  : field(*last.field, path, nullptr, node);
 }
 
-Content ContentReader::entity(const RecordType& type, const std::string& path, const std::string* ownKey,
-                              const YAML::Node& node) const {
+Content ContentReader::entity(const RecordType& type, const std::string& path,
+                              const std::string* ownKey, const YAML::Node& node) const {
   Content content = start(node);
   if (node.IsNull()) return content;
   content.kind = Content::Kind::entity;
   if (isEmptyMapping(node)) return content;
-  if (!node.IsMap()) file_.fail(node, fmt::format("{} takes a mapping of its attributes, not '{}'", type.name(), content.said));
+  if (!node.IsMap())
+    file_.fail(node, fmt::format("{} takes a mapping of its attributes, not '{}'", type.name(),
+                                 content.said));
   const bool isDirectory = &type == &Vesk::Dir::veskType() && !path.empty();
-  file_.forEachPair(node, std::string(type.name()), [&](const std::string& name, const YAML::Node& at, const YAML::Node& what) {
-    const FieldInfo* attribute = type.field(name);
-    if (attribute != nullptr) {
-      content.fields.emplace_back(attribute, field(*attribute, path, ownKey, what));
-      return;
-    }
-    if (!isDirectory) file_.fail(at, fmt::format("{} has no attribute '{}'", type.name(), name));
-    // The entries of a directory are named in it directly.
-    const FieldInfo* entries = type.fields().front();
-    if (content.fields.empty() || content.fields.back().first != entries) {
-      content.fields.emplace_back(entries, Content{});
-      content.fields.back().second.kind = Content::Kind::collection;
-    }
-    auto& held = content.fields.back().second.entries;
-    const std::string key = this->key(*entries, at);
-    held.emplace_back(key, entry(*entries, path, key, what));
-  });
+  file_.forEachPair(node, std::string(type.name()),
+                    [&](const std::string& name, const YAML::Node& at, const YAML::Node& what) {
+                      const FieldInfo* attribute = type.field(name);
+                      if (attribute != nullptr) {
+                        content.fields.emplace_back(attribute,
+                                                    field(*attribute, path, ownKey, what));
+                        return;
+                      }
+                      if (!isDirectory)
+                        file_.fail(at, fmt::format("{} has no attribute '{}'", type.name(), name));
+                      // The entries of a directory are named in it directly.
+                      const FieldInfo* entries = type.fields().front();
+                      if (content.fields.empty() || content.fields.back().first != entries) {
+                        content.fields.emplace_back(entries, Content{});
+                        content.fields.back().second.kind = Content::Kind::collection;
+                      }
+                      auto& held = content.fields.back().second.entries;
+                      const std::string key = this->key(*entries, at);
+                      held.emplace_back(key, entry(*entries, path, key, what));
+                    });
   return content;
 }
 
-Content ContentReader::field(const FieldInfo& field, const std::string& path, const std::string* ownKey,
-                             const YAML::Node& node) const {
+Content ContentReader::field(const FieldInfo& field, const std::string& path,
+                             const std::string* ownKey, const YAML::Node& node) const {
   switch (field.kind) {
     case FieldKind::value: {
       Content content = value(*field.valueType, node);
@@ -122,7 +133,8 @@ Content ContentReader::field(const FieldInfo& field, const std::string& path, co
     }
     case FieldKind::valueMap:
     case FieldKind::valueSet:
-    case FieldKind::instanceMap: break;
+    case FieldKind::instanceMap:
+      break;
   }
   Content content = start(node);
   if (node.IsNull()) return content;
@@ -136,8 +148,10 @@ Content ContentReader::field(const FieldInfo& field, const std::string& path, co
     return content;
   }
   if (!node.IsMap())
-    file_.fail(node, fmt::format("{} takes a mapping{}, not '{}'", field.name,
-                                 field.kind == FieldKind::valueSet ? " or a list" : " of its entries", content.said));
+    file_.fail(node,
+               fmt::format("{} takes a mapping{}, not '{}'", field.name,
+                           field.kind == FieldKind::valueSet ? " or a list" : " of its entries",
+                           content.said));
   for (const auto& pair : node) {
     const std::string bytes = key(field, pair.first);
     const auto same = [&](const auto& entry) { return entry.first == bytes; };
@@ -148,8 +162,8 @@ Content ContentReader::field(const FieldInfo& field, const std::string& path, co
   return content;
 }
 
-Content ContentReader::entry(const FieldInfo& field, const std::string& path, const std::string& key,
-                             const YAML::Node& node) const {
+Content ContentReader::entry(const FieldInfo& field, const std::string& path,
+                             const std::string& key, const YAML::Node& node) const {
   if (field.kind == FieldKind::valueSet) return member(node);
   if (field.kind == FieldKind::valueMap) return value(*field.valueType, node);
   if (!isDirectoryField(field)) return entity(field.targetType(), {}, &key, node);
@@ -181,29 +195,37 @@ Content ContentReader::value(const ValueType& type, const YAML::Node& node) cons
     }
     return content;
   }
-  if (!node.IsMap() && !isEmptyMapping(node)) file_.fail(node, fmt::format("{} takes a value, not '{}'", type.name(), content.said));
+  if (!node.IsMap() && !isEmptyMapping(node))
+    file_.fail(node, fmt::format("{} takes a value, not '{}'", type.name(), content.said));
   const int bare = bareMember(type);
   const bool onlyKey = type.hasKey() && type.fields().size() == 1;
   if (isEmptyMapping(node)) {
-    if (use_ == Use::write && !onlyKey) file_.fail(node, fmt::format("{} takes a value, not '{}'", type.name(), content.said));
+    if (use_ == Use::write && !onlyKey)
+      file_.fail(node, fmt::format("{} takes a value, not '{}'", type.name(), content.said));
     content.kind = onlyKey ? Content::Kind::row : Content::Kind::present;
     return content;
   }
-  if (type.fields().empty()) file_.fail(node, fmt::format("{} takes a value, not '{}'", type.name(), content.said));
+  if (type.fields().empty())
+    file_.fail(node, fmt::format("{} takes a value, not '{}'", type.name(), content.said));
   content.kind = Content::Kind::row;
   // The bare value of a row may itself be a composite that is written by its members.
   if (type.hasKey() && bare >= 0) {
     const auto& only = type.fields()[static_cast<std::size_t>(bare)];
-    if (memberIndex(type, file_.text(node.begin()->first, "a member")) < 0 && !only.type->fields().empty()) {
+    if (memberIndex(type, file_.text(node.begin()->first, "a member")) < 0 &&
+        !only.type->fields().empty()) {
       content.row.emplace_back(static_cast<std::size_t>(bare), value(*only.type, node));
       return content;
     }
   }
-  file_.forEachPair(node, type.name(), [&](const std::string& name, const YAML::Node& at, const YAML::Node& what) {
-    const int index = memberIndex(type, name);
-    if (index < 0) file_.fail(at, fmt::format("{} has no member '{}'", type.name(), name));
-    content.row.emplace_back(static_cast<std::size_t>(index), value(*type.fields()[static_cast<std::size_t>(index)].type, what));
-  });
+  file_.forEachPair(node, type.name(),
+                    [&](const std::string& name, const YAML::Node& at, const YAML::Node& what) {
+                      const int index = memberIndex(type, name);
+                      if (index < 0)
+                        file_.fail(at, fmt::format("{} has no member '{}'", type.name(), name));
+                      content.row.emplace_back(
+                          static_cast<std::size_t>(index),
+                          value(*type.fields()[static_cast<std::size_t>(index)].type, what));
+                    });
   return content;
 }
 
@@ -213,10 +235,12 @@ std::string mergedRow(const ValueType& type, const std::string& bytes, const Con
   std::vector<std::string> parts = type.split(bytes);
   const std::vector<std::string> defaults = type.split(type.defaultBytes());
   for (const auto& [index, member] : patch.row)
-    parts[index] = member.kind == Content::Kind::absent ? defaults[index]
-                                                        : mergedRow(*type.fields()[index].type, parts[index], member);
+    parts[index] = member.kind == Content::Kind::absent
+                       ? defaults[index]
+                       : mergedRow(*type.fields()[index].type, parts[index], member);
   std::string merged;
-  for (const std::string& part : parts) merged += part;
+  for (const std::string& part : parts)
+    merged += part;
   return merged;
 }
 

@@ -1,6 +1,7 @@
 // What a scenario says about a thing: the patch of a write, or the pattern of an expectation.
-// Owns: the tree of statements with keys and values as bytes. Reads: YAML nodes, against the record types.
-// Everything that could be wrong in a text is found while it is read; applying and matching meet typed bytes only.
+// Owns: the tree of statements with keys and values as bytes. Reads: YAML nodes, against the record
+// types. Everything that could be wrong in a text is found while it is read; applying and matching
+// meet typed bytes only.
 #pragma once
 
 #include <string>
@@ -23,13 +24,13 @@ struct Content {
     text,        ///< the printed form of a reference
   };
   Kind kind = Kind::absent;
-  bool whole = false;  ///< an entity that is filled first and appears at once
-  bool isList = false; ///< a set given as a list: exactly these, when matched
-  std::string said;    ///< what the scenario wrote
+  bool whole = false;   ///< an entity that is filled first and appears at once
+  bool isList = false;  ///< a set given as a list: exactly these, when matched
+  std::string said;     ///< what the scenario wrote
   std::string bytes;
-  std::vector<std::pair<std::size_t, Content>> row;                     ///< by index of the member
-  std::vector<std::pair<const Vesk::FieldInfo*, Content>> fields;       ///< in order of writing
-  std::vector<std::pair<std::string, Content>> entries;                 ///< by bytes of the key
+  std::vector<std::pair<std::size_t, Content>> row;                ///< by index of the member
+  std::vector<std::pair<const Vesk::FieldInfo*, Content>> fields;  ///< in order of writing
+  std::vector<std::pair<std::string, Content>> entries;            ///< by bytes of the key
 };
 
 /// What a text stands for.
@@ -44,12 +45,12 @@ class ContentReader {
   [[nodiscard]] Address address(const YAML::Node& node) const;
 
  private:
-  [[nodiscard]] Content entity(const Vesk::RecordType& type, const std::string& path, const std::string* key,
-                               const YAML::Node& node) const;
-  [[nodiscard]] Content field(const Vesk::FieldInfo& field, const std::string& path, const std::string* key,
-                              const YAML::Node& node) const;
-  [[nodiscard]] Content entry(const Vesk::FieldInfo& field, const std::string& path, const std::string& key,
-                              const YAML::Node& node) const;
+  [[nodiscard]] Content entity(const Vesk::RecordType& type, const std::string& path,
+                               const std::string* key, const YAML::Node& node) const;
+  [[nodiscard]] Content field(const Vesk::FieldInfo& field, const std::string& path,
+                              const std::string* key, const YAML::Node& node) const;
+  [[nodiscard]] Content entry(const Vesk::FieldInfo& field, const std::string& path,
+                              const std::string& key, const YAML::Node& node) const;
   [[nodiscard]] Content value(const Vesk::ValueType& type, const YAML::Node& node) const;
   [[nodiscard]] Content member(const YAML::Node& node) const;
   [[nodiscard]] std::string key(const Vesk::FieldInfo& field, const YAML::Node& node) const;
@@ -60,6 +61,7 @@ class ContentReader {
 };
 
 /// The bytes of a row after a patch of some of its members.
-[[nodiscard]] std::string mergedRow(const Vesk::ValueType& type, const std::string& bytes, const Content& patch);
+[[nodiscard]] std::string mergedRow(const Vesk::ValueType& type, const std::string& bytes,
+                                    const Content& patch);
 
 }  // namespace Host

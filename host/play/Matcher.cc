@@ -1,8 +1,8 @@
 #include "host/play/Matcher.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+
+#include <fmt/format.h>
 
 #include "host/print/EntityJson.h"
 #include "runtime/Corruption.h"
@@ -26,17 +26,21 @@ std::string shortened(std::string text) {
 
 bool isInitial(const Entity& entity, const FieldInfo& field) {
   switch (field.kind) {
-    case FieldKind::value: return field.get(entity) == initialValue(entity.recordType(), field);
+    case FieldKind::value:
+      return field.get(entity) == initialValue(entity.recordType(), field);
     case FieldKind::reference:
-    case FieldKind::instance: return field.child(entity) == nullptr;
-    default: return field.count(entity) == 0;
+    case FieldKind::instance:
+      return field.child(entity) == nullptr;
+    default:
+      return field.count(entity) == 0;
   }
 }
 
 bool isBlank(const Entity& entity) {
   const auto& fields = entity.recordType().fields();
-  return std::all_of(fields.begin(), fields.end(),
-                     [&](const FieldInfo* field) { return isIdentity(*field) || isInitial(entity, *field); });
+  return std::all_of(fields.begin(), fields.end(), [&](const FieldInfo* field) {
+    return isIdentity(*field) || isInitial(entity, *field);
+  });
 }
 
 bool names(const Content& expected, const FieldInfo& field) {
@@ -46,14 +50,17 @@ bool names(const Content& expected, const FieldInfo& field) {
 
 }  // namespace
 
-std::vector<Failure> Matcher::compare(const World& world, const Address& address, const Content& expected) {
+std::vector<Failure> Matcher::compare(const World& world, const Address& address,
+                                      const Content& expected) {
   failures_.clear();
   const Found found = world.find(address);
   if (address.entityType() != nullptr) {
     const AddressText at(address);
-    const bool isMount = address.steps.empty() && !address.inProcess && pathInfo(address.path)->fixed;
+    const bool isMount =
+        address.steps.empty() && !address.inProcess && pathInfo(address.path)->fixed;
     // A mounted record is always there; to be absent is to hold nothing.
-    if (isMount && expected.kind == Kind::absent && found.entity && isBlank(*found.entity)) return {};
+    if (isMount && expected.kind == Kind::absent && found.entity && isBlank(*found.entity))
+      return {};
     if (expected.kind == Kind::text) {
       const std::string text = referenceText(found.entity.get());
       if (text != expected.bytes) fail(at.text(), expected.said, text);
@@ -111,17 +118,19 @@ void Matcher::entity(const Entity* found, const AddressText& at, const Content& 
 
 void Matcher::nothingElse(const Entity& found, const AddressText& at, const Content& expected) {
   for (const FieldInfo* attribute : found.recordType().fields()) {
-    if (names(expected, *attribute) || attribute->isKey || (at.isPath() && isIdentity(*attribute))) continue;
+    if (names(expected, *attribute) || attribute->isKey || (at.isPath() && isIdentity(*attribute)))
+      continue;
     if (isInitial(found, *attribute)) continue;
     fail(at.child(*attribute, std::nullopt).text(), "nothing", fieldJson(found, *attribute).dump());
   }
 }
 
-void Matcher::field(const Entity& holder, const FieldInfo& attribute, const AddressText& at, const Content& expected) {
+void Matcher::field(const Entity& holder, const FieldInfo& attribute, const AddressText& at,
+                    const Content& expected) {
   switch (attribute.kind) {
     case FieldKind::value:
-      return value(*attribute.valueType, attribute.get(holder), initialValue(holder.recordType(), attribute), at.text(),
-                   expected);
+      return value(*attribute.valueType, attribute.get(holder),
+                   initialValue(holder.recordType(), attribute), at.text(), expected);
     case FieldKind::reference:
     case FieldKind::instance: {
       const auto child = attribute.child(holder);
@@ -130,10 +139,12 @@ void Matcher::field(const Entity& holder, const FieldInfo& attribute, const Addr
       if (text != expected.bytes) fail(at.text(), expected.said, text);
       return;
     }
-    default: break;
+    default:
+      break;
   }
   if (expected.kind == Kind::absent) {
-    if (attribute.count(holder) != 0) fail(at.text(), "nothing", fieldJson(holder, attribute).dump());
+    if (attribute.count(holder) != 0)
+      fail(at.text(), "nothing", fieldJson(holder, attribute).dump());
     return;
   }
   for (const auto& [key, content] : expected.entries)
@@ -146,8 +157,8 @@ void Matcher::field(const Entity& holder, const FieldInfo& attribute, const Addr
   }
 }
 
-void Matcher::entry(const Entity& holder, const FieldInfo& attribute, const std::string& key, const AddressText& at,
-                    const Content& expected) {
+void Matcher::entry(const Entity& holder, const FieldInfo& attribute, const std::string& key,
+                    const AddressText& at, const Content& expected) {
   const bool isThere = attribute.has(holder, key);
   switch (attribute.kind) {
     case FieldKind::instanceMap: {
@@ -155,18 +166,22 @@ void Matcher::entry(const Entity& holder, const FieldInfo& attribute, const std:
       return entity(child.get(), at, expected);
     }
     case FieldKind::valueSet: {
-      const bool damaged = attribute.corrupt(holder, key) && VeskSharedMem::damagedRow(holder, attribute.keyType->text(key));
+      const bool damaged = attribute.corrupt(holder, key) &&
+                           VeskSharedMem::damagedRow(holder, attribute.keyType->text(key));
       const bool seen = isThere && !damaged;
-      if (seen != (expected.kind == Kind::present)) fail(at.text(), seen ? "absent" : "present", seen ? "present" : "absent");
+      if (seen != (expected.kind == Kind::present))
+        fail(at.text(), seen ? "absent" : "present", seen ? "present" : "absent");
       return;
     }
-    default: break;
+    default:
+      break;
   }
   const std::string initial = attribute.valueType->defaultBytes();
   if (isThere && attribute.corrupt(holder, key)) {
     // Reading reports the damage and yields the default, as for a row that is not there.
     const std::string read = attribute.get(holder, key);
-    if (expected.kind != Kind::absent) value(*attribute.valueType, read, initial, at.text(), expected);
+    if (expected.kind != Kind::absent)
+      value(*attribute.valueType, read, initial, at.text(), expected);
     return;
   }
   if (!isThere) {
@@ -174,36 +189,45 @@ void Matcher::entry(const Entity& holder, const FieldInfo& attribute, const std:
     return;
   }
   const std::string bytes = attribute.get(holder, key);
-  if (expected.kind == Kind::absent) return fail(at.text(), "absent", valueJson(*attribute.valueType, bytes).dump());
+  if (expected.kind == Kind::absent)
+    return fail(at.text(), "absent", valueJson(*attribute.valueType, bytes).dump());
   value(*attribute.valueType, bytes, initial, at.text(), expected);
 }
 
-void Matcher::value(const ValueType& type, const std::string& bytes, const std::string& initial, const std::string& at,
-                    const Content& expected) {
+void Matcher::value(const ValueType& type, const std::string& bytes, const std::string& initial,
+                    const std::string& at, const Content& expected) {
   switch (expected.kind) {
     case Kind::absent:
-      if (bytes != initial) fail(at, fmt::format("{} (the default)", type.text(initial, false)), type.text(bytes, false));
+      if (bytes != initial)
+        fail(at, fmt::format("{} (the default)", type.text(initial, false)),
+             type.text(bytes, false));
       return;
     case Kind::value: {
       // Compared as texts without the key, which the address names already.
-      if (type.hasKey() ? type.text(bytes, false) != type.text(expected.bytes, false) : bytes != expected.bytes)
+      if (type.hasKey() ? type.text(bytes, false) != type.text(expected.bytes, false)
+                        : bytes != expected.bytes)
         fail(at, type.text(expected.bytes, false), type.text(bytes, false));
       return;
     }
-    case Kind::row: break;
-    default: return;
+    case Kind::row:
+      break;
+    default:
+      return;
   }
   const auto parts = type.split(bytes);
   const auto initials = type.split(initial);
   for (const auto& [index, content] : expected.row) {
     const auto& member = type.fields()[index];
-    value(*member.type, parts[index], initials[index], fmt::format("{}.{}", at, member.name), content);
+    value(*member.type, parts[index], initials[index], fmt::format("{}.{}", at, member.name),
+          content);
   }
   if (!exact_) return;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     const auto& member = type.fields()[i];
     const auto same = [&](const auto& named) { return named.first == i; };
-    if (member.isKey || parts[i] == initials[i] || std::any_of(expected.row.begin(), expected.row.end(), same)) continue;
+    if (member.isKey || parts[i] == initials[i] ||
+        std::any_of(expected.row.begin(), expected.row.end(), same))
+      continue;
     fail(fmt::format("{}.{}", at, member.name), "nothing", member.type->text(parts[i]));
   }
 }

@@ -1,9 +1,9 @@
 #include "host/play/Oracles.h"
 
-#include <fmt/format.h>
-
 #include <map>
 #include <memory>
+
+#include <fmt/format.h>
 
 #include "records/MountCatalog.h"
 #include "runtime/Machine.h"
@@ -50,7 +50,9 @@ std::vector<Failure> differences(const Outputs& before, const Outputs& after) {
 void collectMachines(Vesk::Entity& entity, std::vector<Ombra::Ptr<Vesk::Machine>>& machines) {
   if (auto* machine = dynamic_cast<Vesk::Machine*>(&entity)) machines.emplace_back(machine);
   for (const Vesk::FieldInfo* field : entity.recordType().fields())
-    if (field->owns()) field->forEachChild(entity, [&](std::string_view, Vesk::Entity& child) { collectMachines(child, machines); });
+    if (field->owns())
+      field->forEachChild(
+          entity, [&](std::string_view, Vesk::Entity& child) { collectMachines(child, machines); });
 }
 
 const Failure restless{"scheduler", "comes to rest", "tasks schedule each other for ever"};
@@ -66,7 +68,8 @@ bool Oracles::ask() {
   // What the restart brings up is its own affair, so it is asked for before the crash.
   const std::vector<Failure> leftovers = recorder_.leftovers();
   recorder_.deaf();
-  if (runs && !scenario_.oraclesOff.contains("restart")) well = answered("restart", restart()) && well;
+  if (runs && !scenario_.oraclesOff.contains("restart"))
+    well = answered("restart", restart()) && well;
   if (!scenario_.oraclesOff.contains("leftovers")) well = answered("leftovers", leftovers) && well;
   return well;
 }
@@ -94,15 +97,18 @@ std::vector<Failure> Oracles::restart() {
   std::vector<std::unique_ptr<Watch>> watches;
   for (const auto& mount : Corvane::mountCatalog()) {
     if (!isOutput(mount) || mount.store == Corvane::Store::stateDb) continue;
-    watches.push_back(std::make_unique<Watch>(world_, Address::parse(mount.path), [&](const Watch::Lines& lines) {
-      for (const std::string& line : lines()) failures.push_back({mount.path, "no write on the way", line});
-    }));
+    watches.push_back(
+        std::make_unique<Watch>(world_, Address::parse(mount.path), [&](const Watch::Lines& lines) {
+          for (const std::string& line : lines())
+            failures.push_back({mount.path, "no write on the way", line});
+        }));
     watches.back()->attach();
   }
   world_.agent().create();
   world_.agent().begin();
   if (!world_.advance(settleTime)) failures.push_back(restless);
-  for (Failure& failure : differences(before, outputsOf(world_))) failures.push_back(std::move(failure));
+  for (Failure& failure : differences(before, outputsOf(world_)))
+    failures.push_back(std::move(failure));
   return failures;
 }
 

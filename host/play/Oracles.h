@@ -1,6 +1,7 @@
-// The questions that close every scenario: does a full review change anything, does a restart, is anything left over.
-// Reads: every output that this agent mounts for writing. Runs: once, after the last step.
-// Caveat: the agent is restarted on the way; nothing can be asked of its former life afterwards.
+// The questions that close every scenario: does a full review change anything, does a restart, is
+// anything left over. Reads: every output that this agent mounts for writing. Runs: once, after the
+// last step. Caveat: the agent is restarted on the way; nothing can be asked of its former life
+// afterwards.
 #pragma once
 
 #include "host/play/Recorder.h"

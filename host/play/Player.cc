@@ -6,7 +6,8 @@ namespace Host {
 namespace {
 
 void append(std::vector<Failure>& failures, std::vector<Failure> more) {
-  for (Failure& failure : more) failures.push_back(std::move(failure));
+  for (Failure& failure : more)
+    failures.push_back(std::move(failure));
 }
 
 const Failure restless{"scheduler", "comes to rest", "tasks schedule each other for ever"};
@@ -23,6 +24,7 @@ bool Player::play() {
     if (!failures.empty()) return false;
   }
   if (scenario_.aborts) return true;
+  begins_(scenario_.steps.size());
   return Oracles(world_, recorder_, scenario_, report_).ask();
 }
 
@@ -30,28 +32,44 @@ std::vector<Failure> Player::run(const Step& step, std::vector<Shown>& shown) {
   std::vector<Failure> failures;
   switch (step.kind) {
     case StepKind::write:
-      for (const auto& statement : step.statements) append(failures, world_.write(statement.address, statement.content));
+      for (const auto& statement : step.statements)
+        append(failures, world_.write(statement.address, statement.content));
       break;
-    case StepKind::start: start(); break;
-    case StepKind::crash: crash(); break;
+    case StepKind::start:
+      start();
+      break;
+    case StepKind::crash:
+      crash();
+      break;
     case StepKind::advance:
       if (!world_.advance(step.seconds)) failures.push_back(restless);
       break;
     case StepKind::run:
-      if (!world_.run(step.slices.value_or(Sylva::TaskScheduler::unlimited))) failures.push_back(restless);
+      if (!world_.run(step.slices.value_or(Sylva::TaskScheduler::unlimited)))
+        failures.push_back(restless);
       break;
-    case StepKind::expect: return compare(step, false);
-    case StepKind::equal: return compare(step, true);
-    case StepKind::record: recorder_.record(step.addresses); break;
-    case StepKind::changes: return recorder_.takeChanges(step);
-    case StepKind::writes: return recorder_.takeWrites(step);
-    case StepKind::logs: return recorder_.takeLogs(step);
+    case StepKind::expect:
+      return compare(step, false);
+    case StepKind::equal:
+      return compare(step, true);
+    case StepKind::record:
+      recorder_.record(step.addresses);
+      break;
+    case StepKind::changes:
+      return recorder_.takeChanges(step);
+    case StepKind::writes:
+      return recorder_.takeWrites(step);
+    case StepKind::logs:
+      return recorder_.takeLogs(step);
     case StepKind::corrupt:
-      for (const Address& address : step.addresses) append(failures, world_.corrupt(address));
+      for (const Address& address : step.addresses)
+        append(failures, world_.corrupt(address));
       break;
-    case StepKind::corruptions: return recorder_.takeCorruptions(step);
+    case StepKind::corruptions:
+      return recorder_.takeCorruptions(step);
     case StepKind::show:
-      for (const Address& address : step.addresses) shown.push_back(show(world_, address, report_.style()));
+      for (const Address& address : step.addresses)
+        shown.push_back(show(world_, address, report_.style()));
       break;
   }
   return failures;

@@ -15,9 +15,13 @@ namespace Host {
 
 class Player {
  public:
-  /// `begins` is told each step's index before it runs.
+  /// `begins` is told each step's index before it runs, and one more before the closing questions.
   Player(const Scenario& scenario, Report& report, std::function<void(std::size_t)> begins)
-      : scenario_(scenario), report_(report), begins_(std::move(begins)), world_(scenario.slice), recorder_(world_, scenario) {}
+      : scenario_(scenario),
+        report_(report),
+        begins_(std::move(begins)),
+        world_(scenario.slice),
+        recorder_(world_, scenario) {}
   /// True if the scenario passes.
   bool play();
 

@@ -1,9 +1,9 @@
 #include "host/play/Recorder.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <string_view>
+
+#include <fmt/format.h>
 
 #include "runtime/Corruption.h"
 #include "runtime/Log.h"
@@ -14,13 +14,15 @@ namespace {
 /// True if everything below `inner` is below `outer` as well.
 bool covers(const std::string& outer, const std::string& inner) {
   if (!inner.starts_with(outer)) return false;
-  return inner.size() == outer.size() || std::string_view(".[:/").find(inner[outer.size()]) != std::string_view::npos;
+  return inner.size() == outer.size() ||
+         std::string_view(".[:/").find(inner[outer.size()]) != std::string_view::npos;
 }
 
 std::string joined(const std::vector<std::string>& lines) {
   if (lines.empty()) return "nothing";
   std::string text;
-  for (const std::string& line : lines) text += "\n" + line;
+  for (const std::string& line : lines)
+    text += "\n" + line;
   return text;
 }
 
@@ -28,7 +30,8 @@ std::string logText(const std::string& name, const std::vector<std::string>* arg
   std::string text = name;
   if (args == nullptr) return text;
   text += " [";
-  for (std::size_t i = 0; i < args->size(); ++i) text += (i == 0 ? "" : ", ") + (*args)[i];
+  for (std::size_t i = 0; i < args->size(); ++i)
+    text += (i == 0 ? "" : ", ") + (*args)[i];
   return text + "]";
 }
 
@@ -57,13 +60,15 @@ Recorder::Recorder(World& world, const Scenario& scenario) : world_(world) {
     for (const auto& [address, count] : step.counts) {
       Counter& counter = counted_[address.text()];
       if (counter.watch) continue;
-      counter.watch = std::make_unique<Watch>(world_, address, [&counter](const Watch::Lines&) { ++counter.writes; });
+      counter.watch = std::make_unique<Watch>(
+          world_, address, [&counter](const Watch::Lines&) { ++counter.writes; });
       counter.watch->attach();
     }
   }
-  Vesk::logSinkIs([this](std::string_view name, const std::vector<std::string>& args, const std::string&) {
-    if (!isDeaf_) logs_.push_back({std::string(name), args});
-  });
+  Vesk::logSinkIs(
+      [this](std::string_view name, const std::vector<std::string>& args, const std::string&) {
+        if (!isDeaf_) logs_.push_back({std::string(name), args});
+      });
   VeskSharedMem::corruptionSinkIs([this](const std::string& table, const std::string& text) {
     if (!isDeaf_) corruptions_.emplace_back(table, text);
   });
@@ -75,8 +80,10 @@ Recorder::~Recorder() {
 }
 
 void Recorder::forEachWatch(const std::function<void(Watch&)>& f) {
-  for (auto& [text, watch] : recorded_) f(*watch);
-  for (auto& [text, counter] : counted_) f(*counter.watch);
+  for (auto& [text, watch] : recorded_)
+    f(*watch);
+  for (auto& [text, counter] : counted_)
+    f(*counter.watch);
 }
 
 void Recorder::attachAll() {
@@ -105,7 +112,8 @@ void Recorder::record(const std::vector<Address>& addresses) {
     // One change is one note, also where the addresses overlap.
     std::erase_if(recorded_, [&](const auto& entry) { return covers(text, entry.first); });
     auto watch = std::make_unique<Watch>(world_, address, [this](const Watch::Lines& lines) {
-      for (std::string& line : lines()) notes_.push_back(std::move(line));
+      for (std::string& line : lines())
+        notes_.push_back(std::move(line));
     });
     watch->attach();
     recorded_[text] = std::move(watch);
@@ -113,14 +121,17 @@ void Recorder::record(const std::vector<Address>& addresses) {
 }
 
 void Recorder::countsReset() {
-  for (auto& [text, counter] : counted_) counter.writes = 0;
+  for (auto& [text, counter] : counted_)
+    counter.writes = 0;
 }
 
 std::vector<Failure> Recorder::takeChanges(const Step& step) {
   const std::vector<std::string> found = std::move(notes_);
   notes_.clear();
   if (agree(step, found)) return {};
-  const char* order = step.order == ChangeOrder::exact ? "" : step.order == ChangeOrder::some ? " (some)" : " (any order)";
+  const char* order = step.order == ChangeOrder::exact  ? ""
+                      : step.order == ChangeOrder::some ? " (some)"
+                                                        : " (any order)";
   return {{fmt::format("changes{}", order), joined(step.lines), joined(found)}};
 }
 
@@ -128,7 +139,9 @@ std::vector<Failure> Recorder::takeWrites(const Step& step) {
   std::vector<Failure> failures;
   for (const auto& [address, wanted] : step.counts) {
     std::size_t& writes = counted_.at(address.text()).writes;
-    if (writes != wanted) failures.push_back({address.text(), fmt::format("{} writes", wanted), fmt::format("{}", writes)});
+    if (writes != wanted)
+      failures.push_back(
+          {address.text(), fmt::format("{} writes", wanted), fmt::format("{}", writes)});
     writes = 0;
   }
   return failures;
@@ -138,13 +151,17 @@ std::vector<Failure> Recorder::takeLogs(const Step& step) {
   const std::vector<Log> found = std::move(logs_);
   logs_.clear();
   if (step.takesAll) return {};
-  const bool agrees = std::equal(found.begin(), found.end(), step.logs.begin(), step.logs.end(), [](const Log& is, const LogPattern& wanted) {
-    return is.name == wanted.name && (!wanted.args || *wanted.args == is.args);
-  });
+  const bool agrees =
+      std::equal(found.begin(), found.end(), step.logs.begin(), step.logs.end(),
+                 [](const Log& is, const LogPattern& wanted) {
+                   return is.name == wanted.name && (!wanted.args || *wanted.args == is.args);
+                 });
   if (agrees) return {};
   std::vector<std::string> wantedLines, foundLines;
-  for (const LogPattern& log : step.logs) wantedLines.push_back(logText(log.name, log.args ? &*log.args : nullptr));
-  for (const Log& log : found) foundLines.push_back(logText(log.name, &log.args));
+  for (const LogPattern& log : step.logs)
+    wantedLines.push_back(logText(log.name, log.args ? &*log.args : nullptr));
+  for (const Log& log : found)
+    foundLines.push_back(logText(log.name, &log.args));
   return {{"logs", joined(wantedLines), joined(foundLines)}};
 }
 
@@ -152,21 +169,26 @@ std::vector<Failure> Recorder::takeCorruptions(const Step& step) {
   const auto found = std::move(corruptions_);
   corruptions_.clear();
   if (step.takesAll) return {};
-  const bool agrees = std::equal(found.begin(), found.end(), step.corruptions.begin(), step.corruptions.end(),
-                                 [](const auto& is, const CorruptionPattern& wanted) {
-                                   return is.first == wanted.table && (!wanted.text || *wanted.text == is.second);
-                                 });
+  const bool agrees =
+      std::equal(found.begin(), found.end(), step.corruptions.begin(), step.corruptions.end(),
+                 [](const auto& is, const CorruptionPattern& wanted) {
+                   return is.first == wanted.table && (!wanted.text || *wanted.text == is.second);
+                 });
   if (agrees) return {};
   std::vector<std::string> wantedLines, foundLines;
-  for (const auto& pattern : step.corruptions) wantedLines.push_back(fmt::format("{}: {}", pattern.table, pattern.text.value_or("any text")));
-  for (const auto& [table, text] : found) foundLines.push_back(fmt::format("{}: {}", table, text));
+  for (const auto& pattern : step.corruptions)
+    wantedLines.push_back(fmt::format("{}: {}", pattern.table, pattern.text.value_or("any text")));
+  for (const auto& [table, text] : found)
+    foundLines.push_back(fmt::format("{}: {}", table, text));
   return {{"corruptions", joined(wantedLines), joined(foundLines)}};
 }
 
 std::vector<Failure> Recorder::leftovers() const {
   std::vector<Failure> failures;
-  for (const Log& log : logs_) failures.push_back({"log message", "taken up by a step", logText(log.name, &log.args)});
-  for (const auto& [table, text] : corruptions_) failures.push_back({table, "no corruption", text});
+  for (const Log& log : logs_)
+    failures.push_back({"log message", "taken up by a step", logText(log.name, &log.args)});
+  for (const auto& [table, text] : corruptions_)
+    failures.push_back({table, "no corruption", text});
   return failures;
 }
 

@@ -1,6 +1,7 @@
-// What happened in a scenario so far and was not taken up by a step: changes, counts of writes, messages, corruption.
-// Owns: the watches on recorded and counted addresses, the notes. Reads: the log and the corruption sinks.
-// Runs: from whatever writes. Caveat: `attachAll` after the objects behind the addresses have been replaced.
+// What happened in a scenario so far and was not taken up by a step: changes, counts of writes,
+// messages, corruption. Owns: the watches on recorded and counted addresses, the notes. Reads: the
+// log and the corruption sinks. Runs: from whatever writes. Caveat: `attachAll` after the objects
+// behind the addresses have been replaced.
 #pragma once
 
 #include <map>

@@ -1,9 +1,9 @@
 #include "host/play/Report.h"
 
-#include <fmt/format.h>
-
 #include <cstdio>
 #include <sstream>
+
+#include <fmt/format.h>
 
 #include "host/print/EntityTable.h"
 
@@ -15,12 +15,15 @@ void print(const std::string& text) {
   std::fflush(stdout);
 }
 
-void printLine(const Json& document) { print(document.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"); }
+void printLine(const Json& document) {
+  print(document.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+}
 
 Json failuresJson(const std::vector<Failure>& failures) {
   Json list = Json::array();
   for (const Failure& failure : failures)
-    list.push_back({{"address", failure.address}, {"expected", failure.expected}, {"found", failure.found}});
+    list.push_back(
+        {{"address", failure.address}, {"expected", failure.expected}, {"found", failure.found}});
   return list;
 }
 
@@ -40,14 +43,20 @@ std::string summary(const Step& step) {
     case StepKind::expect:
     case StepKind::equal: {
       std::string text;
-      for (const auto& statement : step.statements) text += (text.empty() ? "" : ", ") + statement.address.text();
+      for (const auto& statement : step.statements)
+        text += (text.empty() ? "" : ", ") + statement.address.text();
       return text.size() > 90 ? text.substr(0, 87) + "..." : text;
     }
-    case StepKind::advance: return fmt::format("{} s", step.seconds);
-    case StepKind::run: return step.slices ? fmt::format("{} slices", *step.slices) : "until idle";
-    case StepKind::changes: return fmt::format("{} lines", step.lines.size());
-    case StepKind::corrupt: return step.addresses.front().text();
-    default: return {};
+    case StepKind::advance:
+      return fmt::format("{} s", step.seconds);
+    case StepKind::run:
+      return step.slices ? fmt::format("{} slices", *step.slices) : "until idle";
+    case StepKind::changes:
+      return fmt::format("{} lines", step.lines.size());
+    case StepKind::corrupt:
+      return step.addresses.front().text();
+    default:
+      return {};
   }
 }
 
@@ -81,7 +90,8 @@ Shown showFound(const Found& found, const Address& address, const Style& style) 
     return shown;
   }
   const Vesk::ValueType* type = last->field->valueType;
-  std::string bytes = last->key ? last->field->get(*found.holder, *last->key) : last->field->get(*found.holder);
+  std::string bytes =
+      last->key ? last->field->get(*found.holder, *last->key) : last->field->get(*found.holder);
   for (const std::size_t index : address.members) {
     bytes = type->split(bytes)[index];
     type = type->fields()[index].type;
@@ -97,40 +107,46 @@ Shown show(const World& world, const Address& address, const Style& style) {
 
 void Report::fileBegins(const Scenario& scenario) {
   if (audience_ == Audience::programs) return;
-  print(fmt::format("{}{}\n", style_.in(Ink::strong, scenario.file), scenario.title.empty() ? "" : ": " + scenario.title));
+  print(fmt::format("{}{}\n", style_.in(Ink::strong, scenario.file),
+                    scenario.title.empty() ? "" : ": " + scenario.title));
 }
 
-void Report::step(const Scenario& scenario, std::size_t index, double time, const std::vector<Failure>& found,
-                  const std::vector<Shown>& shown) {
+void Report::step(const Scenario& scenario, std::size_t index, double time,
+                  const std::vector<Failure>& found, const std::vector<Shown>& shown) {
   const Step& step = scenario.steps[index];
   if (audience_ == Audience::programs) {
-    Json document{{"file", scenario.file},  {"step", index + 1}, {"line", step.line},
+    Json document{{"file", scenario.file},       {"step", index + 1}, {"line", step.line},
                   {"kind", stepName(step.kind)}, {"time", time},      {"ok", found.empty()}};
     if (!step.note.empty()) document["note"] = step.note;
     if (!found.empty()) document["failures"] = failuresJson(found);
     if (step.kind == StepKind::show) {
       Json values = Json::object();
-      for (const Shown& one : shown) values[one.address] = one.value;
+      for (const Shown& one : shown)
+        values[one.address] = one.value;
       document["values"] = std::move(values);
     }
     printLine(document);
     return;
   }
   if (!step.note.empty()) print(fmt::format("\n  {}\n", step.note));
-  print(fmt::format("  {:>3}  {:<9} {}\n", index + 1, stepName(step.kind), style_.in(Ink::faint, summary(step))));
-  for (const Shown& one : shown) print(fmt::format("    {}\n{}", style_.in(Ink::strong, one.address), one.table));
+  print(fmt::format("  {:>3}  {:<9} {}\n", index + 1, stepName(step.kind),
+                    style_.in(Ink::faint, summary(step))));
+  for (const Shown& one : shown)
+    print(fmt::format("    {}\n{}", style_.in(Ink::strong, one.address), one.table));
   if (found.empty()) return;
-  print(style_.in(Ink::bad, fmt::format("  step {} ({}:{}) {} failed\n", index + 1, scenario.file, step.line, stepName(step.kind))));
+  print(style_.in(Ink::bad, fmt::format("  step {} ({}:{}) {} failed\n", index + 1, scenario.file,
+                                        step.line, stepName(step.kind))));
   failures(found);
 }
 
 void Report::failures(const std::vector<Failure>& failures) {
   for (const Failure& failure : failures)
-    print(fmt::format("    {}\n      expected  {}\n      found     {}\n", failure.address, indented(failure.expected, 16),
-                      indented(failure.found, 16)));
+    print(fmt::format("    {}\n      expected  {}\n      found     {}\n", failure.address,
+                      indented(failure.expected, 16), indented(failure.found, 16)));
 }
 
-void Report::oracle(const Scenario& scenario, const std::string& name, const std::vector<Failure>& found) {
+void Report::oracle(const Scenario& scenario, const std::string& name,
+                    const std::vector<Failure>& found) {
   if (audience_ == Audience::programs) {
     Json document{{"file", scenario.file}, {"closing", name}, {"ok", found.empty()}};
     if (!found.empty()) document["failures"] = failuresJson(found);
@@ -142,9 +158,13 @@ void Report::oracle(const Scenario& scenario, const std::string& name, const std
   failures(found);
 }
 
-void Report::fileEnds(const Scenario& scenario, bool passed, const std::string& reason, const std::string& standardError) {
+void Report::fileEnds(const Scenario& scenario, bool passed, const std::string& reason,
+                      const std::string& standardError) {
   if (audience_ == Audience::programs) {
-    Json document{{"file", scenario.file}, {"title", scenario.title}, {"steps", scenario.steps.size()}, {"ok", passed}};
+    Json document{{"file", scenario.file},
+                  {"title", scenario.title},
+                  {"steps", scenario.steps.size()},
+                  {"ok", passed}};
     if (!reason.empty()) document["reason"] = reason;
     if (!passed && !standardError.empty()) document["stderr"] = standardError;
     printLine(document);
@@ -153,11 +173,16 @@ void Report::fileEnds(const Scenario& scenario, bool passed, const std::string& 
   if (!passed && !reason.empty()) {
     print(style_.in(Ink::bad, fmt::format("  {}\n", reason)));
     std::istringstream lines(standardError);
-    for (std::string line; std::getline(lines, line);) print(fmt::format("    | {}\n", line));
+    for (std::string line; std::getline(lines, line);)
+      print(fmt::format("    | {}\n", line));
   }
-  print(fmt::format("{}  {}\n", passed ? style_.in(Ink::good, "passed") : style_.in(Ink::bad, "FAILED"), scenario.file));
+  print(fmt::format("{}  {}\n",
+                    passed ? style_.in(Ink::good, "passed") : style_.in(Ink::bad, "FAILED"),
+                    scenario.file));
 }
 
-void Report::total(std::size_t passed, std::size_t failed) { print(fmt::format("{} passed, {} failed\n", passed, failed)); }
+void Report::total(std::size_t passed, std::size_t failed) {
+  print(fmt::format("{} passed, {} failed\n", passed, failed));
+}
 
 }  // namespace Host

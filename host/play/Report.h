@@ -1,5 +1,6 @@
 // What the player says: to people, or as JSON to programs, one document on a line of its own.
-// Writes: standard output, flushed after every step, so that a step that ends the process is in the report.
+// Writes: standard output, flushed after every step, so that a step that ends the process is in the
+// report.
 #pragma once
 
 #include <cstddef>
@@ -28,11 +29,13 @@ class Report {
   Report(Audience audience, Style style) : audience_(audience), style_(style) {}
   [[nodiscard]] const Style& style() const { return style_; }
   void fileBegins(const Scenario& scenario);
-  void step(const Scenario& scenario, std::size_t index, double time, const std::vector<Failure>& failures,
-            const std::vector<Shown>& shown);
-  void oracle(const Scenario& scenario, const std::string& name, const std::vector<Failure>& failures);
+  void step(const Scenario& scenario, std::size_t index, double time,
+            const std::vector<Failure>& failures, const std::vector<Shown>& shown);
+  void oracle(const Scenario& scenario, const std::string& name,
+              const std::vector<Failure>& failures);
   /// `reason` is empty if all is well, or if the steps have told it.
-  void fileEnds(const Scenario& scenario, bool passed, const std::string& reason, const std::string& standardError);
+  void fileEnds(const Scenario& scenario, bool passed, const std::string& reason,
+                const std::string& standardError);
   void total(std::size_t passed, std::size_t failed);
 
  private:

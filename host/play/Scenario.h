@@ -1,6 +1,7 @@
-// A scenario as it stands in its file, read and checked: every address, key and value in it fits the record types.
-// Owns: the steps. Reads: the file, the reflection of the records, the list of toggles. Throws: InputError.
-// Nothing runs while a scenario is read, and nothing in a scenario that has been read can fail to read.
+// A scenario as it stands in its file, read and checked: every address, key and value in it fits
+// the record types. Owns: the steps. Reads: the file, the reflection of the records, the list of
+// toggles. Throws: InputError. Nothing runs while a scenario is read, and nothing in a scenario
+// that has been read can fail to read.
 #pragma once
 
 #include <cstddef>
@@ -33,7 +34,20 @@ enum class ChangeOrder {
 };
 
 enum class StepKind {
-  write, start, crash, advance, run, expect, equal, record, changes, writes, logs, corrupt, corruptions, show
+  write,
+  start,
+  crash,
+  advance,
+  run,
+  expect,
+  equal,
+  record,
+  changes,
+  writes,
+  logs,
+  corrupt,
+  corruptions,
+  show
 };
 [[nodiscard]] std::string_view stepName(StepKind kind);
 
@@ -45,14 +59,14 @@ struct Step {
   StepKind kind = StepKind::run;
   int line = 0;
   std::string note;
-  std::vector<Statement> statements;                      ///< write, expect, equal
-  std::vector<Address> addresses;                         ///< record, show, corrupt
-  double seconds = 0;                                     ///< advance
-  std::optional<std::size_t> slices;                      ///< run; none: until idle
-  ChangeOrder order = ChangeOrder::exact;                 ///< changes
-  std::vector<std::string> lines;                         ///< changes
-  std::vector<std::pair<Address, std::size_t>> counts;    ///< writes
-  bool takesAll = false;                                  ///< logs and corruptions: whatever there is
+  std::vector<Statement> statements;                    ///< write, expect, equal
+  std::vector<Address> addresses;                       ///< record, show, corrupt
+  double seconds = 0;                                   ///< advance
+  std::optional<std::size_t> slices;                    ///< run; none: until idle
+  ChangeOrder order = ChangeOrder::exact;               ///< changes
+  std::vector<std::string> lines;                       ///< changes
+  std::vector<std::pair<Address, std::size_t>> counts;  ///< writes
+  bool takesAll = false;                                ///< logs and corruptions: whatever there is
   std::vector<LogPattern> logs;
   std::vector<CorruptionPattern> corruptions;
 };
@@ -66,7 +80,8 @@ struct Scenario {
   std::string file;
   std::string title;
   std::vector<ToggleValue> toggles;
-  std::vector<std::pair<std::string, std::optional<std::string>>> environment;  ///< without a value: not set
+  std::vector<std::pair<std::string, std::optional<std::string>>>
+      environment;  ///< without a value: not set
   bool settlesByItself = true;
   std::size_t slice = 0;
   std::optional<std::string> aborts;

@@ -1,9 +1,9 @@
 #include "host/play/Watch.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
+
+#include <fmt/format.h>
 
 #include "host/print/EntityJson.h"
 #include "runtime/Dir.h"
@@ -17,24 +17,35 @@ using Vesk::Entity;
 using Vesk::FieldInfo;
 using Vesk::FieldKind;
 
-std::string line(const AddressText& at, const std::string& value) { return fmt::format("{} = {}", at.text(), value); }
-
-/// `= value`, or `added` for a row that is nothing but its key.
-std::string rowLine(const Entity& entity, const FieldInfo& field, const std::string& key, const AddressText& at) {
-  const auto& members = field.valueType->fields();
-  const bool onlyKey = field.valueType->hasKey() &&
-                       std::all_of(members.begin(), members.end(), [](const auto& member) { return member.isKey; });
-  if (onlyKey) return at.text() + " added";
-  // Whoever notes a row does not read it: a mark of damage is for readers.
-  return line(at, field.corrupt(entity, key) ? "(corrupt)" : field.valueType->text(field.get(entity, key), false));
+std::string line(const AddressText& at, const std::string& value) {
+  return fmt::format("{} = {}", at.text(), value);
 }
 
-std::string changeLine(const Entity& entity, const FieldInfo& field, const std::string& key, const AddressText& at) {
+/// `= value`, or `added` for a row that is nothing but its key.
+std::string rowLine(const Entity& entity, const FieldInfo& field, const std::string& key,
+                    const AddressText& at) {
+  const auto& members = field.valueType->fields();
+  const bool onlyKey =
+      field.valueType->hasKey() &&
+      std::all_of(members.begin(), members.end(), [](const auto& member) { return member.isKey; });
+  if (onlyKey) return at.text() + " added";
+  // Whoever notes a row does not read it: a mark of damage is for readers.
+  return line(at, field.corrupt(entity, key)
+                      ? "(corrupt)"
+                      : field.valueType->text(field.get(entity, key), false));
+}
+
+std::string changeLine(const Entity& entity, const FieldInfo& field, const std::string& key,
+                       const AddressText& at) {
   switch (field.kind) {
-    case FieldKind::value: return line(at, field.valueType->text(field.get(entity), false));
-    case FieldKind::reference: return line(at, referenceText(field.child(entity).get()));
-    case FieldKind::valueSet: return at.text() + (field.has(entity, key) ? " added" : " removed");
-    default: return field.has(entity, key) ? rowLine(entity, field, key, at) : at.text() + " removed";
+    case FieldKind::value:
+      return line(at, field.valueType->text(field.get(entity), false));
+    case FieldKind::reference:
+      return line(at, referenceText(field.child(entity).get()));
+    case FieldKind::valueSet:
+      return at.text() + (field.has(entity, key) ? " added" : " removed");
+    default:
+      return field.has(entity, key) ? rowLine(entity, field, key, at) : at.text() + " removed";
   }
 }
 
@@ -43,10 +54,12 @@ void entityLines(const Entity& entity, const AddressText& at, std::vector<std::s
   contentLines(entity, at, lines);
 }
 
-void fieldLines(const Entity& entity, const FieldInfo& field, const AddressText& at, std::vector<std::string>& lines) {
+void fieldLines(const Entity& entity, const FieldInfo& field, const AddressText& at,
+                std::vector<std::string>& lines) {
   switch (field.kind) {
     case FieldKind::value:
-      if (field.get(entity) != initialValue(entity.recordType(), field)) lines.push_back(changeLine(entity, field, {}, at));
+      if (field.get(entity) != initialValue(entity.recordType(), field))
+        lines.push_back(changeLine(entity, field, {}, at));
       return;
     case FieldKind::reference:
       if (field.child(entity)) lines.push_back(changeLine(entity, field, {}, at));
@@ -54,7 +67,8 @@ void fieldLines(const Entity& entity, const FieldInfo& field, const AddressText&
     case FieldKind::instance:
       if (const auto child = field.child(entity)) entityLines(*child, at, lines);
       return;
-    default: break;
+    default:
+      break;
   }
   for (const std::string& key : field.keys(entity)) {
     const AddressText own = at.entry(field, key);
@@ -76,7 +90,8 @@ void contentLines(const Entity& entity, const AddressText& at, std::vector<std::
 }
 
 struct Watch::Ear : Vesk::Listener {
-  Ear(Watch* ofWatch, std::size_t ofIndex, Entity* of) : Listener(&Ear::call), watch(ofWatch), index(ofIndex), entity(of) {
+  Ear(Watch* ofWatch, std::size_t ofIndex, Entity* of)
+      : Listener(&Ear::call), watch(ofWatch), index(ofIndex), entity(of) {
     attach(of);
   }
   static void call(Listener& self, Ombra::FieldId id, const void* key) {
@@ -89,7 +104,8 @@ struct Watch::Ear : Vesk::Listener {
   Entity* entity;
 };
 
-/// Observes the tree below the end of the way, or of the one attribute there that the address names.
+/// Observes the tree below the end of the way, or of the one attribute there that the address
+/// names.
 class Watch::Below : public Vesk::TreeObserver {
  public:
   Below(Watch& watch, const FieldInfo* only) : watch_(watch), only_(only) {}
@@ -110,7 +126,8 @@ class Watch::Below : public Vesk::TreeObserver {
   /// The attribute of the end by which a node is reached.
   [[nodiscard]] bool isMine(const Node* node, const FieldInfo* field) const {
     if (only_ == nullptr) return true;
-    for (; node->parent != nullptr; node = node->parent) field = node->field;
+    for (; node->parent != nullptr; node = node->parent)
+      field = node->field;
     return field->name == only_->name;
   }
 
@@ -123,7 +140,8 @@ class Watch::Below : public Vesk::TreeObserver {
   }
   void entityCame(const Node& node) override {
     if (!isMine(node.parent, node.field)) return;
-    const auto info = isDirectoryField(*node.field) ? pathInfo(addressOf(node).text()) : std::nullopt;
+    const auto info =
+        isDirectoryField(*node.field) ? pathInfo(addressOf(node).text()) : std::nullopt;
     const bool isMount = info && info->fixed;
     std::vector<std::string> lines;
     if (isMount) {
@@ -166,7 +184,8 @@ void Watch::attach() {
   if (address_.inProcess) {
     root = world_.agent().root();
   } else if (address_.shared) {
-    root = VeskSharedMem::EntityManager::getEntityManager()->open(address_.path, address_.rootType->name());
+    root = VeskSharedMem::EntityManager::getEntityManager()->open(address_.path,
+                                                                  address_.rootType->name());
   } else {
     root = Halden::StateDatabase::instance().root();
   }
@@ -181,7 +200,9 @@ void Watch::detach() {
   way_.clear();
 }
 
-bool Watch::endsAtEntity() const { return steps_.empty() || steps_.back().leadsToEntity(); }
+bool Watch::endsAtEntity() const {
+  return steps_.empty() || steps_.back().leadsToEntity();
+}
 
 Entity* Watch::end() const {
   const std::size_t length = steps_.size() + (endsAtEntity() ? 1 : 0);
@@ -196,7 +217,8 @@ void Watch::follow(std::size_t from) {
     if (ears_.size() <= i) ears_.push_back(std::make_unique<Ear>(this, i, way_[i].get()));
     const AddressStep& step = steps_[i];
     if (!step.leadsToEntity()) break;
-    const auto next = step.key ? step.field->child(*way_[i], *step.key) : step.field->child(*way_[i]);
+    const auto next =
+        step.key ? step.field->child(*way_[i], *step.key) : step.field->child(*way_[i]);
     if (!next) break;
     way_.push_back(next);
   }
@@ -230,7 +252,8 @@ void Watch::heard(std::size_t index, const FieldInfo& field, const std::string& 
 
 void Watch::wayChanged(std::size_t index) {
   const AddressStep& step = steps_[index];
-  const auto next = step.key ? step.field->child(*way_[index], *step.key) : step.field->child(*way_[index]);
+  const auto next =
+      step.key ? step.field->child(*way_[index], *step.key) : step.field->child(*way_[index]);
   const Ombra::Ptr<Entity> before = way_.size() > index + 1 ? way_[index + 1] : nullptr;
   if (before == next) return;
   const Ombra::Ptr<Entity> old(end());
@@ -238,7 +261,8 @@ void Watch::wayChanged(std::size_t index) {
   const Ombra::Ptr<Entity> now(end());
   if (old == now) return;
   std::vector<std::string> lines = goneLines(old);
-  for (std::string& text : newLines(isMount(index))) lines.push_back(std::move(text));
+  for (std::string& text : newLines(isMount(index)))
+    lines.push_back(std::move(text));
   if (!lines.empty()) sink_([&] { return lines; });
 }
 
@@ -246,7 +270,8 @@ bool Watch::isMount(std::size_t index) const {
   if (index >= pathSteps_) return false;
   std::string_view path = address_.path;
   std::size_t end = 0;
-  for (std::size_t i = 0; i <= index; ++i) end = path.find('/', i == 0 ? 0 : end + 1);
+  for (std::size_t i = 0; i <= index; ++i)
+    end = path.find('/', i == 0 ? 0 : end + 1);
   const auto info = pathInfo(path.substr(0, end));
   // Everything below a directory that was mounted counts as its content.
   return info && info->fixed && index + 1 == pathSteps_;
@@ -267,7 +292,8 @@ std::vector<std::string> Watch::goneLines(const Ombra::Ptr<Entity>& old) const {
     if (!lines.empty()) lines = {at.text() + " removed"};
     return lines;
   }
-  for (const std::string& key : last.field->keys(*old)) lines.push_back(at.entry(*last.field, key).text() + " removed");
+  for (const std::string& key : last.field->keys(*old))
+    lines.push_back(at.entry(*last.field, key).text() + " removed");
   return lines;
 }
 

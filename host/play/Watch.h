@@ -1,7 +1,7 @@
 // Hears every change below one address, wherever the objects on the way come and go.
-// Owns: listeners on the entities on the way, and an observer of the tree at the end. Writes: lines into its sink.
-// Attaching is no change, and neither is the mounting of a record that stands at its own path.
-// Caveat: after a crash the objects behind shared tables are new ones: `attach` again.
+// Owns: listeners on the entities on the way, and an observer of the tree at the end. Writes: lines
+// into its sink. Attaching is no change, and neither is the mounting of a record that stands at its
+// own path. Caveat: after a crash the objects behind shared tables are new ones: `attach` again.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,8 @@ namespace Host {
 
 class Watch {
  public:
-  /// Called once per effective write. `lines` makes the notes of it; whoever only counts does not call it.
+  /// Called once per effective write. `lines` makes the notes of it; whoever only counts does not
+  /// call it.
   using Lines = std::function<std::vector<std::string>()>;
   using Sink = std::function<void(const Lines& lines)>;
 
@@ -42,7 +43,8 @@ class Watch {
   void observeEnd();
   [[nodiscard]] bool endsAtEntity() const;
   [[nodiscard]] Vesk::Entity* end() const;
-  /// True if what appeared at this step of the way stands there of its own, as a mounted record does.
+  /// True if what appeared at this step of the way stands there of its own, as a mounted record
+  /// does.
   [[nodiscard]] bool isMount(std::size_t index) const;
   [[nodiscard]] std::vector<std::string> goneLines(const Ombra::Ptr<Vesk::Entity>& old) const;
   [[nodiscard]] std::vector<std::string> newLines(bool isMount) const;
@@ -57,7 +59,9 @@ class Watch {
   std::unique_ptr<Below> below_;
 };
 
-/// The notes of an entity that came as it stands: what it holds beside defaults, its own key left out.
-void contentLines(const Vesk::Entity& entity, const AddressText& at, std::vector<std::string>& lines);
+/// The notes of an entity that came as it stands: what it holds beside defaults, its own key left
+/// out.
+void contentLines(const Vesk::Entity& entity, const AddressText& at,
+                  std::vector<std::string>& lines);
 
 }  // namespace Host

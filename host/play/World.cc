@@ -1,8 +1,8 @@
 #include "host/play/World.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+
+#include <fmt/format.h>
 
 #include "runtime/Dir.h"
 #include "runtime/SharedMem.h"
@@ -25,7 +25,8 @@ std::string joined(const std::string& path, std::string_view key) {
 
 }  // namespace
 
-World::World(std::size_t slice) : yield_(slice), scheduler_(Sylva::TaskSchedulerRoot::findOrCreateScheduler()) {
+World::World(std::size_t slice)
+    : yield_(slice), scheduler_(Sylva::TaskSchedulerRoot::findOrCreateScheduler()) {
   Vesk::System::clockIs(&clock_);
   scheduler_->yieldPolicyIs(&yield_);
 }
@@ -51,14 +52,16 @@ bool World::advance(double seconds) {
 Ombra::Ptr<Entity> World::root(const Address& address) const {
   if (address.inProcess) return agent_.root();
   if (address.shared)
-    return VeskSharedMem::EntityManager::getEntityManager()->peek(address.path, address.rootType->name());
+    return VeskSharedMem::EntityManager::getEntityManager()->peek(address.path,
+                                                                  address.rootType->name());
   return Halden::StateDatabase::instance().find(address.path);
 }
 
 Found World::find(const Address& address) const {
   Found found;
   Ombra::Ptr<Entity> at = root(address);
-  if (!at && !address.inProcess && pathInfo(address.path)->fixed) at = blankEntity(*address.rootType);
+  if (!at && !address.inProcess && pathInfo(address.path)->fixed)
+    at = blankEntity(*address.rootType);
   for (const AddressStep& step : address.steps) {
     found.holder = at;
     found.field = step.field;
@@ -98,7 +101,9 @@ std::vector<Failure> World::write(const Address& address, const Content& patch) 
   for (std::size_t i = 0; i + 1 < address.steps.size(); ++i) {
     const AddressStep& step = address.steps[i];
     const std::string key = step.key.value_or(std::string());
-    const auto child = [&] { return step.key ? step.field->child(*at, key) : step.field->child(*at); };
+    const auto child = [&] {
+      return step.key ? step.field->child(*at, key) : step.field->child(*at);
+    };
     Ombra::Ptr<Entity> next = child();
     if (!next) {
       if (deletes) return std::move(failures_);
@@ -130,7 +135,8 @@ void World::writePath(const std::string& path, const Content& patch) {
   const auto info = pathInfo(path);
   auto& database = Halden::StateDatabase::instance();
   if (info->shared) {
-    const auto table = VeskSharedMem::EntityManager::getEntityManager()->open(path, info->type->name());
+    const auto table =
+        VeskSharedMem::EntityManager::getEntityManager()->open(path, info->type->name());
     patchEntity(*table, path, patch);
     return;
   }
@@ -148,7 +154,8 @@ void World::writePath(const std::string& path, const Content& patch) {
     const std::size_t slash = path.rfind('/');
     const auto above = database.create(path.substr(0, slash), "Vesk::Dir");
     auto* dir = dynamic_cast<Vesk::Dir*>(above.get());
-    if (dir == nullptr) return cannot(fmt::format("{} lies below something that is no directory", path));
+    if (dir == nullptr)
+      return cannot(fmt::format("{} lies below something that is no directory", path));
     const auto entity = made(*info->type, {});
     if (!entity) return;
     Vesk::identityIs(*entity, path);
@@ -167,10 +174,12 @@ void World::patchEntity(Entity& entity, const std::string& path, const Content& 
       if (!isIdentity(*field)) patchField(entity, *field, path, patch);
     return;
   }
-  for (const auto& [field, content] : patch.fields) patchField(entity, *field, path, content);
+  for (const auto& [field, content] : patch.fields)
+    patchField(entity, *field, path, content);
 }
 
-void World::patchField(Entity& entity, const FieldInfo& field, const std::string& path, const Content& patch) {
+void World::patchField(Entity& entity, const FieldInfo& field, const std::string& path,
+                       const Content& patch) {
   const bool deletes = patch.kind == Content::Kind::absent;
   if (field.isKey) return;
   if (field.kind == FieldKind::value) {
@@ -182,36 +191,45 @@ void World::patchField(Entity& entity, const FieldInfo& field, const std::string
     return;
   }
   if (deletes && isDirectoryField(field)) {
-    for (const std::string& key : field.keys(entity)) writePath(joined(path, key), patch);
+    for (const std::string& key : field.keys(entity))
+      writePath(joined(path, key), patch);
     return;
   }
   if (deletes) return field.reset(entity);
   if (!field.isCollection()) return patchChild(entity, field, {}, patch);
-  for (const auto& [key, content] : patch.entries) patchEntry(entity, field, key, path, content);
+  for (const auto& [key, content] : patch.entries)
+    patchEntry(entity, field, key, path, content);
 }
 
-void World::patchEntry(Entity& entity, const FieldInfo& field, const std::string& key, const std::string& path,
-                       const Content& patch) {
+void World::patchEntry(Entity& entity, const FieldInfo& field, const std::string& key,
+                       const std::string& path, const Content& patch) {
   if (isDirectoryField(field)) return writePath(joined(path, key), patch);
   if (patch.kind == Content::Kind::absent) return field.del(entity, key);
   switch (field.kind) {
-    case FieldKind::valueSet: return field.add(entity, key);
-    case FieldKind::instanceMap: return patchChild(entity, field, key, patch);
-    default: break;
+    case FieldKind::valueSet:
+      return field.add(entity, key);
+    case FieldKind::instanceMap:
+      return patchChild(entity, field, key, patch);
+    default:
+      break;
   }
   const bool readable = field.has(entity, key) && !field.corrupt(entity, key);
   const std::string base = readable ? field.get(entity, key) : field.valueType->defaultBytes();
   field.set(entity, key, mergedRow(*field.valueType, base, patch));
 }
 
-void World::patchChild(Entity& owner, const FieldInfo& field, const std::string& key, const Content& patch) {
-  const auto child = [&] { return field.isCollection() ? field.child(owner, key) : field.child(owner); };
+void World::patchChild(Entity& owner, const FieldInfo& field, const std::string& key,
+                       const Content& patch) {
+  const auto child = [&] {
+    return field.isCollection() ? field.child(owner, key) : field.child(owner);
+  };
   const Ombra::Ptr<Entity> present = child();
   if (present && !patch.whole) return patchEntity(*present, {}, patch);
   const auto entity = made(field.targetType(), key);
   if (!entity) return;
   if (patch.whole) patchEntity(*entity, {}, patch);
-  if (!field.adopt(owner, key, entity)) return cannot(fmt::format("{} takes no entity", field.name));
+  if (!field.adopt(owner, key, entity))
+    return cannot(fmt::format("{} takes no entity", field.name));
   // Whoever hears of it may have put another one in its place.
   if (!patch.whole)
     if (const auto now = child()) patchEntity(*now, {}, patch);
@@ -225,14 +243,19 @@ Ombra::Ptr<Entity> World::made(const RecordType& type, const std::string& key) {
   return type.make(key);
 }
 
-void World::cannot(const std::string& text) { failures_.push_back({writing_, "a write", text}); }
+void World::cannot(const std::string& text) {
+  failures_.push_back({writing_, "a write", text});
+}
 
 std::vector<Failure> World::corrupt(const Address& address) {
   const Found found = find(address);
   const AddressStep& last = address.steps.back();
-  if (!found.holder || !last.field->has(*found.holder, *last.key)) return {{address.text(), "an entry to mark", "absent"}};
-  VeskSharedMem::EntityManager::getEntityManager()->corruptIs(*found.holder, *last.field, *last.key, true);
-  if (!last.field->corrupt(*found.holder, *last.key)) return {{address.text(), "an entry of a shared table", "another"}};
+  if (!found.holder || !last.field->has(*found.holder, *last.key))
+    return {{address.text(), "an entry to mark", "absent"}};
+  VeskSharedMem::EntityManager::getEntityManager()->corruptIs(*found.holder, *last.field, *last.key,
+                                                              true);
+  if (!last.field->corrupt(*found.holder, *last.key))
+    return {{address.text(), "an entry of a shared table", "another"}};
   return {};
 }
 

@@ -1,6 +1,7 @@
-// Everything around the agent in one scenario: the stores, the time, the turns, and the agent itself.
-// Owns: the played clock and the yield policy. Reads and writes: whatever an address names.
-// Runs: the scheduler, when a step asks for it. Caveat: one per process, since the stores are the process's.
+// Everything around the agent in one scenario: the stores, the time, the turns, and the agent
+// itself. Owns: the played clock and the yield policy. Reads and writes: whatever an address names.
+// Runs: the scheduler, when a step asks for it. Caveat: one per process, since the stores are the
+// process's.
 #pragma once
 
 #include <functional>
@@ -24,8 +25,9 @@ struct Failure {
 
 /// What stands at an address.
 struct Found {
-  Ombra::Ptr<Vesk::Entity> entity;    ///< the entity that is named, if the address names one
-  Ombra::Ptr<Vesk::Entity> holder;    ///< else the entity that holds what is named; null if the way there is broken
+  Ombra::Ptr<Vesk::Entity> entity;  ///< the entity that is named, if the address names one
+  Ombra::Ptr<Vesk::Entity>
+      holder;  ///< else the entity that holds what is named; null if the way there is broken
   const Vesk::FieldInfo* field = nullptr;
 };
 
@@ -56,11 +58,13 @@ class World {
  private:
   void writePath(const std::string& path, const Content& patch);
   void patchEntity(Vesk::Entity& entity, const std::string& path, const Content& patch);
-  void patchField(Vesk::Entity& entity, const Vesk::FieldInfo& field, const std::string& path, const Content& patch);
-  void patchEntry(Vesk::Entity& entity, const Vesk::FieldInfo& field, const std::string& key, const std::string& path,
+  void patchField(Vesk::Entity& entity, const Vesk::FieldInfo& field, const std::string& path,
                   const Content& patch);
+  void patchEntry(Vesk::Entity& entity, const Vesk::FieldInfo& field, const std::string& key,
+                  const std::string& path, const Content& patch);
   /// Makes and stores an entity where there is none yet; filled first if it shall appear whole.
-  void patchChild(Vesk::Entity& owner, const Vesk::FieldInfo& field, const std::string& key, const Content& patch);
+  void patchChild(Vesk::Entity& owner, const Vesk::FieldInfo& field, const std::string& key,
+                  const Content& patch);
   Ombra::Ptr<Vesk::Entity> made(const Vesk::RecordType& type, const std::string& key);
   void cannot(const std::string& text);
 

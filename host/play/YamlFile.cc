@@ -1,12 +1,12 @@
 #include "host/play/YamlFile.h"
 
-#include <fmt/format.h>
-
 #include <charconv>
 #include <cmath>
 #include <set>
 #include <utility>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "host/InputError.h"
 
@@ -96,7 +96,8 @@ void YamlFile::forEachPair(
   std::set<std::string> seen;
   for (const auto& pair : node) {
     const std::string key = text(pair.first, "a key");
-    if (!seen.insert(key).second) fail(pair.first, fmt::format("'{}' stands twice in {}", key, what));
+    if (!seen.insert(key).second)
+      fail(pair.first, fmt::format("'{}' stands twice in {}", key, what));
     f(key, pair.first, pair.second);
   }
 }
@@ -104,7 +105,8 @@ void YamlFile::forEachPair(
 void YamlFile::forEachItem(const YAML::Node& node, const std::string& what,
                            const std::function<void(const YAML::Node&)>& f) const {
   if (!node.IsSequence()) fail(node, what + " must be a list");
-  for (const auto& item : node) f(item);
+  for (const auto& item : node)
+    f(item);
 }
 
 std::string YamlFile::said(const YAML::Node& node) {

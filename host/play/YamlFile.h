@@ -2,10 +2,10 @@
 // Owns: the parsed document. Reads: the file, once. Throws: InputError, and nothing else.
 #pragma once
 
-#include <yaml-cpp/yaml.h>
-
 #include <functional>
 #include <string>
+
+#include <yaml-cpp/yaml.h>
 
 namespace Host {
 
@@ -25,8 +25,9 @@ class YamlFile {
   [[nodiscard]] double seconds(const YAML::Node& node, const std::string& what) const;
   [[nodiscard]] std::size_t number(const YAML::Node& node, const std::string& what) const;
   /// Calls f(key, key node, value node) for each pair in order of writing; a key twice is an error.
-  void forEachPair(const YAML::Node& node, const std::string& what,
-                   const std::function<void(const std::string&, const YAML::Node&, const YAML::Node&)>& f) const;
+  void forEachPair(
+      const YAML::Node& node, const std::string& what,
+      const std::function<void(const std::string&, const YAML::Node&, const YAML::Node&)>& f) const;
   void forEachItem(const YAML::Node& node, const std::string& what,
                    const std::function<void(const YAML::Node&)>& f) const;
 

@@ -1,8 +1,8 @@
 #include "host/print/EntityJson.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+
+#include <fmt/format.h>
 
 #include "runtime/Dir.h"
 #include "runtime/SharedMem.h"
@@ -16,7 +16,8 @@ using Vesk::FieldKind;
 using Vesk::ValueType;
 
 bool isDecimal(std::string_view text) {
-  return !text.empty() && text.size() < 20 && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+  return !text.empty() && text.size() < 20 &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
 /// A type whose values print as decimals, told by its default.
@@ -48,7 +49,9 @@ std::string referenceText(const Vesk::Entity* target) {
   const auto& type = target->recordType();
   if (const FieldInfo* key = type.keyField())
     return fmt::format("{}[{}]", type.name(), key->valueType->text(key->get(*target)));
-  if (std::string path = pathBelow(*Halden::StateDatabase::instance().root(), {}, target); !path.empty()) return path;
+  if (std::string path = pathBelow(*Halden::StateDatabase::instance().root(), {}, target);
+      !path.empty())
+    return path;
   if (auto* manager = VeskSharedMem::EntityManager::getEntityManager({}, false))
     if (std::string path = manager->pathOf(*target); !path.empty()) return path;
   return std::string(type.name());
@@ -82,18 +85,21 @@ Json valueJson(const ValueType& type, std::string_view bytes, bool withKey) {
 Json entryJson(const Vesk::Entity& entity, const FieldInfo& field, std::string_view key) {
   switch (field.kind) {
     case FieldKind::valueMap:
-      return field.corrupt(entity, key) ? Json("(corrupt)") : valueJson(*field.valueType, field.get(entity, key));
+      return field.corrupt(entity, key) ? Json("(corrupt)")
+                                        : valueJson(*field.valueType, field.get(entity, key));
     case FieldKind::instanceMap: {
       const auto child = field.child(entity, key);
       return child ? entityJson(*child) : Json(nullptr);
     }
-    default: return field.corrupt(entity, key) ? Json("(corrupt)") : Json(true);
+    default:
+      return field.corrupt(entity, key) ? Json("(corrupt)") : Json(true);
   }
 }
 
 Json fieldJson(const Vesk::Entity& entity, const FieldInfo& field) {
   switch (field.kind) {
-    case FieldKind::value: return valueJson(*field.valueType, field.get(entity), true);
+    case FieldKind::value:
+      return valueJson(*field.valueType, field.get(entity), true);
     case FieldKind::reference: {
       const auto target = field.child(entity);
       return target ? Json(referenceText(target.get())) : Json(nullptr);
@@ -104,16 +110,19 @@ Json fieldJson(const Vesk::Entity& entity, const FieldInfo& field) {
     }
     case FieldKind::valueSet: {
       Json members = Json::array();
-      for (const std::string& key : field.keys(entity)) members.push_back(valueJson(*field.keyType, key, true).is_structured()
-                                                                              ? Json(field.keyType->text(key))
-                                                                              : valueJson(*field.keyType, key, true));
+      for (const std::string& key : field.keys(entity))
+        members.push_back(valueJson(*field.keyType, key, true).is_structured()
+                              ? Json(field.keyType->text(key))
+                              : valueJson(*field.keyType, key, true));
       return members;
     }
     case FieldKind::valueMap:
-    case FieldKind::instanceMap: break;
+    case FieldKind::instanceMap:
+      break;
   }
   Json entries = Json::object();
-  for (const std::string& key : field.keys(entity)) entries[keyText(field, key)] = entryJson(entity, field, key);
+  for (const std::string& key : field.keys(entity))
+    entries[keyText(field, key)] = entryJson(entity, field, key);
   return entries;
 }
 
@@ -121,7 +130,8 @@ Json entityJson(const Vesk::Entity& entity) {
   const auto* dir = dynamic_cast<const Vesk::Dir*>(&entity);
   if (dir != nullptr) return fieldJson(entity, *entity.recordType().fields().front());
   Json object = Json::object();
-  for (const FieldInfo* field : entity.recordType().fields()) object[std::string(field->name)] = fieldJson(entity, *field);
+  for (const FieldInfo* field : entity.recordType().fields())
+    object[std::string(field->name)] = fieldJson(entity, *field);
   return object;
 }
 

@@ -1,9 +1,9 @@
 #include "host/print/EntityTable.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "host/print/EntityJson.h"
 #include "runtime/Dir.h"
@@ -20,25 +20,32 @@ constexpr std::size_t lineLength = 100;
 
 bool isEmpty(const Entity& entity, const FieldInfo& field) {
   switch (field.kind) {
-    case FieldKind::value: return false;
+    case FieldKind::value:
+      return false;
     case FieldKind::reference:
-    case FieldKind::instance: return field.child(entity) == nullptr;
-    default: return field.count(entity) == 0;
+    case FieldKind::instance:
+      return field.child(entity) == nullptr;
+    default:
+      return field.count(entity) == 0;
   }
 }
 
 /// The entries of a directory are of types of their own.
-bool isDirectory(const FieldInfo& field) { return &field == Vesk::recordTypeOf<Vesk::Dir>().fields().front(); }
+bool isDirectory(const FieldInfo& field) {
+  return &field == Vesk::Dir::veskType().fields().front();
+}
 
 struct Columns {
   std::vector<std::vector<std::string>> rows;
 
-  /// Lines with every column as wide as its widest text; a first row of headings stands apart by its ink.
+  /// Lines with every column as wide as its widest text; a first row of headings stands apart by
+  /// its ink.
   [[nodiscard]] std::string lines(std::size_t indent, const Style& style) const {
     std::vector<std::size_t> widths;
     for (const auto& row : rows) {
       widths.resize(std::max(widths.size(), row.size()));
-      for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+      for (std::size_t i = 0; i < row.size(); ++i)
+        widths[i] = std::max(widths[i], row[i].size());
     }
     std::string out;
     for (const auto& row : rows) {
@@ -53,7 +60,8 @@ struct Columns {
 };
 
 /// One column per member; the only value of a row goes under the attribute's name.
-void addHeadings(const ValueType& type, std::string_view name, bool withKey, std::vector<std::string>& row) {
+void addHeadings(const ValueType& type, std::string_view name, bool withKey,
+                 std::vector<std::string>& row) {
   if (type.fields().empty()) {
     row.emplace_back(name);
     return;
@@ -62,7 +70,8 @@ void addHeadings(const ValueType& type, std::string_view name, bool withKey, std
     if (withKey || !member.isKey) addHeadings(*member.type, member.name, true, row);
 }
 
-void addCells(const ValueType& type, std::string_view bytes, bool withKey, std::vector<std::string>& row) {
+void addCells(const ValueType& type, std::string_view bytes, bool withKey,
+              std::vector<std::string>& row) {
   if (type.fields().empty()) {
     row.push_back(type.text(bytes));
     return;
@@ -80,6 +89,9 @@ std::string EntityTable::label(std::string_view name, std::size_t indent) const 
 
 std::string EntityTable::entity(const Entity& entity, std::size_t indent) const {
   const auto& fields = entity.recordType().fields();
+  // The entries of a directory stand in it without the name of an attribute.
+  if (&entity.recordType() == &Vesk::Dir::veskType() && fields.front()->count(entity) != 0)
+    return entries(entity, *fields.front(), indent);
   std::string out;
   std::size_t width = 0;
   for (const FieldInfo* attribute : fields)
@@ -97,26 +109,36 @@ std::string EntityTable::entity(const Entity& entity, std::size_t indent) const 
   return out.empty() ? std::string(indent, ' ') + style_.in(Ink::faint, "(empty)") + "\n" : out;
 }
 
-std::string EntityTable::field(const Entity& holder, const FieldInfo& attribute, std::size_t indent) const {
+std::string EntityTable::field(const Entity& holder, const FieldInfo& attribute,
+                               std::size_t indent) const {
   const std::string name = label(attribute.name, indent);
   switch (attribute.kind) {
-    case FieldKind::value: return fmt::format("{}  {}\n", name, attribute.valueType->text(attribute.get(holder)));
-    case FieldKind::reference: return fmt::format("{} -> {}\n", name, referenceText(attribute.child(holder).get()));
+    case FieldKind::value:
+      return fmt::format("{}  {}\n", name, attribute.valueType->text(attribute.get(holder)));
+    case FieldKind::reference:
+      return fmt::format("{} -> {}\n", name, referenceText(attribute.child(holder).get()));
     case FieldKind::instance: {
       const auto child = attribute.child(holder);
-      return child ? fmt::format("{}\n{}", name, entity(*child, indent + 2)) : fmt::format("{}  null\n", name);
+      return child ? fmt::format("{}\n{}", name, entity(*child, indent + 2))
+                   : fmt::format("{}  null\n", name);
     }
-    default: break;
+    default:
+      break;
   }
-  if (attribute.count(holder) == 0) return fmt::format("{}  {}\n", name, style_.in(Ink::faint, "(empty)"));
+  if (attribute.count(holder) == 0)
+    return fmt::format("{}  {}\n", name, style_.in(Ink::faint, "(empty)"));
   switch (attribute.kind) {
-    case FieldKind::valueMap: return fmt::format("{}\n{}", name, map(holder, attribute, indent + 2));
-    case FieldKind::valueSet: return name + set(holder, attribute, indent);
-    default: return fmt::format("{}\n{}", name, entries(holder, attribute, indent + 2));
+    case FieldKind::valueMap:
+      return fmt::format("{}\n{}", name, map(holder, attribute, indent + 2));
+    case FieldKind::valueSet:
+      return name + set(holder, attribute, indent);
+    default:
+      return fmt::format("{}\n{}", name, entries(holder, attribute, indent + 2));
   }
 }
 
-std::string EntityTable::map(const Entity& holder, const FieldInfo& attribute, std::size_t indent) const {
+std::string EntityTable::map(const Entity& holder, const FieldInfo& attribute,
+                             std::size_t indent) const {
   Columns table;
   auto& headings = table.rows.emplace_back();
   addHeadings(*attribute.keyType, "key", true, headings);
@@ -133,7 +155,8 @@ std::string EntityTable::map(const Entity& holder, const FieldInfo& attribute, s
   return table.lines(indent, style_);
 }
 
-std::string EntityTable::set(const Entity& holder, const FieldInfo& attribute, std::size_t indent) const {
+std::string EntityTable::set(const Entity& holder, const FieldInfo& attribute,
+                             std::size_t indent) const {
   std::string line;
   Columns table;
   addHeadings(*attribute.keyType, "member", true, table.rows.emplace_back());
@@ -146,7 +169,8 @@ std::string EntityTable::set(const Entity& holder, const FieldInfo& attribute, s
 }
 
 /// Entities of plain values are rows of a table.
-std::string EntityTable::flatEntries(const Entity& holder, const FieldInfo& attribute, std::size_t indent) const {
+std::string EntityTable::flatEntries(const Entity& holder, const FieldInfo& attribute,
+                                     std::size_t indent) const {
   Columns table;
   auto& headings = table.rows.emplace_back();
   addHeadings(*attribute.keyType, "key", true, headings);
@@ -163,9 +187,11 @@ std::string EntityTable::flatEntries(const Entity& holder, const FieldInfo& attr
   return table.lines(indent, style_);
 }
 
-std::string EntityTable::entries(const Entity& holder, const FieldInfo& attribute, std::size_t indent) const {
+std::string EntityTable::entries(const Entity& holder, const FieldInfo& attribute,
+                                 std::size_t indent) const {
   const auto& fields = attribute.targetType().fields();
-  const bool isFlat = std::all_of(fields.begin(), fields.end(), [](const FieldInfo* f) { return f->kind == FieldKind::value; });
+  const bool isFlat = std::all_of(fields.begin(), fields.end(),
+                                  [](const FieldInfo* f) { return f->kind == FieldKind::value; });
   if (isFlat && !isDirectory(attribute)) return flatEntries(holder, attribute, indent);
   std::string out;
   for (const std::string& key : attribute.keys(holder)) {

@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -47,18 +48,25 @@ class Changes final : public Vesk::TreeObserver {
   void entityWent(const Node&) override { ++count; }
 };
 
+struct Turns {
+  std::size_t items;      ///< of a slice, 0 for no end
+  std::uint64_t shuffle;  ///< seed for the order of subscribers, 0 for none
+};
+
 /// All records of one domain; the machines come and go over them.
-class EncapMachinesTest : public testing::Test {
+class EncapMachinesTest : public testing::TestWithParam<Turns> {
  protected:
   EncapMachinesTest() {
     Vesk::System::clockIs(&clock);
-    scheduler.yieldPolicyIs(&oneItem);
+    Vesk::Publisher::shuffleSeedIs(GetParam().shuffle);
+    scheduler.yieldPolicyIs(&yield);
     mappings->localVtepAddrIs(addr("10.0.0.1").v4Addr());
     defaultTable = tables->tableIs(VlanGroupTableColl::getDefaultTableName());
     l3Table = tables->tableIs(VlanGroupTableColl::getL3TableName());
   }
   ~EncapMachinesTest() override {
     crash();
+    Vesk::Publisher::shuffleSeedIs(0);
     Orlane::toggleDirIs("");
     Orlane::forgetToggles();
     Vesk::System::clockIs(nullptr);
@@ -158,7 +166,7 @@ class EncapMachinesTest : public testing::Test {
 
   Vesk::ManualClock clock{1000};
   Sylva::TaskScheduler scheduler;
-  Sylva::ItemYield oneItem{1};
+  Sylva::ItemYield yield{GetParam().items};
   Ombra::Ptr<IpTunnelMappingStatus> mappings = Ombra::make<IpTunnelMappingStatus>();
   Ombra::Ptr<VlanGroupTableColl> tables = Ombra::make<VlanGroupTableColl>();
   Ombra::Ptr<VlanGroupTable> defaultTable, l3Table;
@@ -176,7 +184,7 @@ const std::string G = "239.1.1.1", H = "239.1.1.2", any = "0.0.0.0";
 const std::string U1 = "232.1.1.1", U2 = "232.1.1.2", U3 = "232.1.1.3";
 
 // What a group's underlay routes become and when, and what is in force right after.
-TEST_F(EncapMachinesTest, aLiveGroupSettlesBeforeItMoves) {
+TEST_P(EncapMachinesTest, aLiveGroupSettlesBeforeItMoves) {
   struct Step {
     double after;                          // seconds since the start
     Texts routes;                          // {} leaves them alone, {""} takes the row away
@@ -187,46 +195,26 @@ TEST_F(EncapMachinesTest, aLiveGroupSettlesBeforeItMoves) {
     std::string name, group;
     std::vector<Step> steps;
   };
+  // clang-format off
   const std::vector<Case> cases{
-      {"new group at once, move after the whole delay",
-       G,
-       {{0, {U1}, {}, U1},
-        {1, {U1, U2}, {}, U1},
-        {1, {U2}, {}, "-"},
-        {15.9, {}, {}, "-"},
-        {16, {}, {}, U2}}},
-      {"back to the old one during the wait",
-       G,
+      {"new group at once, move after the whole delay", G,
+       {{0, {U1}, {}, U1}, {1, {U1, U2}, {}, U1}, {1, {U2}, {}, "-"}, {15.9, {}, {}, "-"}, {16, {}, {}, U2}}},
+      {"back to the old one during the wait", G,
        {{0, {U1}, {}, U1}, {0, {U2}, {}, "-"}, {3, {U1}, {}, "-"}, {15, {}, {}, U1}}},
-      {"row goes during the wait, and comes back as new",
-       G,
-       {{0, {U1}, {}, U1},
-        {0, {U2}, {}, "-"},
-        {1, {""}, {}, "-"},
-        {2, {U3}, {}, U3},
-        {15, {}, {}, U3}}},
-      {"still between two routes at the expiry",
-       G,
-       {{0, {U1}, {}, U1},
-        {0, {U2}, {}, "-"},
-        {14, {U2, U3}, {}, "-"},
-        {15, {}, {}, "-"},
-        {16, {U3}, {}, "-"},
+      {"row goes during the wait, and comes back as new", G,
+       {{0, {U1}, {}, U1}, {0, {U2}, {}, "-"}, {1, {""}, {}, "-"}, {2, {U3}, {}, U3}, {15, {}, {}, U3}}},
+      {"still between two routes at the expiry", G,
+       {{0, {U1}, {}, U1}, {0, {U2}, {}, "-"}, {14, {U2, U3}, {}, "-"}, {15, {}, {}, "-"}, {16, {U3}, {}, "-"},
         {31, {}, {}, U3}}},
       {"immediate group", G, {{0, {U1}, U1, U1}, {1, {U2}, {}, U2}, {16, {}, {}, U2}}},
       {"any group", any, {{0, {U1}, {}, U1}, {1, {U2}, {}, U2}}},
-      {"becomes immediate while it waits",
-       G,
+      {"becomes immediate while it waits", G,
        {{0, {U1}, {}, U1}, {1, {U2}, {}, "-"}, {4, {}, U2, U2}, {16, {}, {}, U2}}},
-      {"moves again with less than the least wait left",
-       G,
-       {{0, {U1}, {}, U1},
-        {0, {U2}, {}, "-"},
-        {6, {U3}, {}, "-"},
-        {15, {}, {}, "-"},
-        {29.9, {}, {}, "-"},
+      {"moves again with less than the least wait left", G,
+       {{0, {U1}, {}, U1}, {0, {U2}, {}, "-"}, {6, {U3}, {}, "-"}, {15, {}, {}, "-"}, {29.9, {}, {}, "-"},
         {30, {}, {}, U3}}},
   };
+  // clang-format on
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const double begin = clock.now();
@@ -258,7 +246,7 @@ TEST_F(EncapMachinesTest, aLiveGroupSettlesBeforeItMoves) {
   }
 }
 
-TEST_F(EncapMachinesTest, oneTimerServesABurstAndTheLateWaitForTheNext) {
+TEST_P(EncapMachinesTest, oneTimerServesABurstAndTheLateWaitForTheNext) {
   startMapping();
   const Texts burst{G, H, "239.1.1.3"};
   const auto move = [&](const std::string& group) {
@@ -284,8 +272,9 @@ TEST_F(EncapMachinesTest, oneTimerServesABurstAndTheLateWaitForTheNext) {
   EXPECT_TRUE(ready->forwardingStatusReady());
 }
 
-TEST_F(EncapMachinesTest, readyFlagsFollowEachOtherAndStayOffWithoutSwitchover) {
-  const auto dir = std::filesystem::path(testing::TempDir()) / "encap-toggles";
+TEST_P(EncapMachinesTest, readyFlagsFollowEachOtherAndStayOffWithoutSwitchover) {
+  const auto dir =
+      std::filesystem::path(testing::TempDir()) / ("encap-toggles" + std::to_string(getpid()));
   std::filesystem::create_directories(dir);
   for (const bool on : {false, true}) {
     std::ofstream(dir / "StageMgr.json") << R"({"EvpnMulticastSSO": )" << (on ? "true}" : "false}");
@@ -304,6 +293,9 @@ TEST_F(EncapMachinesTest, readyFlagsFollowEachOtherAndStayOffWithoutSwitchover) 
     EXPECT_EQ(groups->vlanToMulticastGroupCount(), 0u);
     EXPECT_EQ(ready->vlanGroupStatusReady(), on);
     EXPECT_EQ(ready->forwardingStatusReady(), on);
+    ready->vlanGroupStatusReadyIs(true);
+    EXPECT_EQ(ready->forwardingStatusReady(), on);
+    ready->vlanGroupStatusReadyIs(false);
     crash();
     for (const auto& table : {defaultTable, l3Table})
       table->readyIs(false);
@@ -312,7 +304,7 @@ TEST_F(EncapMachinesTest, readyFlagsFollowEachOtherAndStayOffWithoutSwitchover) 
   std::filesystem::remove_all(dir);
 }
 
-TEST_F(EncapMachinesTest, inputReviewLosesNothingBetweenSlices) {
+TEST_P(EncapMachinesTest, inputReviewLosesNothingBetweenSlices) {
   const Texts members{"239.1.0.1", "239.1.0.2", "239.1.0.3", "239.1.0.4"};
   for (const std::size_t slices : {1u, 2u, 3u, 5u, 6u}) {
     for (const std::string event :
@@ -357,7 +349,7 @@ TEST_F(EncapMachinesTest, inputReviewLosesNothingBetweenSlices) {
   }
 }
 
-TEST_F(EncapMachinesTest, aChangeOfOneVlanLooksAtThatVlanOnly) {
+TEST_P(EncapMachinesTest, aChangeOfOneVlanLooksAtThatVlanOnly) {
   for (unsigned vlan = 1; vlan <= 200; ++vlan)
     addVlan(vlan, U1);
   allReady();
@@ -369,7 +361,7 @@ TEST_F(EncapMachinesTest, aChangeOfOneVlanLooksAtThatVlanOnly) {
   rest();
 }
 
-TEST_F(EncapMachinesTest, aMoveAddsTheNewRouteFirst) {
+TEST_P(EncapMachinesTest, aMoveAddsTheNewRouteFirst) {
   addVlan(10, U1);
   allReady();
   start();
@@ -393,7 +385,7 @@ TEST_F(EncapMachinesTest, aMoveAddsTheNewRouteFirst) {
   EXPECT_EQ(groupTexts(), (Texts{"10,0.0.0.0=232.1.1.1,PimSsm"}));
 }
 
-TEST_F(EncapMachinesTest, aGroupOfBothTablesStaysWithTheOtherOne) {
+TEST_P(EncapMachinesTest, aGroupOfBothTablesStaysWithTheOtherOne) {
   const auto row = addVlan(10, U1);
   allReady();
   start();
@@ -426,7 +418,7 @@ TEST_F(EncapMachinesTest, aGroupOfBothTablesStaysWithTheOtherOne) {
   EXPECT_EQ(rowsOf(), (Texts{"10,239.1.1.1=232.1.1.3,PimAsm"}));
 }
 
-TEST_F(EncapMachinesTest, theDefaultTableHasTheAnyGroupAndTheImmediateOnes) {
+TEST_P(EncapMachinesTest, theDefaultTableHasTheAnyGroupAndTheImmediateOnes) {
   startDefault();
   const auto row = addVlan(10, U1);
   const auto vrf = mappings->vrfImmediateGroupStatusIs(L3::VrfName("red"));
@@ -450,7 +442,7 @@ TEST_F(EncapMachinesTest, theDefaultTableHasTheAnyGroupAndTheImmediateOnes) {
 }
 
 // Group status and forwarding rows outlive the process, the tables do not.
-TEST_F(EncapMachinesTest, aRestartWritesNothingAndRemovesWhatIsStale) {
+TEST_P(EncapMachinesTest, aRestartWritesNothingAndRemovesWhatIsStale) {
   for (const unsigned vlan : {10u, 20u})
     addVlan(vlan, U1);
   own[10]->immediateOverlayToUnderlayGroupIs(overlay(G), underlay(U2));
@@ -460,11 +452,11 @@ TEST_F(EncapMachinesTest, aRestartWritesNothingAndRemovesWhatIsStale) {
   rest();
   const auto restart = [&] {
     crash();
-    for (const auto& table : {defaultTable, l3Table}) {
-      table->vlanDelAll();
-      table->readyIs(false);
-    }
+    l3Table->vlanDelAll();
+    l3Table->readyIs(false);
+    defaultTable->vlanIs(VlanId(77))->groupIs(addr(any));
     start();
+    EXPECT_FALSE(defaultTable->vlanHas(VlanId(77)));
     scheduler.runUntilIdle();
     l3GroupIs(20, H);
     l3Table->readyIs(true);
@@ -488,6 +480,9 @@ TEST_F(EncapMachinesTest, aRestartWritesNothingAndRemovesWhatIsStale) {
   groupSm->cleanup();
   EXPECT_EQ(groups->vlanToMulticastGroupCount(), 0u);
 }
+
+INSTANTIATE_TEST_SUITE_P(Turns, EncapMachinesTest,
+                         testing::Values(Turns{1, 0}, Turns{0, 0}, Turns{1, 5}, Turns{2, 6}));
 
 }  // namespace
 }  // namespace Multicast::Vpn

@@ -1,0 +1,29 @@
+// What the forwarding rows of the encapsulating side must be, computed directly from the present inputs.
+// Slow and obvious on purpose: every vlan and every group from nothing, no machine and no table of the agent is asked.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "records/Enums.h"
+#include "records/TunnelGroupConfig.h"
+#include "runtime/values/Addresses.h"
+
+namespace History {
+
+/// "vlan,source,group" to the text of the underlay route.
+using Rows = std::map<std::string, std::string>;
+
+struct Domain {
+  Pavlin::AddressFamily af;
+  Irb::Multicast::Domain domain;
+};
+
+/// True if the machines of this domain run.
+[[nodiscard]] bool domainRuns(const Domain& domain);
+/// The rows that the present inputs want, while the domain runs.
+[[nodiscard]] Rows wantedRows(const Domain& domain);
+/// The rows that are published.
+[[nodiscard]] Rows publishedRows(const Domain& domain);
+
+}  // namespace History

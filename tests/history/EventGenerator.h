@@ -1,0 +1,51 @@
+// Seeded valid events on everything that the encapsulating side reads.
+// Each call writes one thing that another agent could write at that moment, and tells it in words.
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
+
+#include "records/Enums.h"
+#include "runtime/values/Addresses.h"
+
+namespace Routing::Multicast {
+class IpTunnelConfigEntry;
+class IpTunnelGroupIntfConfig;
+}  // namespace Routing::Multicast
+
+namespace History {
+
+class EventGenerator {
+ public:
+  explicit EventGenerator(std::uint64_t seed) : random_(seed) {}
+  /// A fabric that mostly works, for the events to disturb.
+  void baseline();
+  /// Writes one event.
+  std::string next();
+  /// A number below n.
+  std::uint64_t draw(std::uint64_t n) { return random_() % n; }
+
+ private:
+  template <class T>
+  const T& pick(std::initializer_list<T> values) {
+    return *(values.begin() + draw(values.size()));
+  }
+  [[nodiscard]] bool mostly() { return draw(8) != 0; }
+  void newVti();
+  void newIntfConfig(Irb::Multicast::Domain domain);
+  std::string vlanEvent();
+  std::string vtiEvent();
+  std::string vrfEvent();
+  std::string gateEvent();
+  std::string intfConfigEvent();
+  std::string vlanConfigEvent(Routing::Multicast::IpTunnelGroupIntfConfig& config);
+  std::string vrfConfigEvent(Routing::Multicast::IpTunnelGroupIntfConfig& config);
+  std::string entryEvent(Routing::Multicast::IpTunnelConfigEntry& entry, bool ofVrf);
+  Pavlin::IpGenAddr underlayGroup();
+  Pavlin::IpGenAddr overlayGroup();
+
+  std::mt19937_64 random_;
+};
+
+}  // namespace History

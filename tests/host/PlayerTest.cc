@@ -1,0 +1,378 @@
+// The program from outside: scenario texts in, report and exit status out.
+// Runs: the `corvane` beside this test, or the one that CORVANE_PROGRAM names. Most stories need no
+// agent, so that what they find is the player's fault and nobody else's.
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+  int status;
+  std::string output;  ///< standard output and error, in the order in which they came
+};
+
+std::string program() {
+  if (const char* named = std::getenv("CORVANE_PROGRAM")) return named;
+  return (fs::read_symlink("/proc/self/exe").parent_path() / "corvane").string();
+}
+
+Result run(const std::string& arguments) {
+  Result result{-1, {}};
+  std::FILE* pipe = popen((program() + " " + arguments + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return result;
+  std::array<char, 4096> buffer;
+  while (const std::size_t size = fread(buffer.data(), 1, buffer.size(), pipe))
+    result.output.append(buffer.data(), size);
+  const int status = pclose(pipe);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+class PlayerTest : public testing::Test {
+ protected:
+  PlayerTest() {
+    std::string pattern = (fs::temp_directory_path() / "player-XXXXXX").string();
+    directory_ = mkdtemp(pattern.data());
+  }
+  ~PlayerTest() override { fs::remove_all(directory_); }
+
+  std::string file(const std::string& content, const std::string& name = "story.yaml") {
+    const fs::path path = directory_ / name;
+    std::ofstream(path) << content;
+    return path.string();
+  }
+  Result play(const std::string& content, const std::string& options = "") {
+    return run("play " + options + " " + file(content));
+  }
+  void passes(const std::string& content, const std::string& options = "") {
+    const Result result = play(content, options);
+    EXPECT_EQ(result.status, 0) << content << result.output;
+    EXPECT_NE(result.output.find("1 passed, 0 failed\n"), std::string::npos) << result.output;
+  }
+  void fails(const std::string& content, const std::vector<std::string>& says) {
+    const Result result = play(content);
+    EXPECT_EQ(result.status, 1) << content << result.output;
+    for (const std::string& text : says)
+      EXPECT_NE(result.output.find(text), std::string::npos) << text << "\n" << result.output;
+  }
+
+  fs::path directory_;
+};
+
+TEST_F(PlayerTest, RefusesWhatDoesNotReadBeforeAnythingRuns) {
+  struct Case {
+    const char* content;
+    const char* says;
+  };
+  const Case cases[] = {
+      {"steps: [{wait: 1}]", ":1:10: unknown step 'wait'"},
+      {"stebs: []", ":1:1: unknown key 'stebs'"},
+      {"steps:\n  - run: idle\n    crash:\n", ":3:5: a step is one thing"},
+      {"steps:\n  - note: only words\n", ":2:5: a step that does nothing"},
+      {"steps:\n  - write: {no/such/path: {}}\n", ":2:13: path 'no/such/path' is not known"},
+      {"steps:\n  - write:\n      bridging/vlan/status:\n        vlanStatuss: {}\n",
+       ":4:9: Bridging::VlanStatusDir has no attribute 'vlanStatuss'"},
+      {"steps: [{write: {'bridging/vlan/status:vlanStatus': {4095: {}}}}]",
+       "Bridging::VlanId::value < 1 or > 4094 not allowed"},
+      {"steps: [{expect: {'bridging/vlan/status:vlanStatus[0]': {}}}]",
+       "Bridging::VlanId::value < 1 or > 4094 not allowed"},
+      {"steps: [{write: {'mlag/status:failover': yes}}]", ":1:42: 'yes' does not read as bool"},
+      {"steps: [{write: {'mlag/status:failover': {}}}]", ":1:42: bool takes a value"},
+      {"steps: [{write: {'mlag/status:failover.deep': true}}]", "bool has no member 'deep'"},
+      {"steps: [{write: {'mlag/status:failover[1]': true}}]", "is no collection"},
+      {"steps: [{write: {'multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup': {10: "
+       "{group: none}}}}]",
+       "has no member 'group'"},
+      {"steps: [{write: {'multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup': {10: "
+       "'1,none,3'}}}]",
+       "too many parts"},
+      {"steps: [{write: {'multicast/tunnel/group/config:intfConfig[Vxlan1].intfId': Vxlan2}}]",
+       "own key cannot be written"},
+      {"steps: [{write: {'multicast/tunnel/group/config:intfConfig': {Vxlan1: {intfId: Vxlan2}}}}]",
+       "is not the key of this entry"},
+      {"steps: [{expect: {'multicast/ipv4/fib/vrfEnabledStatus:vrf': red}}]",
+       "takes a mapping or a list"},
+      {"steps: [{expect: {'multicast/ipv4/fib/vrfEnabledStatus:vrf[red': {}}}]", "does not close"},
+      {"steps: [{changes: ['mlag/status:failover is true']}]", "is not a change"},
+      {"steps: [{changes: ['mlag/status:failover = maybe']}]", "does not read as bool"},
+      {"steps: [{changes: {most: []}}]", "unknown key 'most' of changes"},
+      {"steps: [{corrupt: 'mlag/vxlan/status:vtepTypeAddr[1]'}]",
+       "only an entry of a map of a shared table"},
+      {"steps: [{corruptions: [{table: mlag/status}]}]", "no shared table stands at 'mlag/status'"},
+      {"steps: [{advance: -1}]", "must be a number of seconds"},
+      {"steps: [{writes: {mlag/status: few}}]", "must be a whole number"},
+      {"steps: [{start: }, {start: }]", ":1:21: the agent runs already"},
+      {"toggles: {NoSuchToggle: true}\nsteps: []", ":1:11: no toggle is called 'NoSuchToggle'"},
+      {"toggles: {OismGateway: perhaps}\nsteps: []", "not 'perhaps'"},
+      {"settle: never\nsteps: []", ":1:9: settle is auto or manual"},
+      {"oracles: {revue: x}\nsteps: []", ":1:11: no closing oracle"},
+      {"steps: [{expect: {a: 1}", "end of"},
+      {"title: nothing", "needs steps"},
+  };
+  for (const Case& one : cases) {
+    const Result result = play(one.content);
+    EXPECT_EQ(result.status, 2) << one.content << "\n" << result.output;
+    EXPECT_NE(result.output.find("story.yaml:"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find(one.says), std::string::npos) << one.content << "\n"
+                                                               << result.output;
+  }
+  // A good file before a bad one does not run either.
+  const std::string good = file("steps: [{run: idle}]", "good.yaml");
+  const Result both = run("play " + good + " " + file("steps: [{jump: }]"));
+  EXPECT_EQ(both.status, 2);
+  EXPECT_EQ(both.output.find("good.yaml"), std::string::npos) << both.output;
+}
+
+TEST_F(PlayerTest, PatchesMergeAndAreNotedInTheOrderWritten) {
+  passes(R"(
+steps:
+  - record: [multicast/tunnel/group/config, multicastIntfs/application, multicast/ipv4/tunnel/forwarding/status, multicast/ipv4/fib/vrfEnabledStatus]
+  - write:
+      multicast/tunnel/group/config:
+        intfConfig:
+          Vxlan1:
+            mcastOverlayV4: true
+            vlanToFloodGroup: {10: "1,232.9.9.9", 11: {floodGroup: 232.9.9.10}}
+            vlanToMulticastGroup:
+              10: {tunnelConfigEntry: {defaultUnderlayGroup: 232.1.1.1}}
+              11: !whole
+                tunnelConfigEntry: {defaultUnderlayGroup: 232.1.1.9}
+      multicastIntfs/application/routing/red: {multicastIntf: {Vlan10: true}}
+      multicast/ipv4/fib/vrfEnabledStatus:vrf: [red, blue]
+  - changes:
+      - multicast/tunnel/group/config:intfConfig[Vxlan1] added
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].mcastOverlayV4 = true
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup[10] = 1,232.9.9.9
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup[11] = mcastUnderlay,232.9.9.10
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[10] added
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[10].tunnelConfigEntry added
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[10].tunnelConfigEntry.defaultUnderlayGroup = 232.1.1.1
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[11] added
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[11].tunnelConfigEntry added
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[11].tunnelConfigEntry.defaultUnderlayGroup = 232.1.1.9
+      - multicastIntfs/application/routing added
+      - multicastIntfs/application/routing/red added
+      - multicastIntfs/application/routing/red:multicastIntf[Vlan10] = true
+      - multicast/ipv4/fib/vrfEnabledStatus:vrf[red] added
+      - multicast/ipv4/fib/vrfEnabledStatus:vrf[blue] added
+  - write:
+      multicast/ipv4/tunnel/forwarding/status:
+        vlanStatus: {10: {overlayToUnderlay: {"0.0.0.0,239.1.1.1": "10.0.0.1,232.1.1.1,0", "0.0.0.0,239.1.1.2": {underlayGroup: 232.1.1.5}}}}
+      multicast/tunnel/group/config:intfConfig[Vxlan1]:
+        vlanToFloodGroup: {11: {floodGroup: ~}}
+        mcastOverlayV4: ~
+        vlanToMulticastGroup: {10: {tunnelConfigEntry: !whole {defaultUnderlayGroup: 232.1.1.1}}, 11: ~}
+      multicastIntfs/application/routing/red: ~
+      multicast/ipv4/fib/vrfEnabledStatus:vrf: {blue: ~, green: true}
+  - changes:
+      - multicast/ipv4/tunnel/forwarding/status:vlanStatus[10] added
+      - multicast/ipv4/tunnel/forwarding/status:vlanStatus[10].overlayToUnderlay[0.0.0.0,239.1.1.1] = 10.0.0.1,232.1.1.1,PimSsm
+      - multicast/ipv4/tunnel/forwarding/status:vlanStatus[10].overlayToUnderlay[0.0.0.0,239.1.1.2] = none,232.1.1.5,0
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup[11] = 1,none
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].mcastOverlayV4 = false
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[10].tunnelConfigEntry removed
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[10].tunnelConfigEntry added
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[10].tunnelConfigEntry.defaultUnderlayGroup = 232.1.1.1
+      - multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToMulticastGroup[11] removed
+      - multicastIntfs/application/routing/red removed
+      - multicast/ipv4/fib/vrfEnabledStatus:vrf[blue] removed
+      - multicast/ipv4/fib/vrfEnabledStatus:vrf[green] added
+  - expect:
+      multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup[10]: {configType: 1}
+      multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup[10].floodGroup: 232.9.9.9
+      multicast/tunnel/group/config:intfConfig[Vxlan9].vlanToFloodGroup[10].floodGroup: ~
+      multicast/tunnel/group/config:intfConfig[Vxlan1].mcastOverlayV4: ~
+      multicast/ipv4/fib/vrfEnabledStatus:vrf: [green, red]
+      mlag/status: {failover: false}
+      multicastIntfs/application/routing: {}
+      multicastIntfs/application/routing/red: ~
+  - equal:
+      multicast/ipv4/tunnel/forwarding/status: {vlanStatus: {10: {overlayToUnderlay: {"0.0.0.0,239.1.1.1": "10.0.0.1,232.1.1.1,PimSsm", "0.0.0.0,239.1.1.2": "none,232.1.1.5,PimSsm"}}}}
+      multicastIntfs/application/routing: {}
+)");
+}
+
+TEST_F(PlayerTest, NotesOnlyWhatLiesBelowTheRecordedAddresses) {
+  passes(R"(
+steps:
+  - record: ["multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup[10]", "mlag/status:failover"]
+  - write: {multicast/tunnel/group/config: {intfConfig: {Vxlan1: {vlanToFloodGroup: {9: "1,232.9.9.9", 10: "1,232.9.9.9"}}, Vxlan2: {}}}, mlag/status: {mlagState: 1}}
+  - changes: ["multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup[10] = 1,232.9.9.9"]
+  - record: [mlag/status]
+    note: adds an address and forgets nothing that is recorded
+  - write: {mlag/status: {mlagState: 3, failover: true}, "multicast/tunnel/group/config:intfConfig[Vxlan1]": ~}
+  - changes: {any: ["multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup[10] removed", "mlag/status:failover = true", "mlag/status:mlagState = primary"]}
+  - write: {mlag/status: {mlagState: 4, failover: true}}
+    note: equal values are no change
+  - write: {mlag/status: {mlagState: 3}}
+  - changes: {some: ["mlag/status:mlagState = 3"]}
+  - changes: []
+)");
+}
+
+TEST_F(PlayerTest, CountsEffectiveWritesForEachAddressByItself) {
+  passes(R"(
+steps:
+  - write: {multicast/ipv4/fib/vrfEnabledStatus:vrf: [red, blue], mlag/status:failover: true}
+  - writes: {"multicast/ipv4/fib/vrfEnabledStatus:vrf[red]": 1, mlag/status: 1}
+  - write: {multicast/ipv4/fib/vrfEnabledStatus:vrf: {red: true, blue: ~}}
+  - writes: {multicast/ipv4/fib/vrfEnabledStatus: 3, "multicast/ipv4/fib/vrfEnabledStatus:vrf[red]": 0}
+  - write: {multicast/ipv4/fib/vrfEnabledStatus:vrf: {red: ~}}
+  - record: [mlag/proto]
+  - writes: {multicast/ipv4/fib/vrfEnabledStatus: 0}
+)");
+}
+
+TEST_F(PlayerTest, SharedTablesSurviveACrashWithTheMarksOfDamage) {
+  passes(R"(
+steps:
+  - record: ["bridging/status:fdbEntry", multicast/ipv4/irb/igmpProxyStatus/merged]
+  - write: {"bridging/status:fdbEntry": {"10,00:11:22:33:44:55": Ethernet1}, multicast/ipv4/irb/igmpProxyStatus/merged:igmpProxyVlan: [10, 11]}
+  - corrupt: bridging/status:fdbEntry[10,00:11:22:33:44:55]
+  - crash:
+  - expect: {"bridging/status:fdbEntry[10,00:11:22:33:44:55]": "", multicast/ipv4/irb/igmpProxyStatus/merged:igmpProxyVlan: [11, 10]}
+  - corruptions: [{table: bridging/status}]
+  - write: {"bridging/status:fdbEntry": {"10,00:11:22:33:44:55": Ethernet1}}
+  - expect: {"bridging/status:fdbEntry[10,00:11:22:33:44:55]": Ethernet1}
+  - corruptions: []
+  - changes: {any: ["bridging/status:fdbEntry[10,00:11:22:33:44:55] = Ethernet1", "bridging/status:fdbEntry[10,00:11:22:33:44:55] = Ethernet1", "multicast/ipv4/irb/igmpProxyStatus/merged:igmpProxyVlan[10] added", "multicast/ipv4/irb/igmpProxyStatus/merged:igmpProxyVlan[11] added"]}
+)");
+  fails(R"(
+steps:
+  - write: {"bridging/status:fdbEntry": {"10,00:11:22:33:44:55": Ethernet1}}
+  - corrupt: bridging/status:fdbEntry[10,00:11:22:33:44:55]
+  - expect: {"bridging/status:fdbEntry[10,00:11:22:33:44:55]": ""}
+)",
+        {"closing question 'leftovers' failed", "bridging/status"});
+}
+
+TEST_F(PlayerTest, SaysWhereAnExpectationFails) {
+  fails("steps:\n  - run: idle\n  - expect: {'mlag/status': {failover: true}}\n",
+        {"step 2 (", "story.yaml:3) expect failed", "mlag/status:failover", "expected  true",
+         "found     false", "0 passed, 1 failed"});
+  fails(
+      "steps:\n  - write: {'mlag/status': {failover: true, mlagState: 3}}\n  - equal: "
+      "{'mlag/status': {failover: true}}\n",
+      {"mlag/status:mlagState", "expected  nothing", "primary"});
+  fails("steps:\n  - expect: {'bridging/vlan/status:vlanStatus[10]': {}}\n",
+        {"bridging/vlan/status:vlanStatus[10]", "found     absent"});
+  fails(
+      "steps:\n  - record: [mlag/status]\n  - write: {'mlag/status:failover': true}\n  - changes: "
+      "[]\n",
+      {"mlag/status:failover = true"});
+  fails("steps:\n  - logs: [{name: NO_SUCH_MESSAGE}]\n", {"NO_SUCH_MESSAGE"});
+}
+
+TEST_F(PlayerTest, JudgesHowTheProcessEnds) {
+  // A shared table that is full ends the process; its name and size are the text.
+  std::string rows;
+  for (int i = 1; i <= 200; ++i)
+    rows += (i == 1 ? "" : ", ") + ("\"0,10.0.0." + std::to_string(i) + "\": 1");
+  const std::string full = "{'multicast/tunnel/status:mcastTunnelSet': {" + rows + "}}";
+  passes("aborts: multicast/tunnel/status\nsteps:\n  - write: " + full + "\n");
+  fails("steps:\n  - run: idle\n  - write: " + full + "\n",
+        {"ended by signal 6", "in step 2 (line 3)", "multicast/tunnel/status"});
+  fails("aborts: another text\nsteps:\n  - write: " + full + "\n", {"aborted with another text"});
+  fails("aborts: multicast/tunnel/status\nsteps:\n  - write: " + full + "\n  - run: idle\n",
+        {"before the last one"});
+  fails("aborts: anything\nsteps:\n  - run: idle\n", {"did not end the process"});
+}
+
+TEST_F(PlayerTest, PrintsDocumentsForPrograms) {
+  const Result result = play(
+      "title: Two rows\nsteps:\n  - write: {'mlag/status': {failover: true, mlagState: 3}, "
+      "'multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup[10]': '1,232.9.9.9'}\n   "
+      " note: a note\n"
+      "  - show: [mlag/status, "
+      "'multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup', "
+      "'mlag/status:failover']\n",
+      "--json");
+  ASSERT_EQ(result.status, 0) << result.output;
+  std::vector<nlohmann::json> documents;
+  std::istringstream lines(result.output);
+  for (std::string line; std::getline(lines, line);)
+    if (line.starts_with("{")) documents.push_back(nlohmann::json::parse(line));
+  ASSERT_GE(documents.size(), 3U);
+  EXPECT_EQ(documents[0]["note"], "a note");
+  EXPECT_EQ(documents[1]["kind"], "show");
+  const auto& values = documents[1]["values"];
+  EXPECT_EQ(values["mlag/status"]["failover"], true);
+  EXPECT_EQ(values["mlag/status"]["mlagState"], "primary");
+  EXPECT_EQ(values["mlag/status:failover"], true);
+  EXPECT_EQ(values["multicast/tunnel/group/config:intfConfig[Vxlan1].vlanToFloodGroup"]["10"]
+                  ["floodGroup"],
+            "232.9.9.9");
+  EXPECT_EQ(documents.back()["ok"], true);
+  EXPECT_EQ(documents.back()["title"], "Two rows");
+}
+
+TEST_F(PlayerTest, KeptTablesCanBeShownFromAnotherProcess) {
+  const std::string kept = (directory_ / "kept").string();
+  passes(
+      "steps:\n  - write: {'multicast/ipv4/tunnel/forwarding/status': {vlanStatus: {10: "
+      "{overlayToUnderlay: "
+      "{'0.0.0.0,239.1.1.1': '10.0.0.1,232.1.1.1,0'}}}}}\n",
+      "--keep " + kept);
+  const Result shown = run("show --dir " + kept + " multicast/ipv4/tunnel/forwarding/status");
+  EXPECT_EQ(shown.status, 0) << shown.output;
+  EXPECT_NE(shown.output.find("239.1.1.1"), std::string::npos) << shown.output;
+  EXPECT_NE(shown.output.find("232.1.1.1"), std::string::npos) << shown.output;
+  const Result json = run("show --json --dir " + kept +
+                          " 'multicast/ipv4/tunnel/forwarding/"
+                          "status:vlanStatus[10].overlayToUnderlay[0.0.0.0,239.1.1.1]'");
+  EXPECT_NE(json.output.find("\"underlayGroup\": \"232.1.1.1\""), std::string::npos) << json.output;
+  EXPECT_EQ(run("show --dir " + kept + " mlag/status").status, 2);
+  EXPECT_EQ(run("show --dir " + kept + "/nowhere multicast/ipv4/tunnel/forwarding/status").status,
+            2);
+  for (const auto& entry : fs::recursive_directory_iterator(kept))
+    if (entry.path().extension() == ".table") fs::resize_file(entry.path(), 100);
+  EXPECT_EQ(run("show --dir " + kept + " multicast/ipv4/tunnel/forwarding/status").status, 2);
+}
+
+TEST_F(PlayerTest, ListsRecordsAndKnowsItsCommands) {
+  const Result one = run("records Irb::Multicast::McastIrbStatus");
+  EXPECT_EQ(one.status, 0);
+  for (const char* text : {"multicast/ipv4/irb/status/client3", "vlanToSbd", "4000"})
+    EXPECT_NE(one.output.find(text), std::string::npos) << text << "\n" << one.output;
+  const Result all = run("records --json");
+  ASSERT_EQ(all.status, 0);
+  EXPECT_GT(nlohmann::json::parse(all.output).size(), 50U);
+  EXPECT_EQ(run("records No::Such::Record").status, 2);
+  EXPECT_EQ(run("--help").status, 0);
+  EXPECT_EQ(run("dance").status, 2);
+  EXPECT_EQ(run("play").status, 2);
+  EXPECT_EQ(run("play --trace nonsense " + file("steps: []")).status, 2);
+}
+
+TEST_F(PlayerTest, StartsCrashesAndAsksTheClosingQuestions) {
+  for (const char* options : {"", "--seed 7"}) {
+    passes(R"(
+toggles: {OismGateway: true, EvpnMulticastSSO: false}
+environment: {FLEETLOG_DISABLE: "1"}
+slice: 1
+steps:
+  - expect: {agent: ~}
+  - start:
+  - expect: {agent: {}, "agent.vtiStatusDir": "interface/status/eth/vxlan", multicast/agent/running/Corvane: {}}
+  - advance: 5.5
+  - crash:
+  - expect: {agent: ~}
+  - start:
+)",
+           options);
+  }
+}
+
+}  // namespace

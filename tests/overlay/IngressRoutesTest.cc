@@ -1,0 +1,545 @@
+#include <algorithm>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "overlay/IngressL3RouteSm.h"
+#include "overlay/L3OverlayGroupSm.h"
+#include "runtime/TreeObserver.h"
+
+namespace Multicast::Vpn {
+namespace {
+
+using Bridging::VlanId;
+using Pavlin::IntfId;
+using Pavlin::IpGenAddr;
+using Reason = IngressL3RouteVrfSm::Reason;
+using RouteKey = Routing::Multicast::Fib::IpGenRouteKey;
+using Texts = std::vector<std::string>;
+
+const L3::VrfName red("red"), blue("blue");
+const std::string S = "10.1.1.1", T = "10.1.1.2", G = "239.1.1.1", H = "239.1.1.2";
+const Pavlin::EthAddr mac = Pavlin::EthAddr::fromText("00:00:00:00:00:01");
+
+RouteKey routeKey(const std::string& source, const std::string& group) {
+  const auto prefix = [](const std::string& text) {
+    return text.find('/') == std::string::npos ? Pavlin::IpGenPrefix(IpGenAddr::fromText(text))
+                                               : Pavlin::IpGenPrefix::fromText(text);
+  };
+  return {prefix(source), prefix(group)};
+}
+
+/// Effective changes below an entity.
+class Changes final : public Vesk::TreeObserver {
+ public:
+  explicit Changes(const Ombra::Ptr<Vesk::Entity>& root) { rootIs(root); }
+  int count = 0;
+
+ private:
+  void valueChanged(const Node&, const Vesk::FieldInfo&, std::string_view) override { ++count; }
+  void entityCame(const Node&) override { ++count; }
+  void entityWent(const Node&) override { ++count; }
+};
+
+/// Sees how few vlans the table has at any moment.
+class Watching final : public Vesk::Machine {
+  VESK_LOCAL_RECORD(Multicast::Vpn::Watching)
+ public:
+  Watching(Ombra::Ptr<VlanGroupTable> watched, std::size_t* least)
+      : table(std::move(watched)), fewest(least) {}
+  void handleVlan() { *fewest = std::min<std::size_t>(*fewest, table->vlanCount()); }
+  const Ombra::Ptr<VlanGroupTable> table;
+  std::size_t* fewest;
+  Vesk::Watch watch_ = watch<&Watching::handleVlan>(table, VlanGroupTable::vlanAttr);
+};
+
+/// One domain's own records and machines.
+struct Domain {
+  Ombra::Ptr<IpTunnelMappingStatus> mapping = Ombra::make<IpTunnelMappingStatus>();
+  Ombra::Ptr<IngressL3RouteStatus> status = Ombra::make<IngressL3RouteStatus>();
+  Ombra::Ptr<VlanGroupTable> table = Ombra::make<VlanGroupTable>("L3OverlayRouteTable");
+  Ombra::Ptr<IngressL3RouteSm> ingress;
+  Ombra::Ptr<L3OverlayGroupSm> groups;
+};
+
+/// Vlans 10 and 20 are extended, 30 is not; VRF red has SBD vlan 100. The source S is in the
+/// neighbour table only if a test says so.
+class IngressRoutesTest : public testing::Test {
+ protected:
+  IngressRoutesTest() {
+    Vesk::System::clockIs(&clock);
+    scheduler.yieldPolicyIs(&oneItem);
+    vti = vtiDir->vtiStatusIs(Pavlin::vxlan1IntfId());
+    vti->operStatusIs(Vxlan::IntfOperStatus::up);
+    vti->vlanToVniMapIs(VlanId(10), {});
+    vti->vlanToVniMapIs(VlanId(20), {});
+    vti->vrfToSBDVlanIs(red, VlanId(100));
+    vrfIds->vrfIdToNameIs({Vrf::VrfIdMap::VrfId(1), red});
+    for (Domain* domain : {&local, &remote}) domain->mapping->multipleUnderlayGroupsDelayedVrfIs(red);
+  }
+  ~IngressRoutesTest() override {
+    for (Domain* domain : {&local, &remote}) stop(*domain);
+    Vesk::System::clockIs(nullptr);
+  }
+
+  void start(Domain& d) {
+    const auto notifiee = Ombra::make<OverlayVlanGroupLifetimeNotifiee>(
+        OverlayVlanGroupLifetimeNotifiee::Inputs{.vlanGroupTable = d.table});
+    d.groups = Ombra::make<L3OverlayGroupSm>(L3OverlayGroupSm::Inputs{
+        .scheduler = &scheduler,
+        .ingressL3RouteStatus = d.status,
+        .vtiStatusDir = vtiDir,
+        .vlanGroupDedupTable =
+            Ombra::make<VlanGroupDedupTable>(VlanGroupDedupTable::Inputs{.notifiee = notifiee}),
+        .vlanGroupTable = d.table});
+    d.ingress = Ombra::make<IngressL3RouteSm>(
+        IngressL3RouteSm::Inputs{.scheduler = &scheduler,
+                                 .addressFamily = Pavlin::ipv4(),
+                                 .ipTunnelMappingStatus = d.mapping,
+                                 .mfibStatus = fib,
+                                 .vtiStatusDir = vtiDir,
+                                 .arpBriskelVrfIdMap = vrfIds,
+                                 .arpStatus = arp,
+                                 .bridgingStatus = bridging,
+                                 .pegDrStatus = pegDr,
+                                 .mcastEvpnConfig = evpn,
+                                 .ingressL3RouteStatus = d.status,
+                                 .proactiveArpConfig = requests,
+                                 .gatewayESStatus = gateway,
+                                 .proactiveArpUse = use});
+  }
+  void stop(Domain& d) {
+    d.groups = nullptr;
+    d.ingress = nullptr;
+  }
+  void run() { scheduler.runUntilIdle(); }
+  void passTo(double time) {
+    clock.advanceTo(time);
+    scheduler.fireExpired(time);
+    run();
+  }
+  /// Settles, then asks for full reviews, which must find nothing to do.
+  void rest(Domain& d) {
+    run();
+    Changes status(d.status), table(d.table), asked(requests);
+    for (Vesk::Machine* sm : {static_cast<Vesk::Machine*>(d.ingress.get()),
+                              static_cast<Vesk::Machine*>(d.groups.get())})
+      sm->reviewAll();
+    run();
+    EXPECT_EQ(status.count + table.count + asked.count, 0);
+  }
+
+  Ombra::Ptr<Routing::Multicast::Fib::Hardware::RouteStatus> route(
+      const std::string& source, const std::string& group, const std::string& iif,
+      const L3::VrfName& vrf = red) {
+    const auto row = fib->vrfStatusIs(vrf)->routeIs(routeKey(source, group));
+    row->iifIs(IntfId(iif));
+    row->lastActivityTimeIs(clock.now());
+    return row;
+  }
+  void routeGoes(const std::string& source, const std::string& group) {
+    fib->vrfStatus(red)->routeDel(routeKey(source, group));
+  }
+  void neighbourIs(const std::string& source, const std::string& intf,
+                   const Pavlin::EthAddr& ethAddr = mac) {
+    arp->arpEntryIs({arpKey(source, intf), ethAddr, IntfId(intf)});
+  }
+  static Arp::Table::ArpKey arpKey(const std::string& source, const std::string& intf) {
+    return {Vrf::VrfIdMap::VrfId(1), IpGenAddr::fromText(source), IntfId(intf)};
+  }
+  void learntIs(unsigned vlan, const std::string& intf) {
+    bridging->fdbEntryIs({{VlanId(vlan), mac}, IntfId(intf)});
+  }
+
+  static Texts routes(const Domain& d) {
+    Texts texts;
+    for (const auto& [vrf, status] : d.status->vrfStatusIterator())
+      for (const auto& key : status->routeIterator())
+        texts.push_back(Vesk::textOf(key));
+    std::sort(texts.begin(), texts.end());
+    return texts;
+  }
+  static Texts rows(const Domain& d) {
+    Texts texts;
+    for (const auto& [vlan, groups] : d.table->vlanIterator()) {
+      EXPECT_NE(groups->groupCount(), 0U);
+      for (const auto& group : groups->groupIterator())
+        texts.push_back(Vesk::textOf(vlan) + "," + group.stringValue());
+    }
+    std::sort(texts.begin(), texts.end());
+    return texts;
+  }
+  Texts asked() const {
+    Texts texts;
+    for (const auto& request : requests->requestIterator())
+      texts.push_back(Vesk::textOf(request.key));
+    std::sort(texts.begin(), texts.end());
+    return texts;
+  }
+
+  Vesk::ManualClock clock{1000};
+  Sylva::TaskScheduler scheduler;
+  Sylva::ItemYield oneItem{1};
+  Ombra::Ptr<Vxlan::VtiStatusDir> vtiDir = Ombra::make<Vxlan::VtiStatusDir>();
+  Ombra::Ptr<Vxlan::VtiStatus> vti;
+  Ombra::Ptr<Vrf::VrfIdMap::Status> vrfIds = Ombra::make<Vrf::VrfIdMap::Status>();
+  Ombra::Ptr<Routing::Multicast::Fib::Hardware::Status> fib =
+      Ombra::make<Routing::Multicast::Fib::Hardware::Status>();
+  Ombra::Ptr<Arp::Table::Status> arp = Ombra::make<Arp::Table::Status>();
+  Ombra::Ptr<Briskel::Bridging::Status> bridging = Ombra::make<Briskel::Bridging::Status>();
+  Ombra::Ptr<Routing::Multicast::PegDrStatus> pegDr =
+      Ombra::make<Routing::Multicast::PegDrStatus>();
+  Ombra::Ptr<Routing::Multicast::Evpn::Config> evpn =
+      Ombra::make<Routing::Multicast::Evpn::Config>();
+  Ombra::Ptr<Arp::ProactiveArp::ClientConfig> requests =
+      Ombra::make<Arp::ProactiveArp::ClientConfig>();
+  Ombra::Ptr<Irb::Multicast::GatewayEsStatus> gateway =
+      Ombra::make<Irb::Multicast::GatewayEsStatus>();
+  Ombra::Ptr<ProactiveArpUse> use = Ombra::make<ProactiveArpUse>();
+  Domain local, remote;
+};
+
+// Each case is the decision for one route with the world turned as its letters say: all the world
+// at once, then with every input arriving after the route.
+TEST_F(IngressRoutesTest, decisionTable) {
+  struct Case {
+    const char *source, *group, *iif;
+    double idle;        // seconds; -1: never any traffic
+    const char* world;  // L local source, R learnt behind the tunnel, A known but not learnt,
+                        // T transit VRF, P DR of the SBD vlan, N the same without role,
+                        // g/b gateway vlan 10/100, d VTI down, s no SBD vlan
+    Reason route, arp;
+  };
+  using enum Reason;
+  const char* const any = "0.0.0.0";
+  const std::vector<Case> cases{
+      {"10.1.1.1", "239.1.1.1", "", 0, "LTg", noIif, noIif},
+      {"10.1.1.1", "239.1.1.0/28", "Vlan10", 0, "LTg", prefixGroup, prefixGroup},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 0, "L", allowed, allowed},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 0, "", nonLocalSource, allowed},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 0, "A", nonLocalSource, allowed},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 0, "R", nonLocalSource, allowed},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 0, "TP", nonLocalSource, allowed},
+      {any, "239.1.1.1", "Vlan10", 0, "", allowed, starGroupRoute},
+      {any, "239.1.1.1", "Vlan10", 211, "", noRecentActivity, noRecentActivity},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 210, "L", allowed, allowed},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 211, "L", noRecentActivity, noRecentActivity},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", -1, "L", noRecentActivity, noRecentActivity},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 0, "Ld", vxlanNotActive, vxlanNotActive},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 0, "g", allowed, iifIsGatewayVlan},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", -1, "g", allowed, noRecentActivity},
+      {"10.1.1.1", "239.1.1.1", "Vlan10", 0, "gd", allowed, vxlanNotActive},
+      {"10.1.1.1", "239.1.1.1", "Vlan100", 0, "LTP", iifIsSbdVlan, iifIsSbdVlan},
+      {"10.1.1.1", "239.1.1.1", "Vlan100", 0, "b", notPegDrSbdVlan, iifIsSbdVlan},
+      {"10.1.1.1", "239.1.1.1", "Vlan100", 0, "bP", allowed, iifIsSbdVlan},
+      {"10.1.1.1", "239.1.1.1", "Ethernet1", 0, "L", notPegDrSbdVlan, iifIsNotVxlanVlan},
+      {"10.1.1.1", "239.1.1.1", "Ethernet1", 0, "N", notPegDrSbdVlan, iifIsNotVxlanVlan},
+      {"10.1.1.1", "239.1.1.1", "Ethernet1", 0, "P", allowed, iifIsNotVxlanVlan},
+      {"10.1.1.1", "239.1.1.1", "Ethernet1", 0, "Ps", notPegDrSbdVlan, iifIsNotVxlanVlan},
+      {"10.1.1.1", "239.1.1.1", "Vlan30", 0, "T", allowed, iifIsNotVxlanVlan},
+      {"10.1.1.1", "239.1.1.1", "Vlan5000", 0, "T", allowed, iifIsNotVxlanVlan},
+      {"10.1.1.1", "239.1.1.1", "Ethernet1", 300, "TP", noRecentActivity, noRecentActivity},
+  };
+  const auto turn = [&](const std::string& world) {
+    for (const char c : world) {
+      if (c == 'L' || c == 'R' || c == 'A') neighbourIs(S, "Vlan10");
+      if (c == 'L' || c == 'R') learntIs(10, c == 'L' ? "Ethernet5" : "Vxlan1");
+      if (c == 'T') evpn->transitVrfIs(red);
+      if (c == 'P') pegDr->pegDrVlanIs({VlanId(100), Routing::Multicast::PegDrRole::dr});
+      if (c == 'N') pegDr->pegDrVlanIs({VlanId(100), Routing::Multicast::PegDrRole::notDr});
+      if (c == 'g') gateway->esVlanStatusIs({VlanId(10), {}});
+      if (c == 'b') gateway->esVlanStatusIs({VlanId(100), {}});
+      if (c == 'd') vti->operStatusIs(Vxlan::IntfOperStatus::down);
+      if (c == 's') vti->vrfToSBDVlanDel(red);
+    }
+  };
+  const auto turnBack = [&] {
+    arp->arpEntryDelAll();
+    bridging->fdbEntryDelAll();
+    evpn->transitVrfDelAll();
+    pegDr->pegDrVlanDelAll();
+    gateway->esVlanStatusDelAll();
+    vti->operStatusIs(Vxlan::IntfOperStatus::up);
+    vti->vrfToSBDVlanIs(red, VlanId(100));
+  };
+  for (const bool worldFirst : {true, false}) {
+    start(local);
+    run();
+    for (const Case& c : cases) {
+      SCOPED_TRACE(std::string(c.source) + " " + c.group + " " + c.iif + " " + c.world);
+      if (worldFirst) turn(c.world);
+      const auto row = route(c.source, c.group, c.iif);
+      row->lastActivityTimeIs(c.idle < 0 ? 0 : clock.now() - c.idle);
+      run();
+      if (!worldFirst) turn(c.world);
+      run();
+      const auto sm = local.ingress->vrfSm(red);
+      EXPECT_EQ(sm->judgeRoute(*row, clock.now()).reason, c.route);
+      EXPECT_EQ(sm->judgeProactiveArp(*row, clock.now()).reason, c.arp);
+      EXPECT_EQ(routes(local).size(), c.route == allowed ? 1U : 0U);
+      EXPECT_EQ(asked().size(), c.arp == allowed ? 1U : 0U);
+      EXPECT_EQ(sm->acceptingIntfIdCount(), c.route == allowed || c.arp == allowed ? 1U : 0U);
+      EXPECT_EQ(local.status->vrfStatusCount(), routes(local).size());
+      rest(local);
+      turnBack();
+      fib->vrfStatus(red)->routeDelAll();
+      run();
+      EXPECT_EQ(routes(local).size() + asked().size() + rows(local).size(), 0U);
+      EXPECT_EQ(use->usersCount() + sm->routeSmCount() + sm->acceptingIntfIdCount(), 0U);
+    }
+    stop(local);
+  }
+}
+
+TEST_F(IngressRoutesTest, aQuietRouteLeavesAtTheFirstReviewAfterItsLimit) {
+  evpn->transitVrfIs(red);
+  evpn->transitVrfIs(blue);
+  local.mapping->multipleUnderlayGroupsDelayedVrfIs(blue);
+  const auto row = route(S, G, "Ethernet1");
+  route(T, G, "Ethernet2", blue);
+  start(local);
+  run();
+  EXPECT_EQ(routes(local).size(), 2U);
+  passTo(1115);
+  row->lastActivityTimeIs(1030);  // the last packets that are seen
+  passTo(1120);
+  passTo(1235);
+  // An event in one VRF judges that VRF, and does not put off the round of all.
+  vti->vrfToSBDVlanIs(blue, VlanId(101));
+  run();
+  EXPECT_EQ(routes(local), Texts({"10.1.1.1,239.1.1.1,Ethernet1"}));
+  passTo(1240);  // exactly 210 s
+  EXPECT_EQ(routes(local).size(), 1U);
+  passTo(1359);
+  EXPECT_EQ(routes(local).size(), 1U);
+  passTo(1360);
+  EXPECT_EQ(routes(local).size(), 0U);
+  row->lastActivityTimeIs(1360);
+  EXPECT_EQ(routes(local).size(), 1U);
+}
+
+TEST_F(IngressRoutesTest, whereTheSourceIsDecidesAtOnce) {
+  const Texts in{"10.1.1.1,239.1.1.1,Vlan10", "10.1.1.1,239.1.1.2,Vlan10"};
+  start(local);
+  route(S, G, "Vlan10");
+  route(S, H, "Vlan10");
+  run();
+  const auto step = [&](const char* what, bool isLocal) {
+    EXPECT_EQ(routes(local), isLocal ? in : Texts{}) << what;  // no walk in between
+    EXPECT_EQ(asked(), Texts({"10.1.1.1,Vlan10"})) << what;
+  };
+  learntIs(10, "Ethernet5");
+  step("learnt, but nobody knows by which address", false);
+  neighbourIs(S, "Vlan10");
+  step("known and learnt", true);
+  neighbourIs(T, "Vlan10");
+  step("another's answer", true);
+  learntIs(10, "Vxlan1");
+  step("moves behind the tunnel", false);
+  learntIs(10, "Ethernet6");
+  step("comes back", true);
+  neighbourIs(S, "Vlan9", Pavlin::EthAddr::fromText("00:00:00:00:00:02"));
+  step("a neighbour in front of it, not learnt", false);
+  arp->arpEntryDel(arpKey(S, "Vlan9"));
+  step("alone again", true);
+  vrfIds->vrfIdToNameDel(Vrf::VrfIdMap::VrfId(1));
+  run();
+  step("the VRF has no number", false);
+  vrfIds->vrfIdToNameIs({Vrf::VrfIdMap::VrfId(1), red});
+  run();
+  step("it has one", true);
+  bridging->fdbEntryDelAll();
+  step("aged out", false);
+  rest(local);
+}
+
+TEST_F(IngressRoutesTest, aSourceMovesBetweenVlansAndToARoutedPort) {
+  evpn->transitVrfIs(red);
+  start(local);
+  neighbourIs(S, "Vlan10");
+  learntIs(10, "Ethernet5");
+  learntIs(20, "Ethernet5");
+  const auto row = route(S, G, "Vlan10");
+  run();
+  EXPECT_EQ(rows(local), Texts({"10,239.1.1.1"}));
+  row->iifIs(IntfId("Vlan20"));
+  EXPECT_EQ(routes(local), Texts({"10.1.1.1,239.1.1.1,Vlan20"}));
+  EXPECT_EQ(rows(local), Texts({"20,239.1.1.1"}));
+  EXPECT_EQ(asked(), Texts({"10.1.1.1,Vlan20"}));
+  row->iifIs(IntfId("Ethernet1"));
+  EXPECT_EQ(rows(local), Texts({"100,239.1.1.1"}));
+  EXPECT_EQ(asked(), Texts{});
+  EXPECT_EQ(local.ingress->vrfSm(red)->acceptingIntfId(row->key()), IntfId("Ethernet1"));
+  rest(local);
+  // The SBD vlan moves, goes, and is zero, which is none.
+  for (const auto& [sbd, expected] : std::vector<std::pair<unsigned, Texts>>{
+           {101, {"101,239.1.1.1"}}, {0, {}}, {100, {"100,239.1.1.1"}}}) {
+    vti->vrfToSBDVlanIs(red, Bridging::VlanIdOrNone(sbd));
+    rest(local);
+    EXPECT_EQ(rows(local), expected);
+  }
+  vtiDir->vtiStatusDel(Pavlin::vxlan1IntfId());
+  rest(local);
+  EXPECT_EQ(rows(local).size() + routes(local).size(), 0U);
+}
+
+TEST_F(IngressRoutesTest, twoDomainsShareTheRequests) {
+  // Left by an earlier life: one that is wanted again, one that only the other domain wants, and
+  // one that nobody wants.
+  const IpGenAddr s = IpGenAddr::fromText(S), t = IpGenAddr::fromText(T);
+  local.mapping->multipleUnderlayGroupsDelayedVrfDelAll();
+  local.mapping->multipleUnderlayGroupsDelayedVrfIs(blue);
+  vti->vrfToSBDVlanIs(blue, VlanId(101));
+  route(S, G, "Vlan10");
+  route(S, H, "Vlan10");
+  route(T, G, "Vlan10", blue);
+  for (const auto& entry : {Arp::ProactiveArp::Entry{s, IntfId("Vlan10")},
+                            Arp::ProactiveArp::Entry{t, IntfId("Vlan10")},
+                            Arp::ProactiveArp::Entry{t, IntfId("Vlan20")}})
+    requests->requestIs({entry});
+  Changes writes(requests);
+  start(local);
+  start(remote);
+  run();
+  EXPECT_EQ(asked(), Texts({"10.1.1.1,Vlan10", "10.1.1.2,Vlan10"}));
+  EXPECT_EQ(writes.count, 1);
+
+  local.mapping->multipleUnderlayGroupsDelayedVrfIs(red);  // both want the same now
+  run();
+  routeGoes(S, G);
+  EXPECT_EQ(asked().size(), 2U);
+  remote.mapping->multipleUnderlayGroupsDelayedVrfDel(red);
+  rest(remote);
+  EXPECT_EQ(asked().size(), 2U);
+  EXPECT_EQ(remote.ingress->arpEntryVrfCollCount(), 0U);
+  remote.mapping->multipleUnderlayGroupsDelayedVrfIs(red);
+  run();
+  stop(remote);
+  EXPECT_EQ(asked().size(), 2U);
+  EXPECT_EQ(remote.status->vrfStatusCount(), 0U);
+  routeGoes(S, H);
+  EXPECT_EQ(asked(), Texts({"10.1.1.2,Vlan10"}));
+  rest(local);
+  EXPECT_EQ(writes.count, 2);
+  stop(local);
+  EXPECT_EQ(asked().size() + use->usersCount() + use->starting(), 0U);
+}
+
+// After every slice something goes at the bookmark, or the ground moves: the end is what a direct
+// look at the inputs gives.
+TEST_F(IngressRoutesTest, aReviewInSlicesMissesNothing) {
+  local.mapping->multipleUnderlayGroupsDelayedVrfIs(blue);
+  vti->vrfToSBDVlanIs(blue, VlanId(101));
+  for (int fault = 0; fault < 6; ++fault) {
+    for (int slices = 1; slices < 40; slices += 3) {
+      SCOPED_TRACE("fault " + std::to_string(fault) + " after " + std::to_string(slices));
+      for (int i = 1; i <= 8; ++i) {
+        const std::string group = "239.1.2." + std::to_string(i);
+        route("0.0.0.0", group, "Vlan10");
+        route(S, group, i % 2 == 0 ? "Vlan10" : "Ethernet1", i < 5 ? red : blue);
+      }
+      evpn->transitVrfIs(red);
+      evpn->transitVrfIs(blue);
+      start(local);
+      for (int i = 0; i < slices; ++i) scheduler.runOne();
+      const auto& bookmark = local.ingress->inputBookmark();
+      switch (fault) {
+        case 0:
+          if (const auto vrf = fib->vrfStatus(bookmark.vrfName)) vrf->routeDel(bookmark.key);
+          break;
+        case 1:
+          fib->vrfStatusDel(red);
+          break;
+        case 2:  // its groups change while it is away
+          local.mapping->multipleUnderlayGroupsDelayedVrfDel(red);
+          routeGoes(S, "239.1.2.2");
+          local.mapping->multipleUnderlayGroupsDelayedVrfIs(red);
+          break;
+        case 3:
+          vti->vlanToVniMapDel(VlanId(10));
+          break;
+        case 4:
+          if (const auto vrf = local.groups->outStatus()->vrf(red))
+            for (const auto& entry : vrf->vlanDedupEntryIterator()) {
+              routeGoes(entry.key.source.stringValue(), entry.key.group.stringValue());
+              break;
+            }
+          vti->operStatusIs(Vxlan::IntfOperStatus::down);
+          break;
+        default:
+          local.mapping->multipleUnderlayGroupsDelayedVrfDelAll();
+      }
+      rest(local);
+      std::set<std::string> wantedRoutes, wantedRows, wantedArp;
+      for (const auto& [vrf, status] : fib->vrfStatusIterator()) {
+        if (!local.mapping->multipleUnderlayGroupsDelayedVrfHas(vrf) || fault == 4) continue;
+        for (const auto& [key, row] : status->routeIterator()) {
+          const std::string group = key.group.ipGenAddr().stringValue();
+          const bool star = key.source.ipGenAddr().isAny();
+          const bool extended = row->iif() == IntfId("Vlan10") && fault != 3;
+          if (extended && !star) wantedArp.insert("10.1.1.1,Vlan10");
+          if (extended && !star) continue;
+          wantedRoutes.insert(Vesk::textOf(Routing::Multicast::OverlayRouteKey{
+              key.source.ipGenAddr(), key.group.ipGenAddr(), row->iif()}));
+          wantedRows.insert((extended ? "10," : vrf == red ? "100," : "101,") + group);
+        }
+      }
+      EXPECT_EQ(routes(local), Texts(wantedRoutes.begin(), wantedRoutes.end()));
+      EXPECT_EQ(rows(local), Texts(wantedRows.begin(), wantedRows.end()));
+      EXPECT_EQ(asked(), Texts(wantedArp.begin(), wantedArp.end()));
+      EXPECT_TRUE(local.status->ready() && local.table->ready());
+      stop(local);
+      EXPECT_EQ(rows(local).size() + asked().size(), 0U);
+      fib->vrfStatusDelAll();
+      vti->vlanToVniMapIs(VlanId(10), {});
+      vti->operStatusIs(Vxlan::IntfOperStatus::up);
+      for (const auto& vrf : {red, blue}) local.mapping->multipleUnderlayGroupsDelayedVrfIs(vrf);
+    }
+  }
+}
+
+TEST_F(IngressRoutesTest, rowsAreHeldByTheirRoutes) {
+  evpn->transitVrfIs(red);
+  start(local);
+  EXPECT_TRUE(local.status->ready() && local.table->ready());  // nothing to wait for
+  route(S, G, "Ethernet1");
+  route(T, G, "Ethernet2");
+  route("0.0.0.0", H, "Vlan10");
+  run();
+  EXPECT_EQ(rows(local), Texts({"10,239.1.1.2", "100,239.1.1.1"}));
+  {
+    Changes table(local.table);
+    routeGoes(S, G);
+    EXPECT_EQ(table.count, 0);
+  }
+  const auto entry = local.groups->outStatus()->vrf(red)->recordType().field("vlanDedupEntry");
+  const auto keys = entry->keys(*local.groups->outStatus()->vrf(red));
+  EXPECT_EQ(entry->valueType->text(entry->get(*local.groups->outStatus()->vrf(red), keys.front())),
+            "10,239.1.1.2");
+  routeGoes(T, G);
+  EXPECT_EQ(rows(local), Texts({"10,239.1.1.2"}));
+  // The row of the new vlan is there before that of the old one goes.
+  std::size_t fewest = 9;
+  const auto watching = Ombra::make<Watching>(local.table, &fewest);
+  vti->vlanToVniMapDel(VlanId(10));  // the (*,G) route comes in by a routed vlan now
+  rest(local);
+  EXPECT_EQ(rows(local), Texts({"100,239.1.1.2"}));
+  EXPECT_EQ(fewest, 1U);
+  // A flap of the VTI at a full table.
+  for (int i = 0; i < 50; ++i) route(S, "239.2.0." + std::to_string(i), "Ethernet1");
+  const Texts full = rows(local);
+  EXPECT_EQ(full.size(), 51U);
+  vti->operStatusIs(Vxlan::IntfOperStatus::down);
+  scheduler.runOne();
+  vti->operStatusIs(Vxlan::IntfOperStatus::up);
+  run();
+  EXPECT_EQ(rows(local), full);
+  vti->operStatusIs(Vxlan::IntfOperStatus::down);
+  rest(local);
+  EXPECT_EQ(rows(local), Texts{});
+}
+
+}  // namespace
+}  // namespace Multicast::Vpn
