@@ -66,8 +66,7 @@ void IngressL3RouteSm::review() {
 // --- inputs that come and go
 
 void IngressL3RouteSm::handleVxlanIntf() {
-  const Ombra::Ptr<Vxlan::VtiStatus const> vti =
-      in.vtiStatusDir->vtiStatus(Pavlin::vxlan1IntfId());
+  const Ombra::Ptr<Vxlan::VtiStatus const> vti = in.vtiStatusDir->vtiStatus(Pavlin::vxlan1IntfId());
   if (vti == vtiStatus()) return;
   vtiStatusIs(vti);
   for (Vesk::Watch* watch : {&operStatusWatch_, &vlanVniWatch_, &sbdVlanWatch_})
@@ -205,8 +204,7 @@ bool IngressL3RouteSm::reviewInputs(double now, std::size_t& routes) {
     const auto& fib = *sm->in.vrfStatus;
     const IngressL3RouteSmBookmark bookmark = inputBookmark();
     const bool resumed = bookmark != IngressL3RouteSmBookmark{} && bookmark.vrfName == vrf;
-    for (const auto& entry :
-         resumed ? fib.routeIteratorFrom(bookmark.key) : fib.routeIterator()) {
+    for (const auto& entry : resumed ? fib.routeIteratorFrom(bookmark.key) : fib.routeIterator()) {
       if (routes != 0 && mustYield()) {
         vrfInputChangeSetIs(vrf);
         inputBookmarkIs({vrf, entry.key});
@@ -251,8 +249,8 @@ bool IngressL3RouteSm::reviewArpRequests(std::size_t routes, std::size_t& entrie
   if (use_->starting() != 0) return true;
   const auto& config = *in.proactiveArpConfig;
   const ArpRecord bookmark = outputBookmark();
-  for (const auto& request : bookmark == ArpRecord{} ? config.requestIterator()
-                                                     : config.requestIteratorFrom(bookmark)) {
+  for (const auto& request :
+       bookmark == ArpRecord{} ? config.requestIterator() : config.requestIteratorFrom(bookmark)) {
     const ArpRecord entry = request.key;
     if (routes + entries != 0 && mustYield()) {
       outputBookmarkIs(entry);

@@ -147,8 +147,8 @@ class IngressL3RouteSm final : public Sylva::WalkSmBase {
       in.ipTunnelMappingStatus, IpTunnelMappingStatus::multipleUnderlayGroupsDelayedVrfAttr);
   Vesk::Watch vxlanIntfWatch_ = watch<&IngressL3RouteSm::handleVxlanIntf>(
       in.vtiStatusDir, Vxlan::VtiStatusDir::vtiStatusAttr);
-  Vesk::Watch operStatusWatch_ = watch<&IngressL3RouteSm::handleVtiOperStatus>(
-      vtiStatus(), Vxlan::VtiStatus::operStatusAttr);
+  Vesk::Watch operStatusWatch_ =
+      watch<&IngressL3RouteSm::handleVtiOperStatus>(vtiStatus(), Vxlan::VtiStatus::operStatusAttr);
   Vesk::Watch vlanVniWatch_ =
       watch<&IngressL3RouteSm::handleVlanVni>(vtiStatus(), Vxlan::VtiStatus::vlanToVniMapAttr);
   Vesk::Watch sbdVlanWatch_ =

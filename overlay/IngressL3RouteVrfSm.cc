@@ -92,8 +92,7 @@ bool IngressL3RouteVrfSm::isVxlanVlan(IntfId intf) const {
 
 bool IngressL3RouteVrfSm::isGatewayVlan(IntfId intf) const {
   const VlanIdOrNone vlan = vlanOfIntf(intf);
-  return !vlan.isNone() && in.gatewayESStatus &&
-         in.gatewayESStatus->esVlanStatusHas(vlan.vlanId());
+  return !vlan.isNone() && in.gatewayESStatus && in.gatewayESStatus->esVlanStatusHas(vlan.vlanId());
 }
 
 bool IngressL3RouteVrfSm::isSbdVlan(IntfId intf) const {
@@ -114,8 +113,8 @@ bool IngressL3RouteVrfSm::isActiveRoute(const RouteStatus& route, double now) co
   return last != 0 && now - last <= in.ingressL3RouteSm->routeInactiveTime();
 }
 
-IngressL3RouteVrfSm::SourceVerdict IngressL3RouteVrfSm::judgeSource(
-    IntfId intf, const IpGenAddr& source) const {
+IngressL3RouteVrfSm::SourceVerdict IngressL3RouteVrfSm::judgeSource(IntfId intf,
+                                                                    const IpGenAddr& source) const {
   using enum SourceVerdict::Step;
   const auto vrfId = in.ingressL3RouteSm->getVrfIdFromVrfName(in.vrfName);
   if (!vrfId) return {noVrfId, {}, {}};

@@ -45,7 +45,7 @@ void L3OverlayGroupSm::review() {
 void L3OverlayGroupSm::handleVrfStatus(VrfName vrf) {
   const Ombra::Ptr<IngressVrfStatus const> row = in.ingressL3RouteStatus->vrfStatus(vrf);
   if (const auto present = vrfStatus(vrf); present && present->in.row != row) {
-    scheduleVrfOutputReview(vrf);  // a new row of the VRF may lack routes of the old one
+    if (row) scheduleVrfOutputReview(vrf);  // it may lack routes of the old one
     vrfStatusDel(vrf);
   }
   if (row) vrfStatusIs(vrf, {.parent = this, .row = row});
@@ -69,8 +69,7 @@ void L3OverlayGroupSm::handleIngressL3RouteStatusReady() {
 }
 
 void L3OverlayGroupSm::handleVxlanIntf() {
-  const Ombra::Ptr<Vxlan::VtiStatus const> vti =
-      in.vtiStatusDir->vtiStatus(Pavlin::vxlan1IntfId());
+  const Ombra::Ptr<Vxlan::VtiStatus const> vti = in.vtiStatusDir->vtiStatus(Pavlin::vxlan1IntfId());
   if (vti == vtiStatus()) return;
   vtiStatusIs(vti);
   for (Vesk::Watch* watch : {&operStatusWatch_, &vlanVniWatch_, &sbdVlanWatch_})
@@ -205,8 +204,8 @@ void L3OverlayGroupSm::handleOverlayRoute(const VrfName& vrf, const OverlayRoute
   }
   if (auto t = traceHandle.at(7)) t << "Vrf " << vrf << " Route " << textOf(routeKey) << " Add ";
   outStatus()->vrfIs(vrf)->vlanDedupEntryIs(
-      routeKey, in.vlanGroupDedupTable->dedup(
-                    {verdict.effectiveVlan.vlanId(), OverlayAddr(routeKey.group)}));
+      routeKey,
+      in.vlanGroupDedupTable->dedup({verdict.effectiveVlan.vlanId(), OverlayAddr(routeKey.group)}));
 }
 
 void L3OverlayGroupSm::deleteOverlayRoute(const VrfName& vrf, const OverlayRouteKey& routeKey) {

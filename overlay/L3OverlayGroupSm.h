@@ -141,8 +141,8 @@ class L3OverlayGroupSm final : public Sylva::WalkSmBase {
       in.ingressL3RouteStatus, IngressL3RouteStatus::readyAttr);
   Vesk::Watch vxlanIntfWatch_ = watch<&L3OverlayGroupSm::handleVxlanIntf>(
       in.vtiStatusDir, Vxlan::VtiStatusDir::vtiStatusAttr);
-  Vesk::Watch operStatusWatch_ = watch<&L3OverlayGroupSm::handleVtiOperStatus>(
-      vtiStatus(), Vxlan::VtiStatus::operStatusAttr);
+  Vesk::Watch operStatusWatch_ =
+      watch<&L3OverlayGroupSm::handleVtiOperStatus>(vtiStatus(), Vxlan::VtiStatus::operStatusAttr);
   Vesk::Watch vlanVniWatch_ =
       watch<&L3OverlayGroupSm::handleVlanVni>(vtiStatus(), Vxlan::VtiStatus::vlanToVniMapAttr);
   Vesk::Watch sbdVlanWatch_ =

@@ -37,6 +37,19 @@ std::string indented(const std::string& text, std::size_t indent) {
   return out;
 }
 
+/// A sentence on lines of a readable length, each indented like the first.
+std::string wrapped(const std::string& text, std::size_t indent) {
+  constexpr std::size_t lineLength = 96;
+  std::istringstream words(text);
+  std::string out, line;
+  for (std::string word; words >> word; line += (line.empty() ? "" : " ") + word) {
+    if (line.empty() || indent + line.size() + 1 + word.size() <= lineLength) continue;
+    out += std::string(indent, ' ') + line + "\n";
+    line.clear();
+  }
+  return out + std::string(indent, ' ') + line + "\n";
+}
+
 std::string summary(const Step& step) {
   switch (step.kind) {
     case StepKind::write:
@@ -128,7 +141,7 @@ void Report::step(const Scenario& scenario, std::size_t index, double time,
     printLine(document);
     return;
   }
-  if (!step.note.empty()) print(fmt::format("\n  {}\n", step.note));
+  if (!step.note.empty()) print("\n" + wrapped(step.note, 2));
   print(fmt::format("  {:>3}  {:<9} {}\n", index + 1, stepName(step.kind),
                     style_.in(Ink::faint, summary(step))));
   for (const Shown& one : shown)

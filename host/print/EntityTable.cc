@@ -192,11 +192,18 @@ std::string EntityTable::entries(const Entity& holder, const FieldInfo& attribut
   const auto& fields = attribute.targetType().fields();
   const bool isFlat = std::all_of(fields.begin(), fields.end(),
                                   [](const FieldInfo* f) { return f->kind == FieldKind::value; });
-  if (isFlat && !isDirectory(attribute)) return flatEntries(holder, attribute, indent);
+  if (isFlat && !attribute.isConst && !isDirectory(attribute))
+    return flatEntries(holder, attribute, indent);
   std::string out;
   for (const std::string& key : attribute.keys(holder)) {
     const auto child = attribute.child(holder, key);
     if (!child) continue;
+    // Entries that others own are references.
+    if (attribute.isConst) {
+      out +=
+          label(attribute.keyType->text(key), indent) + " -> " + referenceText(child.get()) + "\n";
+      continue;
+    }
     out += label(attribute.keyType->text(key), indent) + "\n";
     out += entity(*child, indent + 2);
   }

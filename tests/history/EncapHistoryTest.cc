@@ -4,100 +4,18 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <random>
 
-#include "agent/CorvaneAgent.h"
-#include "runtime/Clock.h"
-#include "runtime/Log.h"
+#include "tests/history/AgentWorld.h"
 #include "tests/history/EncapOracle.h"
 #include "tests/history/EventGenerator.h"
-#include "tests/history/Inputs.h"
 
 namespace History {
 namespace {
-
-constexpr std::array<Domain, 4> domains{{{Pavlin::AddressFamily::ipv4, Irb::Multicast::Domain::localDomain},
-                                         {Pavlin::AddressFamily::ipv4, Irb::Multicast::Domain::remoteDomain},
-                                         {Pavlin::AddressFamily::ipv6, Irb::Multicast::Domain::localDomain},
-                                         {Pavlin::AddressFamily::ipv6, Irb::Multicast::Domain::remoteDomain}}};
 
 std::uint64_t setting(const char* name, std::uint64_t otherwise) {
   const char* text = std::getenv(name);
   return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
 }
-
-/// One agent in its world: manual time, slices of a few items, a directory of its own.
-class AgentWorld {
- public:
-  AgentWorld() : directory_(std::filesystem::temp_directory_path() / ("corvane-history-" + std::to_string(getpid()))) {
-    Vesk::System::clockIs(&clock_);
-    VeskSharedMem::EntityManager::directoryIs(directory_.string());
-    setenv("FLEETLOG_DISABLE", "1", 1);
-    Vesk::logSinkIs([](const auto&, const auto&, const auto&) {});
-  }
-  ~AgentWorld() {
-    agent_ = nullptr;
-    reset();
-    VeskSharedMem::EntityManager::forgetProcess();
-    scheduler().yieldPolicyIs(nullptr);
-    Vesk::System::clockIs(nullptr);
-    Vesk::logSinkIs(nullptr);
-    std::filesystem::remove_all(directory_);
-  }
-
-  void begin(std::uint64_t seed) {
-    yield_ = std::make_unique<Sylva::ItemYield>(seed % 4);
-    scheduler().yieldPolicyIs(yield_.get());
-    scheduler().shuffleSeedIs(seed);
-    Vesk::Publisher::shuffleSeedIs(seed);
-    start();
-  }
-  void start() {
-    agent_ = Multicast::Vpn::Agent::AgentIs("Corvane");
-    agent_->start();
-  }
-  /// As by kill -9: nothing of the agent runs any more.
-  void crash() {
-    static auto& dead = *new std::vector<Ombra::Ptr<Multicast::Vpn::Agent>>;
-    dead.push_back(std::move(agent_));
-    agent_ = nullptr;
-    Halden::StateDatabase::instance().dropSubscribers();
-    scheduler().reset();
-    VeskSharedMem::EntityManager::forgetProcess();
-  }
-  void run(std::size_t slices) { scheduler().runUntilIdle(slices); }
-  void settle() { scheduler().runUntilIdle(); }
-  void advance(double seconds) {
-    const double until = clock_.now() + seconds;
-    for (settle(); scheduler().nextExpiry() <= until; settle()) {
-      clock_.advanceTo(std::max(clock_.now(), scheduler().nextExpiry()));
-      scheduler().fireExpired(clock_.now());
-    }
-    clock_.advanceTo(until);
-  }
-  /// The world as new: no agent, no input, no row.
-  void reset() {
-    agent_ = nullptr;
-    scheduler().reset();
-    Halden::StateDatabase::instance().root()->deleteAll();
-    for (const Domain& domain : domains) {
-      using Status = Routing::Multicast::IpTunnelForwardingStatus;
-      const bool local = domain.domain == Irb::Multicast::Domain::localDomain;
-      sharedInput<Status>(local ? Status::mountPath(domain.af) : Status::remoteDomainMountPath(domain.af))
-          ->vlanStatusDelAll();
-    }
-    sharedInput<Irb::Multicast::GatewayEsStatus>()->esVlanStatusDelAll();
-    VeskSharedMem::EntityManager::forgetProcess();
-  }
-
- private:
-  static Sylva::TaskScheduler& scheduler() { return *Sylva::TaskSchedulerRoot::findOrCreateScheduler(); }
-  std::filesystem::path directory_;
-  Vesk::ManualClock clock_{1000};
-  std::unique_ptr<Sylva::YieldPolicy> yield_;
-  Ombra::Ptr<Multicast::Vpn::Agent> agent_;
-};
 
 std::size_t rowsCompared = 0;
 
@@ -147,12 +65,17 @@ std::string play(AgentWorld& world, std::uint64_t seed, std::size_t events) {
   return {};
 }
 
-TEST(EncapHistory, RowsAtRestAreThoseTheInputsWant) {
-  const std::uint64_t first = setting("CORVANE_SEED", 1);
-  const std::uint64_t histories = setting("CORVANE_HISTORIES", 2000);
+/// A quarter of the histories each, so that they run side by side.
+class EncapHistory : public testing::TestWithParam<std::uint64_t> {};
+INSTANTIATE_TEST_SUITE_P(Quarter, EncapHistory, testing::Range<std::uint64_t>(0, 4));
+
+TEST_P(EncapHistory, RowsAtRestAreThoseTheInputsWant) {
+  const std::uint64_t histories = setting("CORVANE_HISTORIES", 2000) / 4;
+  const std::uint64_t first = setting("CORVANE_SEED", 1) + GetParam() * histories;
   const std::size_t events = setting("CORVANE_HISTORY_EVENTS", 50);
   std::printf("%lu histories of %zu events from seed %lu\n", histories, events, first);
   AgentWorld world;
+  rowsCompared = 0;
   for (std::uint64_t seed = first; seed < first + histories; ++seed) {
     const std::string fault = play(world, seed, events);
     if (!fault.empty()) {

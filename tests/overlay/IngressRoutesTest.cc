@@ -77,10 +77,12 @@ class IngressRoutesTest : public testing::Test {
     vti->vlanToVniMapIs(VlanId(20), {});
     vti->vrfToSBDVlanIs(red, VlanId(100));
     vrfIds->vrfIdToNameIs({Vrf::VrfIdMap::VrfId(1), red});
-    for (Domain* domain : {&local, &remote}) domain->mapping->multipleUnderlayGroupsDelayedVrfIs(red);
+    for (Domain* domain : {&local, &remote})
+      domain->mapping->multipleUnderlayGroupsDelayedVrfIs(red);
   }
   ~IngressRoutesTest() override {
-    for (Domain* domain : {&local, &remote}) stop(*domain);
+    for (Domain* domain : {&local, &remote})
+      stop(*domain);
     Vesk::System::clockIs(nullptr);
   }
 
@@ -94,21 +96,21 @@ class IngressRoutesTest : public testing::Test {
         .vlanGroupDedupTable =
             Ombra::make<VlanGroupDedupTable>(VlanGroupDedupTable::Inputs{.notifiee = notifiee}),
         .vlanGroupTable = d.table});
-    d.ingress = Ombra::make<IngressL3RouteSm>(
-        IngressL3RouteSm::Inputs{.scheduler = &scheduler,
-                                 .addressFamily = Pavlin::ipv4(),
-                                 .ipTunnelMappingStatus = d.mapping,
-                                 .mfibStatus = fib,
-                                 .vtiStatusDir = vtiDir,
-                                 .arpBriskelVrfIdMap = vrfIds,
-                                 .arpStatus = arp,
-                                 .bridgingStatus = bridging,
-                                 .pegDrStatus = pegDr,
-                                 .mcastEvpnConfig = evpn,
-                                 .ingressL3RouteStatus = d.status,
-                                 .proactiveArpConfig = requests,
-                                 .gatewayESStatus = gateway,
-                                 .proactiveArpUse = use});
+    d.ingress =
+        Ombra::make<IngressL3RouteSm>(IngressL3RouteSm::Inputs{.scheduler = &scheduler,
+                                                               .addressFamily = Pavlin::ipv4(),
+                                                               .ipTunnelMappingStatus = d.mapping,
+                                                               .mfibStatus = fib,
+                                                               .vtiStatusDir = vtiDir,
+                                                               .arpBriskelVrfIdMap = vrfIds,
+                                                               .arpStatus = arp,
+                                                               .bridgingStatus = bridging,
+                                                               .pegDrStatus = pegDr,
+                                                               .mcastEvpnConfig = evpn,
+                                                               .ingressL3RouteStatus = d.status,
+                                                               .proactiveArpConfig = requests,
+                                                               .gatewayESStatus = gateway,
+                                                               .proactiveArpUse = use});
   }
   void stop(Domain& d) {
     d.groups = nullptr;
@@ -131,9 +133,10 @@ class IngressRoutesTest : public testing::Test {
     EXPECT_EQ(status.count + table.count + asked.count, 0);
   }
 
-  Ombra::Ptr<Routing::Multicast::Fib::Hardware::RouteStatus> route(
-      const std::string& source, const std::string& group, const std::string& iif,
-      const L3::VrfName& vrf = red) {
+  Ombra::Ptr<Routing::Multicast::Fib::Hardware::RouteStatus> route(const std::string& source,
+                                                                   const std::string& group,
+                                                                   const std::string& iif,
+                                                                   const L3::VrfName& vrf = red) {
     const auto row = fib->vrfStatusIs(vrf)->routeIs(routeKey(source, group));
     row->iifIs(IntfId(iif));
     row->lastActivityTimeIs(clock.now());
@@ -353,6 +356,18 @@ TEST_F(IngressRoutesTest, whereTheSourceIsDecidesAtOnce) {
   bridging->fdbEntryDelAll();
   step("aged out", false);
   rest(local);
+  // The VRF loses its range and gets it back before anybody has reviewed the requests.
+  Changes writes(requests);
+  const auto flap = [&](const std::string& gone) {
+    local.mapping->multipleUnderlayGroupsDelayedVrfDel(red);
+    routeGoes(S, gone);
+    local.mapping->multipleUnderlayGroupsDelayedVrfIs(red);
+    rest(local);
+  };
+  flap(G);
+  EXPECT_EQ(writes.count, 0);
+  flap(H);
+  EXPECT_EQ(asked(), Texts{});
 }
 
 TEST_F(IngressRoutesTest, aSourceMovesBetweenVlansAndToARoutedPort) {
@@ -395,6 +410,9 @@ TEST_F(IngressRoutesTest, twoDomainsShareTheRequests) {
   route(S, G, "Vlan10");
   route(S, H, "Vlan10");
   route(T, G, "Vlan10", blue);
+  // The other domain has much to look at before it knows what it wants.
+  for (int i = 0; i < 40; ++i)
+    route("0.0.0.0", "239.3.0." + std::to_string(i), "Vlan10");
   for (const auto& entry : {Arp::ProactiveArp::Entry{s, IntfId("Vlan10")},
                             Arp::ProactiveArp::Entry{t, IntfId("Vlan10")},
                             Arp::ProactiveArp::Entry{t, IntfId("Vlan20")}})
@@ -443,7 +461,8 @@ TEST_F(IngressRoutesTest, aReviewInSlicesMissesNothing) {
       evpn->transitVrfIs(red);
       evpn->transitVrfIs(blue);
       start(local);
-      for (int i = 0; i < slices; ++i) scheduler.runOne();
+      for (int i = 0; i < slices; ++i)
+        scheduler.runOne();
       const auto& bookmark = local.ingress->inputBookmark();
       switch (fault) {
         case 0:
@@ -495,7 +514,8 @@ TEST_F(IngressRoutesTest, aReviewInSlicesMissesNothing) {
       fib->vrfStatusDelAll();
       vti->vlanToVniMapIs(VlanId(10), {});
       vti->operStatusIs(Vxlan::IntfOperStatus::up);
-      for (const auto& vrf : {red, blue}) local.mapping->multipleUnderlayGroupsDelayedVrfIs(vrf);
+      for (const auto& vrf : {red, blue})
+        local.mapping->multipleUnderlayGroupsDelayedVrfIs(vrf);
     }
   }
 }
@@ -528,7 +548,8 @@ TEST_F(IngressRoutesTest, rowsAreHeldByTheirRoutes) {
   EXPECT_EQ(rows(local), Texts({"100,239.1.1.2"}));
   EXPECT_EQ(fewest, 1U);
   // A flap of the VTI at a full table.
-  for (int i = 0; i < 50; ++i) route(S, "239.2.0." + std::to_string(i), "Ethernet1");
+  for (int i = 0; i < 50; ++i)
+    route(S, "239.2.0." + std::to_string(i), "Ethernet1");
   const Texts full = rows(local);
   EXPECT_EQ(full.size(), 51U);
   vti->operStatusIs(Vxlan::IntfOperStatus::down);

@@ -14,7 +14,7 @@ using Table = Sylva::DedupTable<std::uint32_t>;
 using Handle = Table::Handle;
 
 class Notifiee : public Sylva::DedupHashTableLifeTimeNotifiee<std::uint32_t> {
-  VESK_RECORD(deduptest::Notifiee)
+  VESK_LOCAL_RECORD(deduptest::Notifiee)
   void handleInsert(const Sylva::DedupHandle<std::uint32_t>& handle) override { note("+", handle); }
   void handleRemove(const Sylva::DedupHandle<std::uint32_t>& handle) override {
     note("-", handle);
@@ -30,7 +30,7 @@ class Notifiee : public Sylva::DedupHashTableLifeTimeNotifiee<std::uint32_t> {
   Handle renewed;
 };
 class NumberTable : public Table {
-  VESK_RECORD(deduptest::NumberTable)
+  VESK_LOCAL_RECORD(deduptest::NumberTable)
   using Table::Table;
 };
 

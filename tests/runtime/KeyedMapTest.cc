@@ -148,7 +148,7 @@ TEST(KeyedMapTest, aValueThatGoesMayComeBackToTheMap) {
 }
 
 class Holder : public Vesk::Entity {
-  VESK_RECORD(keyedmaptest::Holder)
+  VESK_LOCAL_RECORD(keyedmaptest::Holder)
   VESK_MAP(std::uint16_t, std::uint32_t, entry)
 };
 

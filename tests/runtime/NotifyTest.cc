@@ -1,5 +1,6 @@
 // Who hears of a change, when, and in which order, while handlers delete, add and silence each other.
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>

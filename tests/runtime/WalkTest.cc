@@ -1,5 +1,6 @@
 // The protocol of walks: who is called when, over yields, restarts, delays, silence and deletion.
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -27,7 +28,7 @@ struct Script {
 };
 
 class CountSm : public Sylva::WalkSmBase {
-  VESK_RECORD(walktest::CountSm)
+  VESK_LOCAL_RECORD(walktest::CountSm)
   CountSm(Sylva::TaskScheduler* scheduler, Script* script) : WalkSmBase(scheduler, 3, "count"), script_(script) {}
   ~CountSm() override { script_->log.emplace_back("~"); }
 

@@ -1,0 +1,103 @@
+// One agent in a world of its own: manual time, injected slices, a directory of shared tables that goes with it.
+// Used by random histories and by measurements of the whole agent.
+#pragma once
+
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/CorvaneAgent.h"
+#include "runtime/Clock.h"
+#include "runtime/Log.h"
+#include "tests/history/EncapOracle.h"
+#include "tests/history/Inputs.h"
+
+namespace History {
+
+inline constexpr std::array<Domain, 4> domains{{{Pavlin::AddressFamily::ipv4, Irb::Multicast::Domain::localDomain},
+                                         {Pavlin::AddressFamily::ipv4, Irb::Multicast::Domain::remoteDomain},
+                                         {Pavlin::AddressFamily::ipv6, Irb::Multicast::Domain::localDomain},
+                                         {Pavlin::AddressFamily::ipv6, Irb::Multicast::Domain::remoteDomain}}};
+
+/// One agent in its world: manual time, slices of a few items, a directory of its own.
+class AgentWorld {
+ public:
+  AgentWorld() : directory_(std::filesystem::temp_directory_path() / ("corvane-history-" + std::to_string(getpid()))) {
+    Vesk::System::clockIs(&clock_);
+    VeskSharedMem::EntityManager::directoryIs(directory_.string());
+    setenv("FLEETLOG_DISABLE", "1", 1);
+    Vesk::logSinkIs([](const auto&, const auto&, const auto&) {});
+  }
+  ~AgentWorld() {
+    agent_ = nullptr;
+    reset();
+    VeskSharedMem::EntityManager::forgetProcess();
+    scheduler().yieldPolicyIs(nullptr);
+    Vesk::System::clockIs(nullptr);
+    Vesk::logSinkIs(nullptr);
+    std::filesystem::remove_all(directory_);
+  }
+
+  /// Starts the agent with slices, task order and subscriber order drawn from the seed; 0 leaves all of them natural.
+  void begin(std::uint64_t seed) {
+    yield_ = std::make_unique<Sylva::ItemYield>(seed % 4);
+    scheduler().yieldPolicyIs(yield_.get());
+    scheduler().shuffleSeedIs(seed == 0 ? std::optional<std::uint64_t>() : seed);
+    Vesk::Publisher::shuffleSeedIs(seed);
+    start();
+  }
+  void start() {
+    agent_ = Multicast::Vpn::Agent::AgentIs("Corvane");
+    agent_->start();
+  }
+  /// As by kill -9: nothing of the agent runs any more.
+  void crash() {
+    static auto& dead = *new std::vector<Ombra::Ptr<Multicast::Vpn::Agent>>;
+    dead.push_back(std::move(agent_));
+    agent_ = nullptr;
+    Halden::StateDatabase::instance().dropSubscribers();
+    scheduler().reset();
+    VeskSharedMem::EntityManager::forgetProcess();
+  }
+  void run(std::size_t slices) { scheduler().runUntilIdle(slices); }
+  void settle() { scheduler().runUntilIdle(); }
+  void advance(double seconds) {
+    const double until = clock_.now() + seconds;
+    for (settle(); scheduler().nextExpiry() <= until; settle()) {
+      clock_.advanceTo(std::max(clock_.now(), scheduler().nextExpiry()));
+      scheduler().fireExpired(clock_.now());
+    }
+    clock_.advanceTo(until);
+  }
+  /// The world as new: no agent, no input, no row.
+  void reset() {
+    clearRows();
+    Halden::StateDatabase::instance().root()->deleteAll();
+    sharedInput<Irb::Multicast::GatewayEsStatus>()->esVlanStatusDelAll();
+    VeskSharedMem::EntityManager::forgetProcess();
+  }
+  /// The agent goes, and its forwarding rows with it.
+  void clearRows() {
+    agent_ = nullptr;
+    scheduler().reset();
+    for (const Domain& domain : domains) {
+      using Status = Routing::Multicast::IpTunnelForwardingStatus;
+      const bool local = domain.domain == Irb::Multicast::Domain::localDomain;
+      sharedInput<Status>(local ? Status::mountPath(domain.af) : Status::remoteDomainMountPath(domain.af))
+          ->vlanStatusDelAll();
+    }
+  }
+
+ private:
+  static Sylva::TaskScheduler& scheduler() { return *Sylva::TaskSchedulerRoot::findOrCreateScheduler(); }
+  std::filesystem::path directory_;
+  Vesk::ManualClock clock_{1000};
+  std::unique_ptr<Sylva::YieldPolicy> yield_;
+  Ombra::Ptr<Multicast::Vpn::Agent> agent_;
+};
+
+}  // namespace History

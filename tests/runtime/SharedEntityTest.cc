@@ -1,0 +1,259 @@
+// Shared tables: rows in files by depth, what a reload finds, damaged rows, full tables and files that do not fit.
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "runtime/Corruption.h"
+#include "runtime/Record.h"
+#include "runtime/SharedMem.h"
+#include "runtime/shm/TableReader.h"
+#include "runtime/values/Vlan.h"
+
+namespace sharedtest {
+
+using Bridging::VlanId;
+using VeskBriskel::MountInfo;
+using VeskBriskel::VeskBriskelType;
+using VeskSharedMem::EntityManager;
+
+class Group : public Vesk::Keyed<std::uint16_t> {
+  VESK_LOCAL_RECORD(sharedtest::Group)
+  VESK_KEY(group)
+  VESK_VALUE(std::uint32_t, value)
+  VESK_SHARED_SET(std::uint16_t, route, 64)
+};
+class Vlan : public Vesk::Keyed<VlanId> {
+  VESK_LOCAL_RECORD(sharedtest::Vlan)
+  VESK_KEY(vlan)
+  VESK_VALUE(bool, ready)
+  VESK_INSTANCES(std::uint16_t, Group, group)
+};
+class Table : public Vesk::Entity {
+  VESK_LOCAL_RECORD(sharedtest::Table)
+  VESK_VALUE(std::uint32_t, version)
+  VESK_SHARED_MAP(std::uint16_t, VlanId, entry, 8)
+  VESK_INSTANCES(VlanId, Vlan, vlan)
+  VESK_INSTANCES(std::uint16_t, Group, first)
+  VESK_INSTANCES(std::uint16_t, Group, second)
+};
+
+class SharedEntityTest : public testing::Test {
+ protected:
+  SharedEntityTest() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "SharedEntityTest.XXXXXX").string();
+    directory = mkdtemp(pattern.data());
+    EntityManager::directoryIs(directory);
+    VeskSharedMem::corruptionSinkIs([this](const std::string& path, const std::string& text) { reports.push_back(path + ": " + text); });
+    remount();
+  }
+  ~SharedEntityTest() override {
+    table.reset();
+    EntityManager::forgetProcess();
+    EntityManager::directoryIs(".");
+    VeskSharedMem::corruptionSinkIs({});
+    std::filesystem::remove_all(directory);
+  }
+  /// As the next process would find it.
+  void remount() {
+    EntityManager::forgetProcess();
+    table = boost::dynamic_pointer_cast<Table>(manager()->doMount("a/table", "sharedtest::Table", MountInfo(VeskBriskelType::writer)));
+  }
+  static EntityManager* manager() { return EntityManager::getEntityManager(); }
+  static std::string bytes(std::uint16_t key) { return Vesk::bytesOf(key); }
+  void mark(std::uint16_t key, bool corrupt) { manager()->corruptIs(*table, *Table::veskType().field("entry"), bytes(key), corrupt); }
+  std::vector<std::string> takeReports() { return std::exchange(reports, {}); }
+  /// Everything in the entity, as text.
+  static std::string dump(const Vesk::Entity& entity) {
+    std::string text;
+    for (const auto* field : entity.recordType().fields()) {
+      text += std::string(field->name) + "=";
+      if (!field->isCollection()) text += field->valueType->text(field->get(entity));
+      if (field->isCollection()) {
+        for (const std::string& key : field->keys(entity)) {
+          text += field->keyType->text(key) + ":";
+          if (field->kind == Vesk::FieldKind::valueMap) text += field->valueType->text(field->get(entity, key));
+          if (field->owns()) text += "{" + dump(*field->child(entity, key)) + "}";
+          text += ",";
+        }
+      }
+      text += ";";
+    }
+    return text;
+  }
+  /// Rows per file.
+  std::map<std::string, std::uint32_t> rows() const {
+    std::map<std::string, std::uint32_t> sizes;
+    for (const auto& file : std::filesystem::recursive_directory_iterator(directory))
+      if (file.is_regular_file()) sizes[file.path().filename().string()] = VeskSharedMem::TableReader::openAny(file.path())->size();
+    return sizes;
+  }
+  std::string mountError(const std::string& path, std::string_view type) {
+    try {
+      manager()->doMount(path, type, MountInfo(VeskBriskelType::writer));
+    } catch (const VeskSharedMem::TableError& error) {
+      return error.what();
+    }
+    return "none";
+  }
+  std::string directory;
+  Ombra::Ptr<Table> table;
+  std::vector<std::string> reports;
+};
+
+TEST_F(SharedEntityTest, rowsLieInFilesByDepthAndAReloadFindsThemEqual) {
+  EXPECT_TRUE(rows().empty()) << "files come with the first row";
+  table->versionIs(7);
+  for (std::uint16_t k = 1; k <= 5; ++k) table->entryIs(k, VlanId(100 + k));
+  table->entryDel(5);
+  for (std::uint32_t v : {10U, 20U}) {
+    const auto vlan = table->vlanIs(VlanId(v));
+    vlan->readyIs(true);
+    for (std::uint16_t g = 1; g <= 3; ++g) {
+      const auto group = vlan->groupIs(g);
+      group->valueIs(v + g);
+      group->routeIs(g);
+      group->routeIs(50);
+    }
+  }
+  // One type of entity in two collections: each keeps to its own files.
+  table->firstIs(1)->routeIs(11);
+  table->secondIs(1)->routeIs(22);
+  // An entity that comes with content, in place of one that had other content.
+  const auto adopted = Ombra::make<Group>(std::uint16_t{3});
+  adopted->valueIs(99);
+  adopted->routeIs(4);
+  table->vlan(VlanId(20))->groupAdopt(3, adopted);
+  const std::map<std::string, std::uint32_t> expected{
+      {"table.values.table", 1},     {"table.entry.table", 4},  {"table.vlan.table", 2},       {"table.vlan.group.table", 6},
+      {"table.vlan.group.route.table", 11}, {"table.first.table", 1}, {"table.first.route.table", 1}, {"table.second.table", 1},
+      {"table.second.route.table", 1}};
+  EXPECT_EQ(rows(), expected);
+  const std::string before = dump(*table);
+  remount();
+  EXPECT_EQ(dump(*table), before);
+  EXPECT_EQ(rows(), expected);
+
+  table->vlanDel(VlanId(10));
+  EXPECT_EQ(rows()["table.vlan.group.table"], 3U);
+  EXPECT_EQ(rows()["table.vlan.group.route.table"], 5U);
+  // A writer that died in between leaves rows without their parent; they go at the next mount.
+  const std::string vlanFile = directory + "/a/table.vlan.table";
+  const auto keep = std::filesystem::file_size(vlanFile);
+  EXPECT_GT(keep, 0U);
+  table.reset();
+  EntityManager::forgetProcess();
+  std::filesystem::remove(vlanFile);
+  remount();
+  EXPECT_EQ(table->vlanCount(), 0U);
+  EXPECT_EQ(rows()["table.vlan.group.table"], 0U);
+  EXPECT_EQ(rows()["table.vlan.group.route.table"], 0U);
+  EXPECT_EQ(table->entry(2), VlanId(102));
+}
+
+TEST_F(SharedEntityTest, damagedRowsAreReportedReadAsDefaultAndMendedByWriteOrDelete) {
+  for (std::uint16_t k = 1; k <= 4; ++k) table->entryIs(k, VlanId(100 + k));
+  mark(9, true);
+  EXPECT_FALSE(table->entryHas(9));
+  EXPECT_TRUE(takeReports().empty()) << "a row that is not there is not damaged";
+  for (std::uint16_t k = 1; k <= 4; ++k) mark(k, true);
+  remount();
+  const std::string report = "a/table: sharedtest::Table: row 1 is corrupt";
+  EXPECT_EQ(table->entry(1), VlanId());
+  EXPECT_EQ(takeReports(), std::vector<std::string>{report});
+  EXPECT_FALSE(table->entryHas(1));
+  EXPECT_EQ(takeReports(), std::vector<std::string>{report});
+  for (const auto& row : table->entryIterator()) ADD_FAILURE() << row.key;
+  EXPECT_EQ(takeReports().size(), 1U) << "an iteration ends at the first";
+  table->entryIs(1, VlanId(101));  // what it held before
+  table->entryIs(2, VlanId(202));
+  table->entryDel(3);
+  mark(4, false);
+  remount();
+  EXPECT_EQ(table->entry(1), VlanId(101));
+  EXPECT_EQ(table->entry(2), VlanId(202));
+  EXPECT_FALSE(table->entryHas(3));
+  EXPECT_EQ(table->entry(4), VlanId(104));
+  EXPECT_TRUE(takeReports().empty());
+
+  // Bytes that are no value of their type: damage found on opening.
+  table->entryDelAll();
+  table->entryIs(0x5a5a, VlanId(0x0bcd));
+  table.reset();
+  EntityManager::forgetProcess();
+  {
+    std::fstream file(directory + "/a/table.entry.table", std::ios::in | std::ios::out | std::ios::binary);
+    std::string content((std::istreambuf_iterator<char>(file)), {});
+    const auto at = content.find("\x5a\x5a\xcd\x0b");
+    ASSERT_NE(at, std::string::npos);
+    file.seekp(static_cast<std::streamoff>(at + 2));
+    file.write("\xff\xff", 2);
+  }
+  remount();
+  EXPECT_EQ(table->entry(0x5a5a), VlanId());
+  EXPECT_EQ(takeReports().size(), 1U);
+}
+
+TEST_F(SharedEntityTest, aFullTableEndsTheProcessWithItsNameAndCapacity) {
+  for (std::uint16_t k = 0; k < 8; ++k) table->entryIs(k, VlanId(1));
+  table->entryIs(7, VlanId(2));  // a row that is there needs no room
+  EXPECT_DEATH(table->entryIs(8, VlanId(1)), "^table a/table.entry is full: capacity 8\n");
+  const auto small = manager()->doMount("small", "sharedtest::Table", MountInfo(VeskBriskelType::writer).collectionInfoIs({"entry", 2}));
+  auto& entries = static_cast<Table&>(*small);
+  entries.entryIs(1, VlanId(1));
+  entries.entryIs(2, VlanId(1));
+  EXPECT_DEATH(entries.entryIs(3, VlanId(1)), "^table small.entry is full: capacity 2\n");
+}
+
+TEST_F(SharedEntityTest, oneEntityPerPathOverUnmountAndCleanupOnlyWhereMounted) {
+  table->entryIs(1, VlanId(1));
+  table->vlanIs(VlanId(5))->groupIs(1);
+  manager()->cleanup("nowhere");
+  manager()->doUnmount("a/table");
+  EXPECT_EQ(manager()->getEntity("a/table"), nullptr);
+  manager()->cleanup("a/table");
+  EXPECT_EQ(table->entryCount(), 1U);
+  const auto group = manager()->getMountGroup();
+  group->doMount("a/table", "sharedtest::Table", MountInfo(VeskBriskelType::writer));
+  group->doMount("b", "sharedtest::Table", VeskSkarel::MountInfo{});
+  EXPECT_EQ(manager()->getEntity("a/table"), nullptr) << "put off until the group is closed";
+  group->doClose();
+  EXPECT_EQ(manager()->getEntity("a/table"), table);
+  EXPECT_EQ(manager()->open("a/table", "sharedtest::Table"), table);
+  EXPECT_TRUE(manager()->getEntity("b"));
+  manager()->cleanup("a/table");
+  EXPECT_EQ(table->entryCount() + table->vlanCount(), 0U);
+  for (const auto& [file, size] : rows()) EXPECT_EQ(size, 0U) << file;
+}
+
+TEST_F(SharedEntityTest, aFileThatDoesNotFitIsRefusedAndNothingIsLeftMounted) {
+  table->entryIs(1, VlanId(1));
+  EXPECT_EQ(mountError("a/table", "sharedtest::Group"), "a/table: is a sharedtest::Table, not a sharedtest::Group");
+  EXPECT_EQ(mountError("x", "No::Such"), "x: unknown table type 'No::Such'");
+  table.reset();
+  EntityManager::forgetProcess();
+  const std::string file = directory + "/a/table.entry.table";
+  const auto copy = directory + "/copy";
+  std::filesystem::copy_file(file, copy);
+  // Another capacity, then a file cut short.
+  try {
+    manager()->doMount("a/table", "sharedtest::Table", MountInfo(VeskBriskelType::writer).collectionInfoIs({"entry", 9}));
+    ADD_FAILURE() << "no error";
+  } catch (const VeskSharedMem::TableError& error) {
+    EXPECT_NE(std::string(error.what()).find(file), std::string::npos) << error.what();
+  }
+  for (const std::uintmax_t size : {0U, 10U, 300U}) {
+    std::filesystem::resize_file(file, size);
+    EXPECT_NE(mountError("a/table", "sharedtest::Table").find(file), std::string::npos) << size;
+    EXPECT_EQ(manager()->getEntity("a/table"), nullptr);
+    EXPECT_EQ(manager()->pathOf(*Ombra::make<Table>()), "");
+  }
+  std::filesystem::copy_file(copy, file, std::filesystem::copy_options::overwrite_existing);
+  EXPECT_EQ(mountError("a/table", "sharedtest::Table"), "none");
+}
+
+}  // namespace sharedtest

@@ -1,0 +1,139 @@
+// The state database: profiles and their errors, what mounting makes, and what outlives an agent.
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "runtime/StateDatabase.h"
+#include "runtime/Toggle.h"
+#include "runtime/values/Addresses.h"
+
+namespace statetest {
+
+class Status : public Vesk::Entity {
+  VESK_LOCAL_RECORD(statetest::Status)
+  VESK_VALUE(std::string, name)
+  VESK_VALUE(Pavlin::AddressFamily, af)
+  VESK_VALUE(std::uint32_t, value)
+};
+class Plain : public Vesk::Entity {
+  VESK_LOCAL_RECORD(statetest::Plain)
+  VESK_VALUE(std::uint32_t, value)
+};
+class WatchSm : public Vesk::Machine {
+  VESK_LOCAL_RECORD(statetest::WatchSm)
+  explicit WatchSm(Ombra::Ptr<Status const> s) : status(std::move(s)) {}
+  const Ombra::Ptr<Status const> status;
+  int heard = 0;
+
+ private:
+  void handleValue() { ++heard; }
+  Vesk::Watch value_ = watch<&WatchSm::handleValue>(status, Status::valueAttr);
+};
+
+struct MountCount final : Halden::Mounter {
+  void haldenMountsDone(Halden::MountStatus s) override { status = s, ++calls; }
+  Halden::MountStatus status{};
+  int calls = 0;
+};
+
+class StateTest : public testing::Test {
+ protected:
+  StateTest() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "StateTest.XXXXXX").string();
+    directory = mkdtemp(pattern.data());
+    Halden::profileDirIs(directory);
+  }
+  ~StateTest() override {
+    Halden::profileDirIs(CORVANE_PROFILE_DIR);
+    std::filesystem::remove_all(directory);
+    database.remove("test");
+  }
+  void profileIs(const std::string& text) { std::ofstream(directory + "/P.yaml") << text; }
+  std::string errorOf(const std::string& text) {
+    profileIs(text);
+    try {
+      (void)Halden::loadProfile("P");
+    } catch (const Orlane::ConfigError& error) {
+      const std::string what = error.what();
+      return what.starts_with(directory + "/P.yaml:") ? what.substr(directory.size() + 8) : "other file: " + what;
+    }
+    return "none";
+  }
+  std::string directory;
+  Halden::StateDatabase& database = Halden::StateDatabase::instance();
+};
+
+TEST_F(StateTest, aBadProfileIsRefusedWithFileLineKeyAndValue) {
+  const std::string head = "profile: P\nmounts:\n";
+  const std::string good = "  - {path: test/a, type: \"statetest::Status\"}\n";
+  const std::pair<std::string, std::string> cases[] = {
+      {head + good, "none"},
+      {head + good + "  - {path: test/b, type: \"No::Such\"}\n", "4: path 'test/b': unknown type 'No::Such'"},
+      {head + good + good, "4: path 'test/a' is mounted twice"},
+      {head + "  - {path: test/a, type: \"statetest::Plain\", access: maybe}\n", "3: path 'test/a': access 'maybe' is neither read nor write"},
+      {head + "  - {path: test/a, kind: x}\n", "3: unknown key 'kind' of a mount"},
+      {head + "  - {path: [a], type: x}\n", "3: 'path' must be a text"},
+      {head + "  - {type: \"statetest::Plain\"}\n", "3: a mount has no path"},
+      {head + "  - test/a\n", "3: mount must be a mapping of path, type and access"},
+      {"profile: P\nmounts: all\n", "2: 'mounts' must be a list"},
+      {"profile: P\nmount: []\n", "2: unknown key 'mount' of a mount profile"},
+      {"[a]: P\n", "1: a text is expected here"},
+      {"profile: Q\n", " profile is named 'Q', not 'P'"},
+      {"- P\n", " not a mount profile"}};
+  for (const auto& [text, error] : cases) EXPECT_EQ(errorOf(text), error) << text;
+  EXPECT_NE(errorOf("profile: P\n  - : [\n"), "none");
+  EXPECT_THROW((void)Halden::loadProfile("Absent"), Orlane::ConfigError);
+}
+
+TEST_F(StateTest, mountsMakeWhatIsMissingAndShowNothingElse) {
+  database.create("test/ipv6/other", "statetest::Plain");
+  profileIs("profile: P\nmounts:\n  - {path: test/ipv6/status, type: \"statetest::Status\", access: write}\n");
+  const auto manager = Ombra::make<Halden::EntityManager>();
+  MountCount mounter;
+  const auto mount = [&] {
+    const auto group = manager->getMountGroup(&mounter);
+    group->doMountAll("P");
+    group->doClose(true, "P", 0);
+    return mounter.status;
+  };
+  EXPECT_EQ(mount(), Halden::mountSuccess());
+  EXPECT_EQ(mounter.calls, 1);
+  const auto status = boost::dynamic_pointer_cast<Status>(manager->getEntity("test/ipv6/status"));
+  ASSERT_TRUE(status);
+  EXPECT_EQ(status->name(), "status");
+  EXPECT_EQ(status->af(), Pavlin::AddressFamily::ipv6);
+  EXPECT_EQ(manager->getEntity("test/ipv6/other"), nullptr) << "there, but not mounted";
+  EXPECT_EQ(manager->getEntity("test/ipv6"), nullptr);
+  // Something of another type stands at the path already.
+  profileIs("profile: P\nmounts:\n  - {path: test/ipv6/other, type: \"statetest::Status\"}\n");
+  EXPECT_EQ(mount(), Halden::MountStatus::failed);
+  EXPECT_EQ(database.create("test/ipv6/status/below", "statetest::Plain"), nullptr) << "not a directory";
+  EXPECT_EQ(database.create("test/new/x", "No::Such"), nullptr);
+  EXPECT_EQ(database.find("test/new"), nullptr) << "nothing half made";
+}
+
+TEST_F(StateTest, contentsOutliveAnAgentAndItsSubscriptionsDoNot) {
+  const auto status = boost::dynamic_pointer_cast<Status>(database.create("test/status", "statetest::Status"));
+  const auto dead = Ombra::make<WatchSm>(status);
+  int observed = 0;
+  struct Observer : Vesk::Listener {
+    explicit Observer(int* n) : Listener([](Listener& self, Ombra::FieldId, const void*) { ++*static_cast<Observer&>(self).count; }), count(n) {}
+    int* count;
+  } observer(&observed);
+  observer.attach(status.get());
+  const auto deader = Ombra::make<WatchSm>(status);
+  status->valueIs(1);
+  database.dropSubscribers();
+  const auto alive = Ombra::make<WatchSm>(status);
+  status->valueIs(2);
+  EXPECT_EQ(dead->heard, 1);
+  EXPECT_EQ(deader->heard, 1);
+  EXPECT_EQ(alive->heard, 1);
+  EXPECT_EQ(observed, 2);
+  EXPECT_EQ(database.find("test/status"), status);
+}
+
+}  // namespace statetest
