@@ -4,6 +4,7 @@
 #pragma once
 
 #include "agent/DomainContainer.h"
+#include "overlay/IngressL3RouteSm.h"
 #include "platform/MulticastIntfsAppRoot.h"
 #include "records/AgentStatus.h"
 #include "records/BriskelInputs.h"
@@ -61,6 +62,8 @@ class AfContainer final : public Vesk::Entity {
   VESK_REF(Arp::ProactiveArp::ClientConfig, proactiveArpConfig)
   VESK_INSTANCE(Routing::Multicast::MulticastIntfsAppRootSmColl, mcastIntfSmRoot)
   VESK_INSTANCE(Irb::Multicast::Egress::McastVrfLeakCtx, mcastVrfLeakCtx)
+  /// Both domains write one table of proactive ARP requests.
+  VESK_INSTANCE(ProactiveArpUse, proactiveArpUse)
 };
 
 }  // namespace Multicast::Vpn

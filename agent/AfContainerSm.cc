@@ -120,11 +120,15 @@ void AfContainerSm::handleSnooping() {
 
 void AfContainerSm::updateMultipleUnderlayGroupStateMachines() {
   if (auto t = trace.at(8)) t << "updateMultipleUnderlayGroupStateMachines";
-  // The machines for several underlay groups in one VRF do not run in this version.
-  constexpr bool shouldEnable = false;
-  if (localDomainCntrSm()) localDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(shouldEnable);
+  // Of ipv4 only: ipv6 has no route machines.
+  const auto shouldEnable = [this](const Ombra::Ptr<DomainContainer>& domain) {
+    return af == Pavlin::ipv4() && snooping() &&
+           domain->ipTunnelMappingStatus()->multipleUnderlayGroupsDelayedVrfCount() != 0;
+  };
+  if (localDomainCntrSm())
+    localDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(shouldEnable(in.container->localDomainContainer()));
   if (toggleOismGatewayEnabled() && remoteDomainCntrSm())
-    remoteDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(shouldEnable);
+    remoteDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(shouldEnable(in.container->remoteDomainContainer()));
 }
 
 void AfContainerSm::handleCleanup() { deleteIpTunnelConfigStateMachines(); }

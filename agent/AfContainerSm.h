@@ -29,6 +29,9 @@ class AfContainerSm final : public Vesk::Machine {
   const Pavlin::AddressFamily af;
   const Inputs in;
 
+  /// Snooping is on for the family.
+  [[nodiscard]] bool snooping() const;
+
   VESK_REF(Irb::Multicast::GatewayEsStatus const, gatewayStatus)
   VESK_INSTANCE(DomainContainerSm, localDomainCntrSm)
   VESK_INSTANCE(DomainContainerSm, remoteDomainCntrSm)
@@ -52,7 +55,6 @@ class AfContainerSm final : public Vesk::Machine {
   void handleMldSnoopingStatus();
   void updateMultipleUnderlayGroupStateMachines();
   void handleCleanup() override;
-  [[nodiscard]] bool snooping() const;
   [[nodiscard]] Agent& agent() const { return *in.container->agent(); }
 
   Vesk::Watch igmp_ = watch<&AfContainerSm::handleIgmpSnoopingStatus>(

@@ -48,6 +48,32 @@ void DomainContainerSm::updateMultipleUnderlayGroupStateMachines(bool shouldEnab
   DomainContainer& domain = *domainContainer();
   const auto l3OverlayRouteTable = domain.vlanGroupTableColl()->table(VlanGroupTableColl::getL3TableName());
   Ombra::assertThat(l3OverlayRouteTable != nullptr, "l3OverlayRouteTable");
+  if (shouldEnable) {
+    Agent& agent = *in.afContainer->agent();
+    Sylva::TaskScheduler* const scheduler = Sylva::TaskSchedulerRoot::findOrCreateScheduler();
+    l3OverlayGroupSmIs({.scheduler = scheduler,
+                        .ingressL3RouteStatus = domain.ingressL3RouteStatus(),
+                        .vtiStatusDir = agent.vtiStatusDir(),
+                        .vlanGroupDedupTable = domain.vlanGroupDedupTable(),
+                        .vlanGroupTable = l3OverlayRouteTable});
+    ingressL3RouteSmIs({.scheduler = scheduler,
+                        .addressFamily = in.afContainer->af(),
+                        .ipTunnelMappingStatus = domain.ipTunnelMappingStatus(),
+                        .mfibStatus = in.afContainer->mfibHwStatus(),
+                        .vtiStatusDir = agent.vtiStatusDir(),
+                        .arpBriskelVrfIdMap = agent.vrfIdMapStatus(),
+                        .arpStatus = agent.arpStatus(),
+                        .bridgingStatus = agent.bridgingStatus(),
+                        .pegDrStatus = agent.pegDrStatus(),
+                        .mcastEvpnConfig = in.afContainer->mcastEvpnConfig(),
+                        .ingressL3RouteStatus = domain.ingressL3RouteStatus(),
+                        .proactiveArpConfig = in.afContainer->proactiveArpConfig(),
+                        .gatewayESStatus = agent.gatewayESStatus(),
+                        .proactiveArpUse = in.afContainer->proactiveArpUseIs()});
+    return;
+  }
+  l3OverlayGroupSmDel();
+  ingressL3RouteSmDel();
   if (!l3OverlayRouteTable->ready()) {
     if (auto t = trace.at(8)) t << "Marking l3OverlayRouteTable ready for domain " << domainText;
     l3OverlayRouteTable->readyIs(true);

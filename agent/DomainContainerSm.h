@@ -8,7 +8,9 @@
 #include "config/IpTunnelGroupConfigSm.h"
 #include "overlay/DefaultOverlayGroupSm.h"
 #include "overlay/IpTunnelMappingSm.h"
+#include "overlay/IngressL3RouteSm.h"
 #include "overlay/IpTunnelVlanMcastGroupSm.h"
+#include "overlay/L3OverlayGroupSm.h"
 
 namespace Multicast::Vpn {
 
@@ -35,6 +37,8 @@ class DomainContainerSm final : public Vesk::Machine {
   VESK_INSTANCE(Routing::Multicast::IpTunnelGroupConfigSm, ipTunnelGroupConfigSm)
   VESK_INSTANCE(IpTunnelMappingSm, ipTunnelMappingSm)
   VESK_INSTANCE(IpTunnelVlanMcastGroupSm, ipTunnelVlanMcastGroupSm)
+  VESK_INSTANCE(IngressL3RouteSm, ingressL3RouteSm)
+  VESK_INSTANCE(L3OverlayGroupSm, l3OverlayGroupSm)
 
  private:
   void handleInit();

@@ -116,8 +116,21 @@ class IpTunnelGroupIntfConfigSm final : public Vesk::Machine {
 
   /// The configuration that applies to the vlan, as a row of nobody; null if none does.
   [[nodiscard]] Mapping getVlanMappingConfig(Bridging::VlanId vlanId) const;
+  /// Why a vlan can or cannot be carried: the first missing condition.
+  enum class MappingReason : std::uint8_t {
+    usable,
+    noConfiguration,
+    interfaceDown,
+    noDefaultGroup,
+    noVtep,
+    vlanNotActive,
+    ingressReplication,
+  };
+  [[nodiscard]] MappingReason judgeVlanMapping(Bridging::VlanId vlanId, const Mapping& mapping) const;
   /// Whether the vlan can be carried at this moment.
-  [[nodiscard]] bool shouldAddVlanMapping(Bridging::VlanId vlanId, const Mapping& mapping) const;
+  [[nodiscard]] bool shouldAddVlanMapping(Bridging::VlanId vlanId, const Mapping& mapping) const {
+    return judgeVlanMapping(vlanId, mapping) == MappingReason::usable;
+  }
   void updateVlanTunnelMapping(Bridging::VlanId vlanId, const Mapping& mapping, bool vlanActive);
   [[nodiscard]] bool underlayMcastEnabled() const;
   /// The local VTEP address of the family, the unspecified address for any other family.

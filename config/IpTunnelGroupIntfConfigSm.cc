@@ -123,19 +123,18 @@ Ombra::Ptr<VlanToGroupMapping> IpTunnelGroupIntfConfigSm::getVlanMappingConfig(
   return mapping;
 }
 
-bool IpTunnelGroupIntfConfigSm::shouldAddVlanMapping(Bridging::VlanId vlanId,
-                                                     const Mapping& mapping) const {
-  bool add = false;
-  if (mapping && in.vtiStatus->operStatus() == Vxlan::IntfOperStatus::up) {
-    const UnderlayAddr group = mapping->effDefaultUnderlayGroup();
-    add = !group.isUnspecified() && !vtepAddr(group.af()).isUnspecified();
-    if (add) {
-      if (auto t = traceHandle.at(9))
-        t << "Vlan " << vlanId << " has a valid default group and corresponding vtep";
-    }
-    add = add && in.vlanStatusDir->vlanStatusHas(vlanId);
-  }
-  return underlayMcastEnabled() && add;
+IpTunnelGroupIntfConfigSm::MappingReason IpTunnelGroupIntfConfigSm::judgeVlanMapping(
+    Bridging::VlanId vlanId, const Mapping& mapping) const {
+  const bool underlayMcast = underlayMcastEnabled();  // asked on every path, for its trace
+  if (!mapping) return MappingReason::noConfiguration;
+  if (in.vtiStatus->operStatus() != Vxlan::IntfOperStatus::up) return MappingReason::interfaceDown;
+  const UnderlayAddr group = mapping->effDefaultUnderlayGroup();
+  if (group.isUnspecified()) return MappingReason::noDefaultGroup;
+  if (vtepAddr(group.af()).isUnspecified()) return MappingReason::noVtep;
+  if (auto t = traceHandle.at(9))
+    t << "Vlan " << vlanId << " has a valid default group and corresponding vtep";
+  if (!in.vlanStatusDir->vlanStatusHas(vlanId)) return MappingReason::vlanNotActive;
+  return underlayMcast ? MappingReason::usable : MappingReason::ingressReplication;
 }
 
 void IpTunnelGroupIntfConfigSm::updateVlanTunnelMapping(Bridging::VlanId vlanId,

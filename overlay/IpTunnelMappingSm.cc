@@ -217,6 +217,12 @@ bool IpTunnelMappingSm::pending(const OverlayVlanGroup& group) const {
   return pendingGroups()->groupHas(group) || pendingGroups2()->groupHas(group);
 }
 
+std::optional<double> IpTunnelMappingSm::timeUntilServed(const OverlayVlanGroup& group) const {
+  if (pendingGroups()->groupHas(group)) return timeRemaining();
+  if (pendingGroups2()->groupHas(group)) return timeRemaining() + delayTime();
+  return std::nullopt;
+}
+
 double IpTunnelMappingSm::timeRemaining() const {
   const double expiration = timerTask_.currentExpirationTime();
   return expiration == Sylva::TaskScheduler::never ? 0 : expiration - Vesk::System::currentTime();

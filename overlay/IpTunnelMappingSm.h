@@ -6,6 +6,8 @@
 // the timer fires. Caveat: two routes of a group are a moment in its move; nothing happens then.
 #pragma once
 
+#include <optional>
+
 #include "records/EncapTables.h"
 #include "records/IpTunnelForwardingStatus.h"
 #include "records/IpTunnelMappingStatus.h"
@@ -98,6 +100,9 @@ class IpTunnelMappingSm final : public Vesk::Machine {
   VESK_VALUE(bool, initialized)
 
   void review() override;
+
+  /// Seconds until a waiting group is served; none if it does not wait.
+  [[nodiscard]] std::optional<double> timeUntilServed(const OverlayVlanGroup& group) const;
 
  private:
   using IpTunnelMapping = Routing::Multicast::IpTunnelMapping;

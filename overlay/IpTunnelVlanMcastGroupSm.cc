@@ -247,19 +247,26 @@ bool IpTunnelVlanMcastGroupSm::reviewOutputs(std::size_t& processed) {
 
 // --- one overlay group
 
+IpTunnelVlanMcastGroupSm::GroupVerdict IpTunnelVlanMcastGroupSm::judgeGroup(
+    const OverlayVlanGroup& group, const Ombra::Ptr<VlanToGroupMapping const>& mapping) const {
+  const UnderlayAddr underlayGroup = mapping ? mapping->underlayGroup(group.group) : UnderlayAddr();
+  return {.exists = overlayGroupExists(group),
+          .underlayGroup = underlayGroup,
+          .vtep = vtepAddr(underlayGroup.af())};
+}
+
 void IpTunnelVlanMcastGroupSm::updateOverlayGroup(
     VlanId vlan, const IpGenAddr& group, const Ombra::Ptr<VlanToGroupMapping const>& mapping) {
   const OverlayVlanGroup key{vlan, OverlayAddr(group)};
-  const UnderlayAddr underlayGroup = mapping ? mapping->underlayGroup(key.group) : UnderlayAddr();
-  const IpGenAddr vtep = vtepAddr(underlayGroup.af());
-  if (underlayGroup.isUnspecified() || !overlayGroupExists(key) || vtep.isUnspecified()) {
+  const GroupVerdict verdict = judgeGroup(key, mapping);
+  if (!verdict.hasRow()) {
     if (!in.vlanToGroupStatus->vlanToMulticastGroupHas(key)) return;
     if (auto t = traceHandle.at(6)) t << " Deleting overlay vlan group " << textOf(key);
     deleteOverlayGroup(key);
     return;
   }
   const auto entry = in.vlanToGroupStatus->vlanToMulticastGroupIs(key);
-  const UnderlayRoute route{vtep, underlayGroup, getTunnelType(key)};
+  const UnderlayRoute route{verdict.vtep, verdict.underlayGroup, getTunnelType(key)};
   // The new route goes in first: the set is never empty while a group moves.
   if (!entry->multicastGroupHas(route)) {
     if (auto t = traceHandle.at(6))

@@ -130,6 +130,19 @@ class IpTunnelVlanMcastGroupSm final : public Sylva::WalkSmBase {
   void cleanup();
   void review() override;
 
+  /// What a group's row hangs on; it has one if all three are given.
+  struct GroupVerdict {
+    bool exists;  ///< some table holds the group
+    Routing::Multicast::UnderlayAddr underlayGroup;
+    Pavlin::IpGenAddr vtep;
+
+    [[nodiscard]] bool hasRow() const {
+      return exists && !underlayGroup.isUnspecified() && !vtep.isUnspecified();
+    }
+  };
+  [[nodiscard]] GroupVerdict judgeGroup(const OverlayVlanGroup& group,
+                                        const Ombra::Ptr<VlanToGroupMapping const>& mapping) const;
+
  private:
   void handleInitialized();
   void handleTable(const std::string& name);

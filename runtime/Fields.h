@@ -96,14 +96,14 @@ class KeyField final : public FieldInfo {
     valueType = &Vesk::valueType<typename R::KeyType>();
   }
   std::string get(const Entity& e) const override {
-    return bytesOf(static_cast<const KeyReader&>(static_cast<const R&>(e)).value());
+    return bytesOf(static_cast<const R&>(e).*KeyReader::member());
   }
   void set(Entity&, std::string_view) const override {}
   void reset(Entity&) const override {}
 
  private:
   struct KeyReader : R {
-    const auto& value() const { return this->key_; }
+    static auto member() { return &KeyReader::key_; }
   };
 };
 
