@@ -75,7 +75,8 @@ class Chain {
     }
     const bool byRoute = holds(VlanGroupTableColl::getL3TableName());
     tellRoutes(sm, byRoute);
-    return byRoute || stop("neither configuration nor a route asks for the group in " + vlanText());
+    return byRoute || stop(fmt::format("neither configuration nor a route asks for the group: it travels with all others of {}",
+                                       vlanText()));
   }
 
   /// What became of each route of the group.

@@ -41,6 +41,8 @@ int run(int argc, char** argv) {
   auto* seed =
       play->add_option("--seed", arguments.seed,
                        "Shuffle ready tasks of equal priority and the order of subscribers");
+  play->add_option("--explain", arguments.play.explain,
+                   "At the end of each file, why an overlay group travels as it does: VLAN,GROUP");
   play->add_option("FILE", arguments.files, "Scenario files")->required();
 
   auto* records =

@@ -4,6 +4,7 @@
 
 #include "host/Commands.h"
 #include "host/InputError.h"
+#include "host/play/ExplainStep.h"
 #include "host/play/Scenario.h"
 #include "runtime/Trace.h"
 
@@ -13,8 +14,14 @@ int playCommand(const std::vector<std::string>& files, const PlayOptions& option
   if (const auto fault = Vesk::traceLevelsIs(options.traceLevels)) throw InputError(*fault);
   (void)Vesk::traceLevelsIs("");
   std::vector<Scenario> scenarios;
-  for (const std::string& file : files)
+  for (const std::string& file : files) {
     scenarios.push_back(readScenario(file));
+    if (options.explain.empty()) continue;
+    Step asked;
+    asked.kind = StepKind::explain;
+    asked.explained = explainedGroup(options.explain);
+    scenarios.back().steps.push_back(std::move(asked));
+  }
   Report report(options.audience, Style::ofStandardOutput());
   std::size_t passed = 0;
   bool isUnusable = false;

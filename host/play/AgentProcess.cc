@@ -26,6 +26,13 @@ void AgentProcess::begin() {
   static_cast<Multicast::Vpn::Agent&>(*root_).start();
 }
 
+std::vector<Multicast::Vpn::Explanation> AgentProcess::explain(
+    const Routing::Multicast::OverlayVlanGroup& group) const {
+  if (!root_) return {};
+  return Multicast::Vpn::explain(static_cast<const Multicast::Vpn::Agent&>(*root_), group.vlan,
+                                 group.group.genAddr());
+}
+
 void AgentProcess::crash() {
   graveyard().push_back(std::move(root_));
   root_ = nullptr;

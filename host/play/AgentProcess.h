@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "agent/Explain.h"
 #include "runtime/Entity.h"
 
 namespace Host {
@@ -18,6 +19,9 @@ class AgentProcess {
   void begin();
   /// It is gone, as by kill -9.
   void crash();
+  /// Why an overlay group travels as it does; empty while no agent is there.
+  [[nodiscard]] std::vector<Multicast::Vpn::Explanation> explain(
+      const Routing::Multicast::OverlayVlanGroup& group) const;
   /// The agent, null while none is there.
   [[nodiscard]] const Ombra::Ptr<Vesk::Entity>& root() const { return root_; }
 

@@ -19,6 +19,7 @@ struct PlayOptions {
   std::optional<std::filesystem::path> keep;  ///< the scenario's directory, kept afterwards
   std::string traceLevels;
   std::optional<std::uint64_t> seed;
+  std::string explain;  ///< "vlan,group" to be explained at the end of each file; empty for none
 };
 
 enum class Outcome { passed, failed, unusable };

@@ -1,5 +1,6 @@
 #include "host/play/Player.h"
 
+#include "host/play/ExplainStep.h"
 #include "host/play/Matcher.h"
 
 namespace Host {
@@ -67,6 +68,9 @@ std::vector<Failure> Player::run(const Step& step, std::vector<Shown>& shown) {
       break;
     case StepKind::corruptions:
       return recorder_.takeCorruptions(step);
+    case StepKind::explain:
+      shown.push_back(shownExplanation(step.explained, world_.agent().explain(step.explained)));
+      break;
     case StepKind::show:
       for (const Address& address : step.addresses)
         shown.push_back(show(world_, address, report_.style()));

@@ -68,6 +68,8 @@ std::string summary(const Step& step) {
       return fmt::format("{} lines", step.lines.size());
     case StepKind::corrupt:
       return step.addresses.front().text();
+    case StepKind::explain:
+      return Vesk::textOf(step.explained);
     default:
       return {};
   }
@@ -132,7 +134,7 @@ void Report::step(const Scenario& scenario, std::size_t index, double time,
                   {"kind", stepName(step.kind)}, {"time", time},      {"ok", found.empty()}};
     if (!step.note.empty()) document["note"] = step.note;
     if (!found.empty()) document["failures"] = failuresJson(found);
-    if (step.kind == StepKind::show) {
+    if (!shown.empty()) {
       Json values = Json::object();
       for (const Shown& one : shown)
         values[one.address] = one.value;

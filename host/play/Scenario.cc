@@ -6,15 +6,17 @@
 #include <fmt/format.h>
 
 #include "host/InputError.h"
+#include "host/play/ExplainStep.h"
 #include "host/play/YamlFile.h"
 #include "platform/Toggles.h"
 
 namespace Host {
 namespace {
 
-constexpr std::array<std::string_view, 14> stepNames{
+constexpr std::array<std::string_view, 15> stepNames{
     "write",  "start",   "crash",  "advance", "run",     "expect",      "equal",
-    "record", "changes", "writes", "logs",    "corrupt", "corruptions", "show"};
+    "record", "changes", "writes", "logs",    "corrupt", "corruptions", "show",
+    "explain"};
 
 class ScenarioReader {
  public:
@@ -136,6 +138,8 @@ class ScenarioReader {
           step.addresses.push_back(pattern_.address(item));
         });
         return;
+      case StepKind::explain:
+        return explain(step, value);
       case StepKind::changes:
         return changes(step, value);
       case StepKind::writes:
@@ -215,6 +219,19 @@ class ScenarioReader {
     file_.fail(
         node, fmt::format("'{}' is not a change: ADDRESS = value, ADDRESS added or ADDRESS removed",
                           text));
+  }
+
+  /// A vlan and a group, as a list of two.
+  void explain(Step& step, const YAML::Node& value) {
+    std::string text;
+    file_.forEachItem(value, "explain", [&](const YAML::Node& item) {
+      text += (text.empty() ? "" : ",") + file_.text(item, "explain");
+    });
+    try {
+      step.explained = explainedGroup(text);
+    } catch (const InputError& error) {
+      file_.fail(value, error.message());
+    }
   }
 
   bool any(Step& step, const YAML::Node& value) const {

@@ -13,6 +13,7 @@
 
 #include "host/play/Address.h"
 #include "host/play/Content.h"
+#include "records/Keys.h"
 
 namespace Host {
 
@@ -47,7 +48,8 @@ enum class StepKind {
   logs,
   corrupt,
   corruptions,
-  show
+  show,
+  explain
 };
 [[nodiscard]] std::string_view stepName(StepKind kind);
 
@@ -69,6 +71,7 @@ struct Step {
   bool takesAll = false;                                ///< logs and corruptions: whatever there is
   std::vector<LogPattern> logs;
   std::vector<CorruptionPattern> corruptions;
+  Routing::Multicast::OverlayVlanGroup explained;       ///< explain
 };
 
 struct Scenario {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "agent/CorvaneAgent.h"
+#include "records/ProactiveArp.h"
 #include "runtime/Clock.h"
 #include "runtime/Log.h"
 #include "tests/history/EncapOracle.h"
@@ -63,6 +64,7 @@ class AgentWorld {
     scheduler().reset();
     VeskSharedMem::EntityManager::forgetProcess();
   }
+  [[nodiscard]] const Multicast::Vpn::Agent& agent() const { return *agent_; }
   void run(std::size_t slices) { scheduler().runUntilIdle(slices); }
   void settle() { scheduler().runUntilIdle(); }
   void advance(double seconds) {
@@ -78,9 +80,14 @@ class AgentWorld {
     clearRows();
     Halden::StateDatabase::instance().root()->deleteAll();
     sharedInput<Irb::Multicast::GatewayEsStatus>()->esVlanStatusDelAll();
+    sharedInput<Arp::Table::Status>()->arpEntryDelAll();
+    sharedInput<Briskel::Bridging::Status>()->fdbEntryDelAll();
+    sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameDelAll();
+    sharedInput<Routing::Multicast::PegDrStatus>(Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()))
+        ->pegDrVlanDelAll();
     VeskSharedMem::EntityManager::forgetProcess();
   }
-  /// The agent goes, and its forwarding rows with it.
+  /// The agent goes, and its forwarding rows and requests with it.
   void clearRows() {
     agent_ = nullptr;
     scheduler().reset();
@@ -90,6 +97,7 @@ class AgentWorld {
       sharedInput<Status>(local ? Status::mountPath(domain.af) : Status::remoteDomainMountPath(domain.af))
           ->vlanStatusDelAll();
     }
+    sharedInput<Arp::ProactiveArp::ClientConfig>()->requestDelAll();
   }
 
  private:

@@ -1,6 +1,6 @@
-// Random histories of the encapsulating road: whatever happens and in whatever order, at rest the forwarding rows are those
-// that the present inputs want; and a restart at rest writes none.
-// CORVANE_HISTORIES (default 2000), CORVANE_HISTORY_EVENTS (50) and CORVANE_SEED set the run; a failure prints its seed.
+// Random histories of the encapsulating road: whatever happens and in whatever order, at rest the routes that enter here,
+// their groups, the neighbours asked for and the forwarding rows are those that the present inputs want; after a restart too.
+// CORVANE_HISTORIES (default 2000), CORVANE_HISTORY_EVENTS (80) and CORVANE_SEED set the run; a failure prints its seed.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -8,6 +8,8 @@
 #include "tests/history/AgentWorld.h"
 #include "tests/history/EncapOracle.h"
 #include "tests/history/EventGenerator.h"
+#include "tests/history/RouteEvents.h"
+#include "tests/history/RouteOracle.h"
 
 namespace History {
 namespace {
@@ -18,9 +20,41 @@ std::uint64_t setting(const char* name, std::uint64_t otherwise) {
 }
 
 std::size_t rowsCompared = 0;
+std::size_t routesCompared = 0;
+
+/// What one side has and the other has not, each with its own word.
+template <class Set>
+std::string setDifference(const std::string& what, const Set& wanted, const Set& found, const auto& textOf) {
+  std::string text;
+  for (const auto& item : wanted)
+    if (!found.contains(item)) text += "\n  wanted " + what + " " + textOf(item);
+  for (const auto& item : found)
+    if (!wanted.contains(item)) text += "\n  unwanted " + what + " " + textOf(item);
+  return text;
+}
+
+std::string routeDifference(const Multicast::Vpn::Agent& agent) {
+  std::string text;
+  std::set<std::string> wantedRequests;
+  std::set<std::string> heldRequests;
+  for (const Domain& domain : domains) {
+    if (!domainRuns(domain) || !routesRun(domain)) continue;
+    const IngressRoutes wanted = wantedIngress(domain);
+    const IngressRoutes held = heldIngress(agent, domain);
+    routesCompared += wanted.routes.size();
+    wantedRequests.insert(wanted.requests.begin(), wanted.requests.end());
+    heldRequests = held.requests;
+    const std::string where = Vesk::textOf(domain.domain) + " ";
+    text += setDifference(where + "route", wanted.routes, held.routes, [](const auto& route) { return route; });
+    text += setDifference(where + "group", wanted.groups, held.groups, [](const auto& group) {
+      return std::to_string(group.first) + "," + group.second.stringValue();
+    });
+  }
+  return text + setDifference("request", wantedRequests, heldRequests, [](const auto& request) { return request; });
+}
 
 /// At rest: every running domain publishes what it should. The first difference as text, or nothing.
-std::string difference() {
+std::string difference(const AgentWorld& world) {
   for (const Domain& domain : domains) {
     if (!domainRuns(domain)) continue;  // its rows stay as they were
     const Rows wanted = wantedRows(domain);
@@ -35,31 +69,33 @@ std::string difference() {
       if (!wanted.contains(key)) text += "\n  unwanted " + key + " = " + route;
     return text;
   }
-  return {};
+  return routeDifference(world.agent());
 }
 
 /// Plays one history; the events before the first fault if there is one.
 std::string play(AgentWorld& world, std::uint64_t seed, std::size_t events) {
   EventGenerator generator(seed);
+  RouteEvents routes(generator);
   std::string told;
   generator.baseline();
+  routes.baseline();
   world.begin(seed);
   for (std::size_t i = 0; i <= events; ++i) {
-    if (i < events) told += "\n  " + generator.next();
+    if (i < events) told += "\n  " + (generator.draw(2) == 0 ? routes.next() : generator.next());
     const auto pace = generator.draw(10);
     if (i < events && pace >= 2) {
       if (pace >= 6) world.run(pace - 5);
-      if (pace == 2) world.advance(generator.draw(20));
+      if (pace == 2) routes.pass(world, static_cast<double>(generator.draw(40)));
       continue;
     }
-    world.advance(61);
-    if (const std::string fault = difference(); !fault.empty()) return fault + "\nafter" + told;
+    routes.rest(world);
+    if (const std::string fault = difference(world); !fault.empty()) return fault + "\nafter" + told;
     if (pace == 0 || i == events) {
       told += "\n  crash and restart";
       world.crash();
       world.start();
-      world.advance(61);
-      if (const std::string fault = difference(); !fault.empty()) return fault + "\nafter" + told;
+      routes.rest(world);
+      if (const std::string fault = difference(world); !fault.empty()) return fault + "\nafter" + told;
     }
   }
   return {};
@@ -72,10 +108,10 @@ INSTANTIATE_TEST_SUITE_P(Quarter, EncapHistory, testing::Range<std::uint64_t>(0,
 TEST_P(EncapHistory, RowsAtRestAreThoseTheInputsWant) {
   const std::uint64_t histories = setting("CORVANE_HISTORIES", 2000) / 4;
   const std::uint64_t first = setting("CORVANE_SEED", 1) + GetParam() * histories;
-  const std::size_t events = setting("CORVANE_HISTORY_EVENTS", 50);
+  const std::size_t events = setting("CORVANE_HISTORY_EVENTS", 80);
   std::printf("%lu histories of %zu events from seed %lu\n", histories, events, first);
   AgentWorld world;
-  rowsCompared = 0;
+  rowsCompared = routesCompared = 0;
   for (std::uint64_t seed = first; seed < first + histories; ++seed) {
     const std::string fault = play(world, seed, events);
     if (!fault.empty()) {
@@ -92,8 +128,8 @@ TEST_P(EncapHistory, RowsAtRestAreThoseTheInputsWant) {
     }
     world.reset();
   }
-  std::printf("%zu rows compared\n", rowsCompared);
-  EXPECT_GT(rowsCompared, 10 * histories) << "the histories disturb so much that nothing is left to compare";
+  std::printf("%zu rows and %zu routes compared\n", rowsCompared, routesCompared);
+  EXPECT_GT(std::min(rowsCompared, 10 * routesCompared), 10 * histories) << "the histories disturb so much that nothing is left to compare";
 }
 
 }  // namespace

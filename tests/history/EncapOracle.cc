@@ -13,6 +13,7 @@
 #include "records/MulticastIntfs.h"
 #include "records/Vxlan.h"
 #include "tests/history/Inputs.h"
+#include "tests/history/RouteOracle.h"
 
 namespace History {
 namespace {
@@ -110,13 +111,15 @@ bool usable(const Vxlan::VtiStatus& vti, const UnderlayAddr& group) {
   return !group.isUnspecified() && !vtepOf(vti, group.genAddr().af()).isUnspecified();
 }
 
-VlanRow vlanRow(AddressFamily af, const IpTunnelGroupIntfConfig& config, const Vxlan::VtiStatus& vti, VlanId vlan) {
+using SbdVrfs = std::map<unsigned, L3::VrfName>;
+
+VlanRow vlanRow(AddressFamily af, const IpTunnelGroupIntfConfig& config, const Vxlan::VtiStatus& vti,
+                const SbdVrfs& sbdVrfs, VlanId vlan) {
   VlanRow row;
   const bool hasVni = vti.vlanToVniMapHas(vlan);
   if (hasVni) row.own = entryOf(config.vlanToMulticastGroup(vlan));
   std::optional<L3::VrfName> vrf;
-  for (const auto& [name, sbd] : vti.vrfToSBDVlanIterator())
-    if (sbd.value() == vlan.value()) vrf = name;
+  if (const auto at = sbdVrfs.find(vlan.value()); at != sbdVrfs.end()) vrf = at->second;
   row.isSbd = vrf.has_value();
   if (hasVni) {
     const auto routed = routedVrf(af, vlan);
@@ -150,17 +153,25 @@ Rows wantedRows(const Domain& domain) {
   const auto type = config->mcastUnderlayRouteType() == Routing::Multicast::UnderlayRouteType::pimSsm
                         ? Routing::Multicast::TunnelType::PimSsm
                         : Routing::Multicast::TunnelType::PimAsm;
+  SbdVrfs sbdVrfs;
+  for (const auto& [vrf, sbd] : vti->vrfToSBDVlanIterator()) sbdVrfs.insert_or_assign(sbd.value(), vrf);
+  std::map<unsigned, VlanRow> vlans;
+  const auto add = [&](unsigned vlan, const IpGenAddr& group, Routing::Multicast::TunnelType tunnel) {
+    const UnderlayAddr underlay = vlans.at(vlan).underlay(group);
+    if (!usable(*vti, underlay)) return;
+    const auto overlay = Routing::Multicast::OverlayRoute::wcRoute(OverlayAddr(group));
+    const Routing::Multicast::UnderlayRoute route{vtepOf(*vti, underlay.genAddr().af()), underlay, tunnel};
+    rows.emplace(Vesk::textOf(VlanId(vlan)) + "," + Vesk::textOf(overlay), Vesk::textOf(route));
+  };
   for (const auto& [vlan, active] : input<Bridging::VlanStatusDir>()->vlanStatusIterator()) {
-    const VlanRow row = vlanRow(domain.af, *config, *vti, vlan);
+    const VlanRow row = vlanRow(domain.af, *config, *vti, sbdVrfs, vlan);
     if (!usable(*vti, row.defaultGroup())) continue;
-    for (const auto& group : row.groups(domain.af)) {
-      const UnderlayAddr underlay = row.underlay(group);
-      if (!usable(*vti, underlay)) continue;
-      const auto overlay = Routing::Multicast::OverlayRoute::wcRoute(OverlayAddr(group));
-      const Routing::Multicast::UnderlayRoute route{vtepOf(*vti, underlay.genAddr().af()), underlay, type};
-      rows[Vesk::textOf(vlan) + "," + Vesk::textOf(overlay)] = Vesk::textOf(route);
-    }
+    vlans[vlan.value()] = row;
+    for (const auto& group : row.groups(domain.af)) add(vlan.value(), group, type);
   }
+  // What only routes want always has a tree of its own source.
+  for (const auto& [vlan, group] : wantedIngress(domain).groups)
+    if (vlans.contains(vlan)) add(vlan, group, Routing::Multicast::TunnelType::PimSsm);
   return rows;
 }
 

@@ -64,10 +64,12 @@ void EventGenerator::newIntfConfig(Irb::Multicast::Domain domain) {
   const auto config = groupConfig(domain)->intfConfigIs(vxlan1());
   config->mcastOverlayV4Is(mostly());
   config->mcastOverlayV6Is(mostly());
-  for (const auto* vrf : {"red", "blue"})
-    if (mostly())
-      config->vrfToMulticastGroupIs(VrfName(vrf))->tunnelConfigEntryIs()->defaultUnderlayGroupIs(
-          UnderlayAddr(underlayGroup()));
+  for (const auto* vrf : {"red", "blue"}) {
+    if (!mostly()) continue;
+    const auto entry = config->vrfToMulticastGroupIs(VrfName(vrf))->tunnelConfigEntryIs();
+    entry->defaultUnderlayGroupIs(UnderlayAddr(underlayGroup()));
+    if (draw(2) == 0) entry->underlayGroupRangeIs(parsed<Pavlin::IpGenPrefix>("232.77.0.0/24"));
+  }
 }
 
 std::string EventGenerator::vlanEvent() {

@@ -25,13 +25,13 @@ class EventGenerator {
   std::string next();
   /// A number below n.
   std::uint64_t draw(std::uint64_t n) { return random_() % n; }
-
- private:
   template <class T>
-  const T& pick(std::initializer_list<T> values) {
+  T pick(std::initializer_list<T> values) {
     return *(values.begin() + draw(values.size()));
   }
   [[nodiscard]] bool mostly() { return draw(8) != 0; }
+
+ private:
   void newVti();
   void newIntfConfig(Irb::Multicast::Domain domain);
   std::string vlanEvent();

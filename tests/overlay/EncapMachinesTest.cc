@@ -51,6 +51,10 @@ class Changes final : public Vesk::TreeObserver {
 struct Turns {
   std::size_t items;      ///< of a slice, 0 for no end
   std::uint64_t shuffle;  ///< seed for the order of subscribers, 0 for none
+
+  friend void PrintTo(const Turns& turns, std::ostream* out) {
+    *out << turns.items << " items, seed " << turns.shuffle;
+  }
 };
 
 /// All records of one domain; the machines come and go over them.

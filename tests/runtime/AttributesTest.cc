@@ -48,7 +48,8 @@ class AttributesTest : public testing::Test, protected Vesk::Listener {
   static void heard(Listener& self, Ombra::FieldId field, const void* key) {
     auto& test = static_cast<AttributesTest&>(self);
     const auto& info = *test.holder->recordType().fields()[field];
-    test.log.push_back(std::string(info.name) + (key == nullptr ? "" : info.keyType->text(info.keyBytes(key))));
+    test.log.push_back(std::string(info.name) +
+                       (key == nullptr ? "" : info.keyType->text(info.keyBytes(key))));
     if (test.onEvent) test.onEvent(test.log.back());
   }
   Names take() { return std::exchange(log, {}); }
@@ -75,7 +76,9 @@ TEST_F(AttributesTest, aSlotIsFilledAfterItsConstructorAndEmptiedBeforeItsInstan
     log.push_back(holder->slot() ? "filled" : "empty");
     log.push_back(holder->slotsHas(1) ? "has" : "misses");
   };
-  std::function<void(Sm&)> cleanup = [&](Sm& sm) { log.push_back(sm.hasNotificationActive() ? "loud" : "silent"), check(sm); };
+  std::function<void(Sm&)> cleanup = [&](Sm& sm) {
+    log.push_back(sm.hasNotificationActive() ? "loud" : "silent"), check(sm);
+  };
   const Sm* present = nullptr;
   onEvent = [&](const std::string&) {
     log.push_back(holder->slot() ? "filled" : "empty");
@@ -117,7 +120,8 @@ TEST_F(AttributesTest, aPresentEntryWithOtherArgumentsThrows) {
 
 TEST_F(AttributesTest, deletingManyTellsEachKeyAndBearsWhatHandlersDo) {
   const auto fill = [&] {
-    for (std::uint16_t k = 0; k < 50; ++k) holder->entryIs(k, k), holder->memberIs(k), holder->slotsIs(k, {.number = k});
+    for (std::uint16_t k = 0; k < 50; ++k)
+      holder->entryIs(k, k), holder->memberIs(k), holder->slotsIs(k, {.number = k});
     take();
   };
   fill();
@@ -127,14 +131,16 @@ TEST_F(AttributesTest, deletingManyTellsEachKeyAndBearsWhatHandlersDo) {
   EXPECT_EQ(take().size(), 150U);
   EXPECT_EQ(holder->entryCount() + holder->memberCount() + holder->slotsCount(), 0U);
 
-  // The handler deletes ahead of the walk, and nobody but the walk holds the holder before the last key.
+  // The handler deletes ahead of the walk, and nobody but the walk holds the holder before the last
+  // key.
   fill();
   onEvent = [&](const std::string&) {
     if (log.size() == 49) {
       detach();
       holder.reset();
     } else {
-      for (const std::uint16_t next : holder->memberIterator()) return holder->memberDel(next);
+      for (const std::uint16_t next : holder->memberIterator())
+        return holder->memberDel(next);
     }
   };
   Holder* const raw = holder.get();
@@ -143,16 +149,19 @@ TEST_F(AttributesTest, deletingManyTellsEachKeyAndBearsWhatHandlersDo) {
 }
 
 TEST_F(AttributesTest, deletesAllBeforeAKeyOfTheIterationOrder) {
-  for (std::uint16_t k = 0; k < 100; ++k) holder->memberIs(k);
+  for (std::uint16_t k = 0; k < 100; ++k)
+    holder->memberIs(k);
   std::vector<std::uint16_t> order;
-  for (const std::uint16_t k : holder->memberIterator()) order.push_back(k);
+  for (const std::uint16_t k : holder->memberIterator())
+    order.push_back(k);
   take();
   holder->memberDelBefore(order[30]);
   EXPECT_EQ(take().size(), 30U);
   holder->memberDel(order[60]);
   holder->memberDelBefore(order[60]);  // a key that is gone still marks its place
   std::vector<std::uint16_t> left;
-  for (const std::uint16_t k : holder->memberIterator()) left.push_back(k);
+  for (const std::uint16_t k : holder->memberIterator())
+    left.push_back(k);
   EXPECT_EQ(left, std::vector<std::uint16_t>(order.begin() + 61, order.end()));
 }
 

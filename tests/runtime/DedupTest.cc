@@ -22,7 +22,8 @@ class Notifiee : public Sylva::DedupHashTableLifeTimeNotifiee<std::uint32_t> {
     if (renew) renewed = table->dedup(handle.value());
   }
   void note(const char* what, const Sylva::DedupHandle<std::uint32_t>& handle) {
-    log.push_back(what + std::to_string(handle.value()) + (table->lookup(handle.value()) ? " in" : " out"));
+    log.push_back(what + std::to_string(handle.value()) +
+                  (table->lookup(handle.value()) ? " in" : " out"));
   }
   Table* table = nullptr;
   std::vector<std::string> log;

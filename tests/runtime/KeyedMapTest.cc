@@ -18,10 +18,13 @@ namespace keyedmaptest {
 
 using Map = Vesk::KeyedMap<std::uint16_t, std::uint32_t>;
 
-/// A cursor, and what it still has to visit: every key that was there when it set out and has been there ever since.
+/// A cursor, and what it still has to visit: every key that was there when it set out and has been
+/// there ever since.
 struct Scan {
-  explicit Scan(const Map& map, const std::map<std::uint16_t, std::uint32_t>& model) : cursor(map.begin()) {
-    for (const auto& [key, value] : model) due.insert(key);
+  explicit Scan(const Map& map, const std::map<std::uint16_t, std::uint32_t>& model)
+      : cursor(map.begin()) {
+    for (const auto& [key, value] : model)
+      due.insert(key);
   }
   Map::Cursor cursor;
   std::set<std::uint16_t> due, seen;
@@ -39,7 +42,8 @@ TEST(KeyedMapTest, randomHistoriesAgreeWithAnOrderedMapAndNoCursorMissesAKey) {
     std::vector<Scan> scans;
     const auto erase = [&](std::uint16_t key) {
       EXPECT_EQ(map.erase(key), model.erase(key) != 0);
-      for (Scan& scan : scans) scan.due.erase(key);
+      for (Scan& scan : scans)
+        scan.due.erase(key);
     };
     for (int step = 0; step < 3000; ++step) {
       const auto key = static_cast<std::uint16_t>(below(keys));
@@ -49,13 +53,16 @@ TEST(KeyedMapTest, randomHistoriesAgreeWithAnOrderedMapAndNoCursorMissesAKey) {
         case 2:
           if (model.emplace(key, step).second) map.insert(key, static_cast<std::uint32_t>(step));
           break;
-        case 3: erase(key); break;
+        case 3:
+          erase(key);
+          break;
         case 4:  // what a cursor stands on
           if (!scans.empty() && !scans.back().cursor.atEnd()) erase(scans.back().cursor.key());
           break;
         case 5:
           if (step % 50 == 0)
-            for (auto c = map.begin(); !c.atEnd(); c.advance()) erase(c.key());
+            for (auto c = map.begin(); !c.atEnd(); c.advance())
+              erase(c.key());
           break;
         case 6:
           if (scans.size() < 4) scans.emplace_back(map, model);
@@ -84,7 +91,8 @@ TEST(KeyedMapTest, randomHistoriesAgreeWithAnOrderedMapAndNoCursorMissesAKey) {
       }
     }
     std::map<std::uint16_t, std::uint32_t> content;
-    for (auto c = map.begin(); !c.atEnd(); c.advance()) content[c.key()] = c.value();
+    for (auto c = map.begin(); !c.atEnd(); c.advance())
+      content[c.key()] = c.value();
     EXPECT_EQ(content, model);
   }
 }
@@ -94,23 +102,28 @@ TEST(KeyedMapTest, aBookmarkThatVanishedResumesAtTheFirstKeyNotSeen) {
   for (const std::uint32_t count : {1U, 5U, 300U}) {
     Map map;
     std::set<std::uint16_t> rest;
-    for (std::uint16_t k = 0; k < count; ++k) map.insert(k, k), rest.insert(k);
+    for (std::uint16_t k = 0; k < count; ++k)
+      map.insert(k, k), rest.insert(k);
     std::vector<std::uint16_t> seen;
     for (auto c = map.begin(); !c.atEnd();) {
-      for (int n = 0; n < 7 && !c.atEnd(); ++n, c.advance()) seen.push_back(c.key());
+      for (int n = 0; n < 7 && !c.atEnd(); ++n, c.advance())
+        seen.push_back(c.key());
       if (c.atEnd()) break;
       const std::uint16_t bookmark = c.key();
       map.erase(bookmark);
       rest.erase(bookmark);
       map.erase(seen.back());
-      for (int n = 0; n < 20; ++n) map.insert(static_cast<std::uint16_t>(10000 + random() % 50000 / 50 * 50 + seen.size() % 50), 0);
+      for (int n = 0; n < 20; ++n)
+        map.insert(
+            static_cast<std::uint16_t>(10000 + random() % 50000 / 50 * 50 + seen.size() % 50), 0);
       for (auto g = map.begin(); !g.atEnd(); g.advance())
         if (g.key() >= 10000) map.erase(g.key());  // grown and emptied again
       c = map.from(bookmark);
     }
     EXPECT_EQ(std::set<std::uint16_t>(seen.begin(), seen.end()), rest);
     EXPECT_EQ(seen.size(), rest.size()) << "no key twice";
-    for (std::size_t i = 1; i < seen.size(); ++i) EXPECT_TRUE(Map::before(seen[i - 1], seen[i]));
+    for (std::size_t i = 1; i < seen.size(); ++i)
+      EXPECT_TRUE(Map::before(seen[i - 1], seen[i]));
   }
   const Map empty;
   EXPECT_TRUE(empty.from(1).atEnd());
@@ -129,7 +142,8 @@ struct Revenant : Ombra::Node {
   Revenant(RevenantMap* m, std::uint16_t k) : map(m), key(k) {}
   ~Revenant() override {
     EXPECT_FALSE(map->has(key));
-    for (std::uint16_t other = 0; other < 64; ++other) map->erase(other);
+    for (std::uint16_t other = 0; other < 64; ++other)
+      map->erase(other);
     EXPECT_TRUE(map->empty());
     EXPECT_TRUE(map->begin().atEnd());
   }
@@ -140,7 +154,8 @@ struct Revenant : Ombra::Node {
 TEST(KeyedMapTest, aValueThatGoesMayComeBackToTheMap) {
   for (const bool byErase : {true, false}) {
     auto map = std::make_optional<Revenant::RevenantMap>();
-    for (std::uint16_t k = 0; k < 64; ++k) map->insert(k, Ombra::make<Revenant>(&*map, k));
+    for (std::uint16_t k = 0; k < 64; ++k)
+      map->insert(k, Ombra::make<Revenant>(&*map, k));
     if (byErase) {
       EXPECT_TRUE(map->erase(20));
     }
@@ -154,7 +169,8 @@ class Holder : public Vesk::Entity {
 
 TEST(KeyedMapTest, anIterationHoldsTheOwnerOfItsMap) {
   auto holder = Ombra::make<Holder>();
-  for (std::uint16_t k = 0; k < 10; ++k) holder->entryIs(k, k);
+  for (std::uint16_t k = 0; k < 10; ++k)
+    holder->entryIs(k, k);
   int seen = 0;
   for (const auto& [key, value] : holder->entryIterator()) {
     holder.reset();

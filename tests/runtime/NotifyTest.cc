@@ -1,4 +1,5 @@
-// Who hears of a change, when, and in which order, while handlers delete, add and silence each other.
+// Who hears of a change, when, and in which order, while handlers delete, add and silence each
+// other.
 
 #include <algorithm>
 #include <functional>
@@ -59,7 +60,9 @@ class Probe : public Vesk::Machine {
  private:
   void handleValue() { in.stage->heard(in.name); }
   void handleOther() { in.stage->heard(in.name + ".other"); }
-  void handleEntry(std::uint16_t key) { in.stage->heard(in.name + "[" + std::to_string(key) + "]"); }
+  void handleEntry(std::uint16_t key) {
+    in.stage->heard(in.name + "[" + std::to_string(key) + "]");
+  }
   void handleCleanup() override { in.stage->heard(in.name + " cleanup"); }
 };
 
@@ -89,7 +92,8 @@ class NotifyTest : public testing::Test {
   Probe::Inputs inputs(const std::string& name) { return {&stage, name, row}; }
   Ombra::Ptr<Probe> probe(const std::string& name) { return Ombra::make<Probe>(inputs(name)); }
   void makeProbes(std::initializer_list<const char*> names) {
-    for (const char* name : names) probes[name] = probe(name);
+    for (const char* name : names)
+      probes[name] = probe(name);
   }
   Names change() {
     row->valueIs(row->value() + 1);
@@ -120,16 +124,19 @@ TEST_F(NotifyTest, equalWritesPublishNothingAndEveryChangeOnce) {
   int events = 0;
   struct Counter : Vesk::Listener {
     explicit Counter(int* count)
-        : Listener([](Listener& self, Ombra::FieldId, const void*) { ++*static_cast<Counter&>(self).count_; }),
+        : Listener([](Listener& self, Ombra::FieldId, const void*) {
+            ++*static_cast<Counter&>(self).count_;
+          }),
           count_(count) {}
     int* count_;
   } counter(&events);
   counter.attach(row.get());
   const auto twin = Ombra::make<Row>();
   const std::vector<std::function<void()>> writes = {
-      [&] { row->valueIs(4); },    [&] { row->refIs(twin); }, [&] { row->entryIs(1, 2); }, [&] { row->memberIs(3); },
-      [&] { row->entryIs(1, 0); }, [&] { row->entryDel(1); }, [&] { row->memberDel(3); },  [&] { row->refIs(nullptr); },
-      [&] { row->valueIs(0); },    [&] { row->entryIs(9, 0); }};
+      [&] { row->valueIs(4); },   [&] { row->refIs(twin); },    [&] { row->entryIs(1, 2); },
+      [&] { row->memberIs(3); },  [&] { row->entryIs(1, 0); },  [&] { row->entryDel(1); },
+      [&] { row->memberDel(3); }, [&] { row->refIs(nullptr); }, [&] { row->valueIs(0); },
+      [&] { row->entryIs(9, 0); }};
   for (std::size_t i = 0; i < writes.size(); ++i) {
     writes[i]();
     EXPECT_EQ(events, static_cast<int>(i + 1)) << i;
@@ -145,7 +152,9 @@ TEST_F(NotifyTest, orderIsThatOfSubscriptionUnlessShuffledAndObserversAreFirst) 
     makeProbes({"a", "b", "c", "d", "e", "f", "g"});
     struct Observer : Vesk::Listener {
       explicit Observer(Stage* s)
-          : Listener([](Listener& self, Ombra::FieldId, const void*) { static_cast<Observer&>(self).stage->log.emplace_back("observer"); }),
+          : Listener([](Listener& self, Ombra::FieldId, const void*) {
+              static_cast<Observer&>(self).stage->log.emplace_back("observer");
+            }),
             stage(s) {}
       Stage* stage;
     } observer(&stage);
@@ -181,16 +190,31 @@ TEST_F(NotifyTest, whoLeavesIsNotCalledAndWhoComesDoesNotSeeTheEventInFlight) {
       {"next", [&] { silence("c"); }, {"d"}, {"a", "b", "d"}},
       {"last", [&] { silence("d"); }, {"c"}, {"a", "b", "c"}},
       {"all later", [&] { silence("c"), silence("d"); }, {}, {"a", "b"}},
-      {"all", [&] { for (const char* n : {"a", "b", "c", "d"}) silence(n); }, {}, {}},
+      {"all",
+       [&] {
+         for (const char* n : {"a", "b", "c", "d"})
+           silence(n);
+       },
+       {},
+       {}},
       {"renewed earlier", [&] { renew("a"); }, {"c", "d"}, {"b", "c", "d", "a"}},
       {"renewed self", [&] { renew("b"); }, {"c", "d"}, {"a", "c", "d", "b"}},
       {"renewed next", [&] { renew("c"); }, {"d"}, {"a", "b", "d", "c"}},
       {"new one", [&] { probes["e"] = probe("e"); }, {"c", "d"}, {"a", "b", "c", "d", "e"}},
-      {"deep inside", [&] { stage.act["c.other"] = [&] { silence("d"); }; row->otherIs(row->other() + 1); },
-       {"a.other", "b.other", "c.other", "c.other done", "c"}, {"a", "b", "c"}},
+      {"deep inside",
+       [&] {
+         stage.act["c.other"] = [&] { silence("d"); };
+         row->otherIs(row->other() + 1);
+       },
+       {"a.other", "b.other", "c.other", "c.other done", "c"},
+       {"a", "b", "c"}},
       {"new one, nested event",
-       [&] { probes["e"] = probe("e"); row->valueIs(row->value() + 1); },
-       {"a", "b", "c", "d", "e", "c", "d"}, {"a", "b", "c", "d", "e"}},
+       [&] {
+         probes["e"] = probe("e");
+         row->valueIs(row->value() + 1);
+       },
+       {"a", "b", "c", "d", "e", "c", "d"},
+       {"a", "b", "c", "d", "e"}},
       {"zombie", [&] { probes["c"]->veskDoZombieReactors(true); }, {"d"}, {"a", "b", "d"}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -213,7 +237,8 @@ TEST_F(NotifyTest, whoLeavesIsNotCalledAndWhoComesDoesNotSeeTheEventInFlight) {
 
 TEST_F(NotifyTest, aHandlerDeletesItsMachineItsSiblingTheEntityAndTheEntryItStandsOn) {
   auto owner = Ombra::make<Owner>(Owner::Inputs{&stage, &scheduler});
-  for (std::uint16_t i : {1, 2, 3}) owner->probeIs(i, inputs("p" + std::to_string(i)));
+  for (std::uint16_t i : {1, 2, 3})
+    owner->probeIs(i, inputs("p" + std::to_string(i)));
   stage.act["p1"] = [&] {
     owner->probeDel(1);  // itself: whole until the handler has ended
     owner->probeDel(3);  // a sibling: gone at once
@@ -225,7 +250,8 @@ TEST_F(NotifyTest, aHandlerDeletesItsMachineItsSiblingTheEntityAndTheEntryItStan
   EXPECT_EQ(stage.take(), (Names{"p2 cleanup", "~p2"}));
 
   row = Ombra::make<Row>();
-  for (std::uint16_t i = 0; i < 20; ++i) row->entryIs(i, i);
+  for (std::uint16_t i = 0; i < 20; ++i)
+    row->entryIs(i, i);
   probes["q"] = probe("q");
   stage.act["q[7]"] = [&] {
     row->entryDel(7);
@@ -256,14 +282,16 @@ TEST_F(NotifyTest, silenceIsRecursiveImmediateAndCoversTasks) {
   scheduler.fireExpired(clock.now() + 10);
   EXPECT_FALSE(scheduler.runOne());
   owner->hasNotificationActiveIs(false);
-  for (int i = 0; i < 2; ++i) owner->hasNotificationActiveIs(true);
+  for (int i = 0; i < 2; ++i)
+    owner->hasNotificationActiveIs(true);
   EXPECT_EQ(change(), (Names{"late", "single", "nested"}));
   // A task may drop itself, and the owner along with it, in its own body.
   stage.act["task"] = [&] { owner->task_.reset(); };
   owner->task_->scheduleTask();
   scheduler.runUntilIdle();
   owner.reset();
-  EXPECT_EQ(stage.take(), (Names{"task", "task done", "nested cleanup", "~nested", "single cleanup", "~single"}));
+  EXPECT_EQ(stage.take(),
+            (Names{"task", "task done", "nested cleanup", "~nested", "single cleanup", "~single"}));
   owner = Ombra::make<Owner>(Owner::Inputs{&stage, &scheduler});
   stage.act["task"] = [&] { owner.reset(); };
   owner->task_->scheduleTask();

@@ -59,7 +59,8 @@ class PathTest : public testing::Test {
  protected:
   static Ombra::Ptr<End> endWith(std::initializer_list<std::uint16_t> keys) {
     auto end = Ombra::make<End>();
-    for (const std::uint16_t key : keys) end->entryIs(key, 1);
+    for (const std::uint16_t key : keys)
+      end->entryIs(key, 1);
     return end;
   }
   static Ombra::Ptr<Middle> middleWith(const Ombra::Ptr<End>& end) {

@@ -1,4 +1,5 @@
-// Shared tables: rows in files by depth, what a reload finds, damaged rows, full tables and files that do not fit.
+// Shared tables: rows in files by depth, what a reload finds, damaged rows, full tables and files
+// that do not fit.
 
 #include <filesystem>
 #include <fstream>
@@ -45,10 +46,13 @@ class Table : public Vesk::Entity {
 class SharedEntityTest : public testing::Test {
  protected:
   SharedEntityTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "SharedEntityTest.XXXXXX").string();
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "SharedEntityTest.XXXXXX").string();
     directory = mkdtemp(pattern.data());
     EntityManager::directoryIs(directory);
-    VeskSharedMem::corruptionSinkIs([this](const std::string& path, const std::string& text) { reports.push_back(path + ": " + text); });
+    VeskSharedMem::corruptionSinkIs([this](const std::string& path, const std::string& text) {
+      reports.push_back(path + ": " + text);
+    });
     remount();
   }
   ~SharedEntityTest() override {
@@ -61,11 +65,14 @@ class SharedEntityTest : public testing::Test {
   /// As the next process would find it.
   void remount() {
     EntityManager::forgetProcess();
-    table = boost::dynamic_pointer_cast<Table>(manager()->doMount("a/table", "sharedtest::Table", MountInfo(VeskBriskelType::writer)));
+    table = boost::dynamic_pointer_cast<Table>(
+        manager()->doMount("a/table", "sharedtest::Table", MountInfo(VeskBriskelType::writer)));
   }
   static EntityManager* manager() { return EntityManager::getEntityManager(); }
   static std::string bytes(std::uint16_t key) { return Vesk::bytesOf(key); }
-  void mark(std::uint16_t key, bool corrupt) { manager()->corruptIs(*table, *Table::veskType().field("entry"), bytes(key), corrupt); }
+  void mark(std::uint16_t key, bool corrupt) {
+    manager()->corruptIs(*table, *Table::veskType().field("entry"), bytes(key), corrupt);
+  }
   std::vector<std::string> takeReports() { return std::exchange(reports, {}); }
   /// Everything in the entity, as text.
   static std::string dump(const Vesk::Entity& entity) {
@@ -76,7 +83,8 @@ class SharedEntityTest : public testing::Test {
       if (field->isCollection()) {
         for (const std::string& key : field->keys(entity)) {
           text += field->keyType->text(key) + ":";
-          if (field->kind == Vesk::FieldKind::valueMap) text += field->valueType->text(field->get(entity, key));
+          if (field->kind == Vesk::FieldKind::valueMap)
+            text += field->valueType->text(field->get(entity, key));
           if (field->owns()) text += "{" + dump(*field->child(entity, key)) + "}";
           text += ",";
         }
@@ -89,7 +97,9 @@ class SharedEntityTest : public testing::Test {
   std::map<std::string, std::uint32_t> rows() const {
     std::map<std::string, std::uint32_t> sizes;
     for (const auto& file : std::filesystem::recursive_directory_iterator(directory))
-      if (file.is_regular_file()) sizes[file.path().filename().string()] = VeskSharedMem::TableReader::openAny(file.path())->size();
+      if (file.is_regular_file())
+        sizes[file.path().filename().string()] =
+            VeskSharedMem::TableReader::openAny(file.path())->size();
     return sizes;
   }
   std::string mountError(const std::string& path, std::string_view type) {
@@ -108,7 +118,8 @@ class SharedEntityTest : public testing::Test {
 TEST_F(SharedEntityTest, rowsLieInFilesByDepthAndAReloadFindsThemEqual) {
   EXPECT_TRUE(rows().empty()) << "files come with the first row";
   table->versionIs(7);
-  for (std::uint16_t k = 1; k <= 5; ++k) table->entryIs(k, VlanId(100 + k));
+  for (std::uint16_t k = 1; k <= 5; ++k)
+    table->entryIs(k, VlanId(100 + k));
   table->entryDel(5);
   for (std::uint32_t v : {10U, 20U}) {
     const auto vlan = table->vlanIs(VlanId(v));
@@ -128,10 +139,15 @@ TEST_F(SharedEntityTest, rowsLieInFilesByDepthAndAReloadFindsThemEqual) {
   adopted->valueIs(99);
   adopted->routeIs(4);
   table->vlan(VlanId(20))->groupAdopt(3, adopted);
-  const std::map<std::string, std::uint32_t> expected{
-      {"table.values.table", 1},     {"table.entry.table", 4},  {"table.vlan.table", 2},       {"table.vlan.group.table", 6},
-      {"table.vlan.group.route.table", 11}, {"table.first.table", 1}, {"table.first.route.table", 1}, {"table.second.table", 1},
-      {"table.second.route.table", 1}};
+  const std::map<std::string, std::uint32_t> expected{{"table.values.table", 1},
+                                                      {"table.entry.table", 4},
+                                                      {"table.vlan.table", 2},
+                                                      {"table.vlan.group.table", 6},
+                                                      {"table.vlan.group.route.table", 11},
+                                                      {"table.first.table", 1},
+                                                      {"table.first.route.table", 1},
+                                                      {"table.second.table", 1},
+                                                      {"table.second.route.table", 1}};
   EXPECT_EQ(rows(), expected);
   const std::string before = dump(*table);
   remount();
@@ -156,18 +172,21 @@ TEST_F(SharedEntityTest, rowsLieInFilesByDepthAndAReloadFindsThemEqual) {
 }
 
 TEST_F(SharedEntityTest, damagedRowsAreReportedReadAsDefaultAndMendedByWriteOrDelete) {
-  for (std::uint16_t k = 1; k <= 4; ++k) table->entryIs(k, VlanId(100 + k));
+  for (std::uint16_t k = 1; k <= 4; ++k)
+    table->entryIs(k, VlanId(100 + k));
   mark(9, true);
   EXPECT_FALSE(table->entryHas(9));
   EXPECT_TRUE(takeReports().empty()) << "a row that is not there is not damaged";
-  for (std::uint16_t k = 1; k <= 4; ++k) mark(k, true);
+  for (std::uint16_t k = 1; k <= 4; ++k)
+    mark(k, true);
   remount();
   const std::string report = "a/table: sharedtest::Table: row 1 is corrupt";
   EXPECT_EQ(table->entry(1), VlanId());
   EXPECT_EQ(takeReports(), std::vector<std::string>{report});
   EXPECT_FALSE(table->entryHas(1));
   EXPECT_EQ(takeReports(), std::vector<std::string>{report});
-  for (const auto& row : table->entryIterator()) ADD_FAILURE() << row.key;
+  for (const auto& row : table->entryIterator())
+    ADD_FAILURE() << row.key;
   EXPECT_EQ(takeReports().size(), 1U) << "an iteration ends at the first";
   table->entryIs(1, VlanId(101));  // what it held before
   table->entryIs(2, VlanId(202));
@@ -186,7 +205,8 @@ TEST_F(SharedEntityTest, damagedRowsAreReportedReadAsDefaultAndMendedByWriteOrDe
   table.reset();
   EntityManager::forgetProcess();
   {
-    std::fstream file(directory + "/a/table.entry.table", std::ios::in | std::ios::out | std::ios::binary);
+    std::fstream file(directory + "/a/table.entry.table",
+                      std::ios::in | std::ios::out | std::ios::binary);
     std::string content((std::istreambuf_iterator<char>(file)), {});
     const auto at = content.find("\x5a\x5a\xcd\x0b");
     ASSERT_NE(at, std::string::npos);
@@ -199,10 +219,13 @@ TEST_F(SharedEntityTest, damagedRowsAreReportedReadAsDefaultAndMendedByWriteOrDe
 }
 
 TEST_F(SharedEntityTest, aFullTableEndsTheProcessWithItsNameAndCapacity) {
-  for (std::uint16_t k = 0; k < 8; ++k) table->entryIs(k, VlanId(1));
+  for (std::uint16_t k = 0; k < 8; ++k)
+    table->entryIs(k, VlanId(1));
   table->entryIs(7, VlanId(2));  // a row that is there needs no room
   EXPECT_DEATH(table->entryIs(8, VlanId(1)), "^table a/table.entry is full: capacity 8\n");
-  const auto small = manager()->doMount("small", "sharedtest::Table", MountInfo(VeskBriskelType::writer).collectionInfoIs({"entry", 2}));
+  const auto small =
+      manager()->doMount("small", "sharedtest::Table",
+                         MountInfo(VeskBriskelType::writer).collectionInfoIs({"entry", 2}));
   auto& entries = static_cast<Table&>(*small);
   entries.entryIs(1, VlanId(1));
   entries.entryIs(2, VlanId(1));
@@ -227,12 +250,14 @@ TEST_F(SharedEntityTest, oneEntityPerPathOverUnmountAndCleanupOnlyWhereMounted) 
   EXPECT_TRUE(manager()->getEntity("b"));
   manager()->cleanup("a/table");
   EXPECT_EQ(table->entryCount() + table->vlanCount(), 0U);
-  for (const auto& [file, size] : rows()) EXPECT_EQ(size, 0U) << file;
+  for (const auto& [file, size] : rows())
+    EXPECT_EQ(size, 0U) << file;
 }
 
 TEST_F(SharedEntityTest, aFileThatDoesNotFitIsRefusedAndNothingIsLeftMounted) {
   table->entryIs(1, VlanId(1));
-  EXPECT_EQ(mountError("a/table", "sharedtest::Group"), "a/table: is a sharedtest::Table, not a sharedtest::Group");
+  EXPECT_EQ(mountError("a/table", "sharedtest::Group"),
+            "a/table: is a sharedtest::Table, not a sharedtest::Group");
   EXPECT_EQ(mountError("x", "No::Such"), "x: unknown table type 'No::Such'");
   table.reset();
   EntityManager::forgetProcess();
@@ -241,7 +266,8 @@ TEST_F(SharedEntityTest, aFileThatDoesNotFitIsRefusedAndNothingIsLeftMounted) {
   std::filesystem::copy_file(file, copy);
   // Another capacity, then a file cut short.
   try {
-    manager()->doMount("a/table", "sharedtest::Table", MountInfo(VeskBriskelType::writer).collectionInfoIs({"entry", 9}));
+    manager()->doMount("a/table", "sharedtest::Table",
+                       MountInfo(VeskBriskelType::writer).collectionInfoIs({"entry", 9}));
     ADD_FAILURE() << "no error";
   } catch (const VeskSharedMem::TableError& error) {
     EXPECT_NE(std::string(error.what()).find(file), std::string::npos) << error.what();

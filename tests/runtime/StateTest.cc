@@ -58,7 +58,8 @@ class StateTest : public testing::Test {
       (void)Halden::loadProfile("P");
     } catch (const Orlane::ConfigError& error) {
       const std::string what = error.what();
-      return what.starts_with(directory + "/P.yaml:") ? what.substr(directory.size() + 8) : "other file: " + what;
+      return what.starts_with(directory + "/P.yaml:") ? what.substr(directory.size() + 8)
+                                                      : "other file: " + what;
     }
     return "none";
   }
@@ -71,9 +72,11 @@ TEST_F(StateTest, aBadProfileIsRefusedWithFileLineKeyAndValue) {
   const std::string good = "  - {path: test/a, type: \"statetest::Status\"}\n";
   const std::pair<std::string, std::string> cases[] = {
       {head + good, "none"},
-      {head + good + "  - {path: test/b, type: \"No::Such\"}\n", "4: path 'test/b': unknown type 'No::Such'"},
+      {head + good + "  - {path: test/b, type: \"No::Such\"}\n",
+       "4: path 'test/b': unknown type 'No::Such'"},
       {head + good + good, "4: path 'test/a' is mounted twice"},
-      {head + "  - {path: test/a, type: \"statetest::Plain\", access: maybe}\n", "3: path 'test/a': access 'maybe' is neither read nor write"},
+      {head + "  - {path: test/a, type: \"statetest::Plain\", access: maybe}\n",
+       "3: path 'test/a': access 'maybe' is neither read nor write"},
       {head + "  - {path: test/a, kind: x}\n", "3: unknown key 'kind' of a mount"},
       {head + "  - {path: [a], type: x}\n", "3: 'path' must be a text"},
       {head + "  - {type: \"statetest::Plain\"}\n", "3: a mount has no path"},
@@ -83,14 +86,17 @@ TEST_F(StateTest, aBadProfileIsRefusedWithFileLineKeyAndValue) {
       {"[a]: P\n", "1: a text is expected here"},
       {"profile: Q\n", " profile is named 'Q', not 'P'"},
       {"- P\n", " not a mount profile"}};
-  for (const auto& [text, error] : cases) EXPECT_EQ(errorOf(text), error) << text;
+  for (const auto& [text, error] : cases)
+    EXPECT_EQ(errorOf(text), error) << text;
   EXPECT_NE(errorOf("profile: P\n  - : [\n"), "none");
   EXPECT_THROW((void)Halden::loadProfile("Absent"), Orlane::ConfigError);
 }
 
 TEST_F(StateTest, mountsMakeWhatIsMissingAndShowNothingElse) {
   database.create("test/ipv6/other", "statetest::Plain");
-  profileIs("profile: P\nmounts:\n  - {path: test/ipv6/status, type: \"statetest::Status\", access: write}\n");
+  profileIs(
+      "profile: P\nmounts:\n  - {path: test/ipv6/status, type: \"statetest::Status\", access: "
+      "write}\n");
   const auto manager = Ombra::make<Halden::EntityManager>();
   MountCount mounter;
   const auto mount = [&] {
@@ -110,17 +116,23 @@ TEST_F(StateTest, mountsMakeWhatIsMissingAndShowNothingElse) {
   // Something of another type stands at the path already.
   profileIs("profile: P\nmounts:\n  - {path: test/ipv6/other, type: \"statetest::Status\"}\n");
   EXPECT_EQ(mount(), Halden::MountStatus::failed);
-  EXPECT_EQ(database.create("test/ipv6/status/below", "statetest::Plain"), nullptr) << "not a directory";
+  EXPECT_EQ(database.create("test/ipv6/status/below", "statetest::Plain"), nullptr)
+      << "not a directory";
   EXPECT_EQ(database.create("test/new/x", "No::Such"), nullptr);
   EXPECT_EQ(database.find("test/new"), nullptr) << "nothing half made";
 }
 
 TEST_F(StateTest, contentsOutliveAnAgentAndItsSubscriptionsDoNot) {
-  const auto status = boost::dynamic_pointer_cast<Status>(database.create("test/status", "statetest::Status"));
+  const auto status =
+      boost::dynamic_pointer_cast<Status>(database.create("test/status", "statetest::Status"));
   const auto dead = Ombra::make<WatchSm>(status);
   int observed = 0;
   struct Observer : Vesk::Listener {
-    explicit Observer(int* n) : Listener([](Listener& self, Ombra::FieldId, const void*) { ++*static_cast<Observer&>(self).count; }), count(n) {}
+    explicit Observer(int* n)
+        : Listener([](Listener& self, Ombra::FieldId, const void*) {
+            ++*static_cast<Observer&>(self).count;
+          }),
+          count(n) {}
     int* count;
   } observer(&observed);
   observer.attach(status.get());

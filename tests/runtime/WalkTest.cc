@@ -29,7 +29,8 @@ struct Script {
 
 class CountSm : public Sylva::WalkSmBase {
   VESK_LOCAL_RECORD(walktest::CountSm)
-  CountSm(Sylva::TaskScheduler* scheduler, Script* script) : WalkSmBase(scheduler, 3, "count"), script_(script) {}
+  CountSm(Sylva::TaskScheduler* scheduler, Script* script)
+      : WalkSmBase(scheduler, 3, "count"), script_(script) {}
   ~CountSm() override { script_->log.emplace_back("~"); }
 
  private:
@@ -94,11 +95,13 @@ TEST_F(WalkTest, aRequestInTheMiddleStartsAfreshNowOrAfterwards) {
   };
   const auto again = script.on;
   sm->scheduleWalk();
-  EXPECT_EQ(run(), (Names{"scheduled", "started", "0", "1", "2", "finished", "started", "0", "1", "2", "finished"}));
+  EXPECT_EQ(run(), (Names{"scheduled", "started", "0", "1", "2", "finished", "started", "0", "1",
+                          "2", "finished"}));
   script.restarts = true;
   script.on = again;
   sm->scheduleWalk();
-  EXPECT_EQ(run(), (Names{"scheduled", "started", "0", "1", "aborted", "started", "0", "1", "2", "finished"}));
+  EXPECT_EQ(run(), (Names{"scheduled", "started", "0", "1", "aborted", "started", "0", "1", "2",
+                          "finished"}));
   // In the last slice, and from the finish.
   for (const char* when : {"2", "finished"}) {
     script.on = [&, when](const std::string& what) {
@@ -113,7 +116,9 @@ TEST_F(WalkTest, aRequestInTheMiddleStartsAfreshNowOrAfterwards) {
 
 TEST_F(WalkTest, delaysCountFromTheRequestAndTheSoonerRequestWins) {
   const Names all{"started", "0", "1", "2", "finished"};
-  const auto walks = [&](const Names& log) { return std::search(log.begin(), log.end(), all.begin(), all.end()) != log.end(); };
+  const auto walks = [&](const Names& log) {
+    return std::search(log.begin(), log.end(), all.begin(), all.end()) != log.end();
+  };
   script.delay = 2;
   sm->scheduleWalk();
   EXPECT_FALSE(walks(passTo(1)));
