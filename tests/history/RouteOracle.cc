@@ -93,8 +93,9 @@ bool hasPool(const Routing::Multicast::IpTunnelGroupIntfConfig& config, const L3
 bool routesRun(const Domain& domain) {
   const auto config = groupConfig(domain.domain)->intfConfig(Pavlin::vxlan1IntfId());
   if (domain.af != Pavlin::ipv4() || !config || !vxlan1()) return false;
-  const auto vrfs = config->vrfToMulticastGroupIterator();
-  return std::any_of(vrfs.begin(), vrfs.end(), [&](const auto& row) { return hasPool(*config, row.key); });
+  for (const auto& [vrf, row] : config->vrfToMulticastGroupIterator())
+    if (hasPool(*config, vrf)) return true;
+  return false;
 }
 
 IngressRoutes wantedIngress(const Domain& domain) {
