@@ -154,7 +154,7 @@ double TaskScheduler::nextExpiry() const {
 
 std::size_t TaskScheduler::fireExpired(double now) {
   std::size_t fired = 0;
-  for (; nextExpiry() <= now; ++fired) {
+  for (; !timers_.empty() && nextExpiry() <= now; ++fired) {
     TimerTask& timer = **timers_.begin();
     timers_.erase(timers_.begin());
     enqueue(timer);
