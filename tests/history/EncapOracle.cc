@@ -67,6 +67,14 @@ std::optional<L3::VrfName> routedVrf(AddressFamily af, VlanId vlan) {
 
 const IpTunnelConfigEntry* entryOf(const auto& row) { return row ? row->tunnelConfigEntry().get() : nullptr; }
 
+/// The lowest 32 bits of the address: what a pool of ipv4 groups sees of it.
+std::uint32_t lowBits(const IpGenAddr& group) {
+  if (group.af() == Pavlin::ipv4()) return group.v4Addr().value();
+  std::uint32_t bits = 0;
+  for (const auto byte : group.v6Addr().bytes()) bits = bits << 8 | static_cast<std::uint8_t>(byte);
+  return bits;
+}
+
 struct VlanRow {
   bool isSbd = false;
   const IpTunnelConfigEntry* own = nullptr;
@@ -96,8 +104,7 @@ struct VlanRow {
     if (!group.isUnspecified() && vrf != nullptr && !vrf->underlayGroupRange().isEmpty()) {
       const auto pool = vrf->underlayGroupRange();
       const std::uint32_t host = pool.length() == 32 ? 0 : ~0U >> pool.length();
-      if (pool.ipGenAddr().af() == Pavlin::ipv4() && group.af() == Pavlin::ipv4())
-        return UnderlayAddr(IpGenAddr(Pavlin::IpAddr(pool.ipGenAddr().v4Addr().value() | (group.v4Addr().value() & host))));
+      return UnderlayAddr(IpGenAddr(Pavlin::IpAddr(pool.ipGenAddr().v4Addr().value() | (lowBits(group) & host))));
     }
     return defaultGroup();
   }

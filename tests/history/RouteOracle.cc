@@ -92,7 +92,7 @@ bool hasPool(const Routing::Multicast::IpTunnelGroupIntfConfig& config, const L3
 
 bool routesRun(const Domain& domain) {
   const auto config = groupConfig(domain.domain)->intfConfig(Pavlin::vxlan1IntfId());
-  if (domain.af != Pavlin::ipv4() || !config || !vxlan1()) return false;
+  if (domain.af != Pavlin::ipv4() || !config || !config->mcastOverlayV4() || !vxlan1()) return false;
   for (const auto& [vrf, row] : config->vrfToMulticastGroupIterator())
     if (hasPool(*config, vrf)) return true;
   return false;

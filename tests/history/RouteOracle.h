@@ -25,7 +25,7 @@ struct IngressRoutes {
   auto operator<=>(const IngressRoutes&) const = default;
 };
 
-/// True if the domain, which runs, has route machines: some VRF of its configuration has a pool.
+/// True if the domain, which runs, has route machines: the overlay is on and some VRF has a pool.
 [[nodiscard]] bool routesRun(const Domain& domain);
 /// What the present inputs want at this moment.
 [[nodiscard]] IngressRoutes wantedIngress(const Domain& domain);
