@@ -8,7 +8,6 @@ set(test_environment
 set(test_timeout 120)
 if(CORVANE_SANITIZE)
   set(test_timeout 300)
-  list(APPEND test_environment CORVANE_HISTORIES=200 CORVANE_KILLS=50)  # the sanitizers are slow
 endif()
 
 if(test_sources)

@@ -1,6 +1,8 @@
 // The commands of the program, each with its options and what it returns as exit status.
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,5 +19,13 @@ namespace Host {
 /// Prints shared tables from the files of a running or ended agent, without touching them.
 [[nodiscard]] int showCommand(const std::vector<std::string>& addresses,
                               const std::string& directory, Audience audience);
+/// Prints the rows of shared tables and then each change as it happens, until an interrupt or for
+/// so many seconds.
+[[nodiscard]] int watchCommand(const std::vector<std::string>& addresses,
+                               const std::string& directory, std::optional<double> seconds,
+                               Audience audience);
+/// Prints a trace ring, of some levels or of all if none is given.
+[[nodiscard]] int traceCommand(const std::string& file, const std::vector<std::size_t>& levels,
+                               Audience audience);
 
 }  // namespace Host

@@ -1,4 +1,6 @@
+#include <cstddef>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,6 +10,7 @@
 #include "host/Commands.h"
 #include "host/InputError.h"
 #include "runtime/Assert.h"
+#include "runtime/Fleetlog.h"
 #include "runtime/Toggle.h"
 #include "runtime/shm/TableLayout.h"
 
@@ -23,6 +26,9 @@ struct Arguments {
   std::string recordName;
   std::vector<std::string> addresses;
   std::string directory = ".";
+  std::string ring;
+  std::vector<std::size_t> levels;
+  double seconds = 0;
   bool json = false;
 };
 
@@ -55,6 +61,20 @@ int run(int argc, char** argv) {
   show->add_option("--dir", arguments.directory, "Directory of the tables");
   show->add_option("ADDRESS", arguments.addresses, "Paths or attributes")->required();
 
+  auto* watch = app.add_subcommand("watch", "Follow shared tables of a running or ended agent");
+  watch->add_flag("--json", arguments.json, "One JSON document a line");
+  watch->add_option("--dir", arguments.directory, "Directory of the tables");
+  auto* seconds = watch->add_option("--seconds", arguments.seconds, "End after so many seconds")
+                      ->check(CLI::NonNegativeNumber);
+  watch->add_option("ADDRESS", arguments.addresses, "Paths or attributes")->required();
+
+  auto* trace = app.add_subcommand("trace", "Print the trace ring of a running or ended agent");
+  trace->add_flag("--json", arguments.json, "One JSON document a line");
+  trace->add_option("--level", arguments.levels, "Only this level; may be given several times")
+      ->check(CLI::Range(std::size_t{0}, Fleetlog::levelCount - 1))
+      ->expected(1);
+  trace->add_option("FILE", arguments.ring, "Trace ring")->required();
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -66,6 +86,11 @@ int run(int argc, char** argv) {
   if (seed->count() != 0) arguments.play.seed = arguments.seed;
   if (play->parsed()) return Host::playCommand(arguments.files, arguments.play);
   if (records->parsed()) return Host::recordsCommand(arguments.recordName, audience);
+  if (trace->parsed()) return Host::traceCommand(arguments.ring, arguments.levels, audience);
+  if (watch->parsed()) {
+    const auto duration = seconds->count() == 0 ? std::nullopt : std::optional(arguments.seconds);
+    return Host::watchCommand(arguments.addresses, arguments.directory, duration, audience);
+  }
   return Host::showCommand(arguments.addresses, arguments.directory, audience);
 }
 

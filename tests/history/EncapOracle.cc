@@ -70,8 +70,9 @@ const IpTunnelConfigEntry* entryOf(const auto& row) { return row ? row->tunnelCo
 /// The lowest 32 bits of the address: what a pool of ipv4 groups sees of it.
 std::uint32_t lowBits(const IpGenAddr& group) {
   if (group.af() == Pavlin::ipv4()) return group.v4Addr().value();
+  const Pavlin::Ip6Addr wide = group.v6Addr();
   std::uint32_t bits = 0;
-  for (const auto byte : group.v6Addr().bytes()) bits = bits << 8 | static_cast<std::uint8_t>(byte);
+  for (const auto byte : wide.bytes()) bits = bits << 8 | static_cast<std::uint8_t>(byte);
   return bits;
 }
 

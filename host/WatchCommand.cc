@@ -1,0 +1,91 @@
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+
+#include <fmt/format.h>
+
+#include "host/Commands.h"
+#include "host/InputError.h"
+#include "host/TableFollower.h"
+
+namespace Host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long a change may go unnoticed in a file other than the one that is waited for.
+constexpr std::chrono::milliseconds lookInterval{20};
+constexpr std::chrono::milliseconds fileInterval{100};
+
+volatile std::sig_atomic_t isInterrupted = 0;
+
+void endOnInterrupt() {
+  struct sigaction action {};
+  action.sa_handler = [](int) { isInterrupted = 1; };
+  sigaction(SIGINT, &action, nullptr);
+}
+
+void printText(const RowChange& change) {
+  switch (change.kind) {
+    case RowChange::Kind::value:
+      fmt::print("{} = {}\n", change.address, change.text);
+      return;
+    case RowChange::Kind::added:
+      fmt::print("{} added\n", change.address);
+      return;
+    case RowChange::Kind::removed:
+      fmt::print("{} removed\n", change.address);
+      return;
+  }
+}
+
+void printJson(const RowChange& change) {
+  Json document{{"address", change.address}};
+  switch (change.kind) {
+    case RowChange::Kind::value:
+      document["value"] = change.value;
+      break;
+    case RowChange::Kind::added:
+      document["added"] = true;
+      break;
+    case RowChange::Kind::removed:
+      document["removed"] = true;
+      break;
+  }
+  fmt::print("{}\n", document.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+}  // namespace
+
+int watchCommand(const std::vector<std::string>& addresses, const std::string& directory,
+                 std::optional<double> seconds, Audience audience) {
+  auto parsed = sharedAddresses(addresses);
+  if (!std::filesystem::is_directory(directory))
+    throw InputError(fmt::format("{}: no such directory", directory));
+  endOnInterrupt();
+  TableFollower follower(directory, std::move(parsed), [audience](const RowChange& change) {
+    audience == Audience::people ? printText(change) : printJson(change);
+    std::fflush(stdout);
+  });
+  const auto start = Clock::now();
+  const auto isOver = [&] {
+    return isInterrupted != 0 ||
+           (seconds && std::chrono::duration<double>(Clock::now() - start).count() >= *seconds);
+  };
+  auto filesDue = start;
+  while (!isOver()) {
+    if (Clock::now() >= filesDue) {
+      follower.findFiles();
+      filesDue = Clock::now() + fileInterval;
+    }
+    follower.tellChanges(false);
+    follower.wait(lookInterval);
+  }
+  follower.findFiles();
+  follower.tellChanges(true);
+  return 0;
+}
+
+}  // namespace Host
