@@ -6,8 +6,10 @@ namespace Multicast::Vpn {
 
 Ombra::Ptr<DomainContainer> AfContainer::domainContainer(Irb::Multicast::Domain domain) const {
   switch (domain) {
-    case Irb::Multicast::Domain::localDomain: return localDomainContainer();
-    case Irb::Multicast::Domain::remoteDomain: return remoteDomainContainer();
+    case Irb::Multicast::Domain::localDomain:
+      return localDomainContainer();
+    case Irb::Multicast::Domain::remoteDomain:
+      return remoteDomainContainer();
   }
   Ombra::fatal("assertion failed: Unsupported domain");
 }

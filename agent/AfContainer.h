@@ -1,6 +1,6 @@
 // What exists per address family: inputs, tables and the two domain containers.
-// Owns: the domain containers and the in-process tables of the family. Written by Agent, which mounts everything; the
-// machines of the family are in AfContainerSm.
+// Owns: the domain containers and the in-process tables of the family. Written by Agent, which
+// mounts everything; the machines of the family are in AfContainerSm.
 #pragma once
 
 #include "agent/DomainContainer.h"

@@ -11,7 +11,8 @@ Vesk::TraceHandle trace("AfContainerSm");
 
 }  // namespace
 
-AfContainerSm::AfContainerSm(Pavlin::AddressFamily family, Inputs inputs) : af(family), in(std::move(inputs)) {
+AfContainerSm::AfContainerSm(Pavlin::AddressFamily family, Inputs inputs)
+    : af(family), in(std::move(inputs)) {
   handleInit();
   handleGatewayStatus();
 }
@@ -44,10 +45,11 @@ void AfContainerSm::handleInit() {
 void AfContainerSm::makeLeakMachines() {
   Sylva::TaskScheduler* const scheduler = Sylva::TaskSchedulerRoot::findOrCreateScheduler();
   policyRootIs(Ombra::make<Routing::Policy::PolicyRoot>());
-  const Routing::RouteMap::PrefixListConfigSm::Inputs lists{.scheduler = scheduler,
-                                                            .af = af,
-                                                            .aclListConfig = agent().aclListConfig(),
-                                                            .policyRoot = policyRoot()};
+  const Routing::RouteMap::PrefixListConfigSm::Inputs lists{
+      .scheduler = scheduler,
+      .af = af,
+      .aclListConfig = agent().aclListConfig(),
+      .policyRoot = policyRoot()};
   if (af == Pavlin::ipv4()) {
     prefixListConfigSmIs(lists);
   } else {
@@ -55,8 +57,10 @@ void AfContainerSm::makeLeakMachines() {
   }
   const auto matcherStatus = Ombra::make<Routing::Multicast::VrfLeak::VrfLeakMatcherStatus>();
   const auto& leakConfig = in.container->vrfLeakConfig();
-  vrfLeakHelperSmIs(
-      {.af = af, .vrfLeakConfig = leakConfig, .policyRoot = policyRoot(), .matcherStatus = matcherStatus});
+  vrfLeakHelperSmIs({.af = af,
+                     .vrfLeakConfig = leakConfig,
+                     .policyRoot = policyRoot(),
+                     .matcherStatus = matcherStatus});
   in.container->mcastVrfLeakCtx()->vrfLeakMatcherStatusIs(matcherStatus);
   in.container->mcastVrfLeakCtx()->vrfLeakConfigIs(leakConfig);
 }
@@ -64,7 +68,8 @@ void AfContainerSm::makeLeakMachines() {
 void AfContainerSm::markNothingToDo() {
   // No stage may wait for a family that has no machines.
   if (!toggleEvpnMulticastSSOEnabled()) return;
-  for (const auto& domain : {in.container->localDomainContainer(), in.container->remoteDomainContainer()}) {
+  for (const auto& domain :
+       {in.container->localDomainContainer(), in.container->remoteDomainContainer()}) {
     if (!domain || !domain->encapReadyStatus()) continue;
     domain->encapReadyStatus()->vlanGroupStatusReadyIs(true);
     domain->encapReadyStatus()->forwardingStatusReadyIs(true);
@@ -74,7 +79,8 @@ void AfContainerSm::markNothingToDo() {
 void AfContainerSm::addIpTunnelConfigStateMachines() {
   if (auto t = trace.at(8)) t << "addIpTunnelConfigStateMachines";
   if (!localDomainCntrSm())
-    localDomainCntrSmIs({.domain = Irb::Multicast::Domain::localDomain, .afContainer = in.container});
+    localDomainCntrSmIs(
+        {.domain = Irb::Multicast::Domain::localDomain, .afContainer = in.container});
   if (toggleOismGatewayEnabled() && !remoteDomainCntrSm()) handleGatewayStatus();
   updateMultipleUnderlayGroupStateMachines();
 }
@@ -94,7 +100,8 @@ void AfContainerSm::handleGatewayStatus() {
   if (!gatewayPresent) {
     remoteDomainCntrSmDel();
   } else if (!remoteDomainCntrSm()) {
-    remoteDomainCntrSmIs({.domain = Irb::Multicast::Domain::remoteDomain, .afContainer = in.container});
+    remoteDomainCntrSmIs(
+        {.domain = Irb::Multicast::Domain::remoteDomain, .afContainer = in.container});
     updateMultipleUnderlayGroupStateMachines();  // else nobody declares its L3 table ready
   }
 }
@@ -126,12 +133,16 @@ void AfContainerSm::updateMultipleUnderlayGroupStateMachines() {
            domain->ipTunnelMappingStatus()->multipleUnderlayGroupsDelayedVrfCount() != 0;
   };
   if (localDomainCntrSm())
-    localDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(shouldEnable(in.container->localDomainContainer()));
+    localDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(
+        shouldEnable(in.container->localDomainContainer()));
   if (toggleOismGatewayEnabled() && remoteDomainCntrSm())
-    remoteDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(shouldEnable(in.container->remoteDomainContainer()));
+    remoteDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(
+        shouldEnable(in.container->remoteDomainContainer()));
 }
 
-void AfContainerSm::handleCleanup() { deleteIpTunnelConfigStateMachines(); }
+void AfContainerSm::handleCleanup() {
+  deleteIpTunnelConfigStateMachines();
+}
 
 }  // namespace Multicast::Vpn
 

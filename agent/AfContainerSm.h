@@ -1,7 +1,8 @@
 // The machines of one address family, and what switches them.
-// Owns: the domain machines and the family-wide machines. Reads: whether snooping is on for the family, whether this switch
-// has a gateway Ethernet segment, and which VRFs use several underlay groups.
-// Writes: the encap ready flags of a family without machines, the leak context. Runs on each change of what it reads.
+// Owns: the domain machines and the family-wide machines. Reads: whether snooping is on for the
+// family, whether this switch has a gateway Ethernet segment, and which VRFs use several underlay
+// groups. Writes: the encap ready flags of a family without machines, the leak context. Runs on
+// each change of what it reads.
 #pragma once
 
 #include "agent/AfContainer.h"
@@ -66,12 +67,14 @@ class AfContainerSm final : public Vesk::Machine {
   Vesk::PathWatch<AfContainer::localDomainContainerTag, DomainContainer::ipTunnelMappingStatusTag,
                   MappingStatus::multipleUnderlayGroupsDelayedVrfTag>
       localDelayed_ = watchPath<&AfContainerSm::updateMultipleUnderlayGroupStateMachines>(
-          in.container, AfContainer::localDomainContainerAttr, DomainContainer::ipTunnelMappingStatusAttr,
+          in.container, AfContainer::localDomainContainerAttr,
+          DomainContainer::ipTunnelMappingStatusAttr,
           MappingStatus::multipleUnderlayGroupsDelayedVrfAttr);
   Vesk::PathWatch<AfContainer::remoteDomainContainerTag, DomainContainer::ipTunnelMappingStatusTag,
                   MappingStatus::multipleUnderlayGroupsDelayedVrfTag>
       remoteDelayed_ = watchPath<&AfContainerSm::updateMultipleUnderlayGroupStateMachines>(
-          in.container, AfContainer::remoteDomainContainerAttr, DomainContainer::ipTunnelMappingStatusAttr,
+          in.container, AfContainer::remoteDomainContainerAttr,
+          DomainContainer::ipTunnelMappingStatusAttr,
           MappingStatus::multipleUnderlayGroupsDelayedVrfAttr);
 };
 

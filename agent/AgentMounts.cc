@@ -1,4 +1,5 @@
-// The agent's trace ring and its shared-memory mounts. The order of mounting is the order in which inputs may be relied on.
+// The agent's trace ring and its shared-memory mounts. The order of mounting is the order in which
+// inputs may be relied on.
 #include <cstdlib>
 #include <sstream>
 
@@ -35,7 +36,9 @@ template <class T>
   return info;
 }
 
-VeskSharedMem::EntityManager& shmem() { return *VeskSharedMem::EntityManager::getEntityManager(); }
+VeskSharedMem::EntityManager& shmem() {
+  return *VeskSharedMem::EntityManager::getEntityManager();
+}
 
 /// Mounts at once and reads the table back.
 template <class T>
@@ -52,9 +55,11 @@ void cleanAndUnmount(const std::string& path) {
 /// The clients whose joins are read, in mount order.
 [[nodiscard]] std::vector<Client> joinClients() {
   std::vector<Client> clients;
-  for (const unsigned number : {0U, 2U, 3U, 5U, 8U, 9U, 10U, 4U, 13U}) clients.push_back(static_cast<Client>(number));
+  for (const unsigned number : {0U, 2U, 3U, 5U, 8U, 9U, 10U, 4U, 13U})
+    clients.push_back(static_cast<Client>(number));
   if (toggleOismGatewayEnabled())
-    for (const unsigned number : {11U, 12U}) clients.push_back(static_cast<Client>(number));
+    for (const unsigned number : {11U, 12U})
+      clients.push_back(static_cast<Client>(number));
   return clients;
 }
 
@@ -68,7 +73,9 @@ constexpr auto gmpApp = static_cast<Routing::Gmp::Briskel::App>(4);
 [[nodiscard]] std::string gmpStatusPath(Pavlin::AddressFamily af) {
   return GmpStatus::appMountPath(af, gmpApp, "default");
 }
-[[nodiscard]] std::string remoteVniPath() { return Vxlan::RemoteVniToVlanStatus::mountPath("static", vxlan1); }
+[[nodiscard]] std::string remoteVniPath() {
+  return Vxlan::RemoteVniToVlanStatus::mountPath("static", vxlan1);
+}
 
 /// Sizes of the ring's buffers, with those that the environment gives in place of the first ones.
 [[nodiscard]] Fleetlog::Sizes ringSizes() {
@@ -78,12 +85,14 @@ constexpr auto gmpApp = static_cast<Routing::Gmp::Briskel::App>(4);
   std::istringstream tokens(given);
   std::string token;
   std::size_t i = 0;
-  for (; tokens >> token && i < sizes.size(); ++i) sizes[i] = static_cast<unsigned>(std::strtoul(token.c_str(), nullptr, 10));
+  for (; tokens >> token && i < sizes.size(); ++i)
+    sizes[i] = static_cast<unsigned>(std::strtoul(token.c_str(), nullptr, 10));
   if (auto t = trace.at(1)) t << ", using new fleetlog sizes";
   for (std::size_t k = 0; k < sizes.size(); ++k)
     if (auto t = trace.at(1)) t << "  FL buffer " << k << " " << sizes[k];
   if (i == sizes.size() && tokens >> token)
-    fmt::print(stderr, "PIMFLSIZE: more than {} sizes, '{}' and what follows are ignored\n", sizes.size(), token);
+    fmt::print(stderr, "PIMFLSIZE: more than {} sizes, '{}' and what follows are ignored\n",
+               sizes.size(), token);
   return sizes;
 }
 
@@ -104,17 +113,21 @@ void Agent::doSkarelMount() {
     for (const Client client : joinClients())
       group.doMount(MembershipJoinStatus::mountPath(af, client), MembershipJoinStatus::veskName,
                     VeskSkarel::MountInfo{false, true, true});
-    group.doMount(Irb::Multicast::IgmpProxyStatus::mergedAfMountPath(af), Irb::Multicast::IgmpProxyStatus::veskName,
+    group.doMount(Irb::Multicast::IgmpProxyStatus::mergedAfMountPath(af),
+                  Irb::Multicast::IgmpProxyStatus::veskName,
                   MountInfo(VeskBriskelType::readerTracked));
-    group.doMount(ForwardingStatus::mountPath(af), ForwardingStatus::veskName, VeskSkarel::MountInfo{false, false, true});
+    group.doMount(ForwardingStatus::mountPath(af), ForwardingStatus::veskName,
+                  VeskSkarel::MountInfo{false, false, true});
     if (!gateway) continue;
     group.doMount(ForwardingStatus::remoteDomainMountPath(af), ForwardingStatus::veskName,
                   VeskSkarel::MountInfo{false, false, true});
-    group.doMount(Routing::Multicast::PegNeighborStatus::mountPath(af), Routing::Multicast::PegNeighborStatus::veskName,
+    group.doMount(Routing::Multicast::PegNeighborStatus::mountPath(af),
+                  Routing::Multicast::PegNeighborStatus::veskName,
                   VeskSkarel::MountInfo{false, true, true});
   }
   if (gateway)
-    group.doMount(Irb::Multicast::GatewayEsStatus::mountPath(), Irb::Multicast::GatewayEsStatus::veskName,
+    group.doMount(Irb::Multicast::GatewayEsStatus::mountPath(),
+                  Irb::Multicast::GatewayEsStatus::veskName,
                   MountInfo(VeskBriskelType::readerTracked));
   group.doClose();
 }
@@ -122,30 +135,33 @@ void Agent::doSkarelMount() {
 void Agent::doBriskelMount() {
   const MountInfo tracked(VeskBriskelType::readerTracked);
   arpStatusIs(mountTable<Arp::Table::Status>(Arp::Table::Status::mountPath(), tracked));
-  bridgingStatusIs(mountTable<Briskel::Bridging::Status>(Briskel::Bridging::Status::mountPath(), tracked));
-  vrfIdMapStatusIs(
-      mountTable<Vrf::VrfIdMap::Status>(Vrf::VrfIdMap::Status::mountPath(), MountInfo(VeskBriskelType::reader)));
+  bridgingStatusIs(
+      mountTable<Briskel::Bridging::Status>(Briskel::Bridging::Status::mountPath(), tracked));
+  vrfIdMapStatusIs(mountTable<Vrf::VrfIdMap::Status>(Vrf::VrfIdMap::Status::mountPath(),
+                                                     MountInfo(VeskBriskelType::reader)));
   pegDrStatusIs(mountTable<PegDrStatus>(PegDrStatus::mountPath(Pavlin::ipv4()), tracked));
-  remoteVniToSBDVlanIs(
-      mountTable<Vxlan::RemoteVniToVlanStatus>(remoteVniPath(), writerOf<Vxlan::RemoteVniToVlanStatus>()));
+  remoteVniToSBDVlanIs(mountTable<Vxlan::RemoteVniToVlanStatus>(
+      remoteVniPath(), writerOf<Vxlan::RemoteVniToVlanStatus>()));
   if (toggleOismGatewayEnabled() || toggleOismMplsTunnelEnabled())
     mvpnIntfStatusIs(mountTable<MvpnIntfStatus>(
-        MvpnIntfStatus::mountPath(), MountInfo(VeskBriskelType::reader).collectionInfoIs({"vrfIntfId", 1024, true})));
+        MvpnIntfStatus::mountPath(),
+        MountInfo(VeskBriskelType::reader).collectionInfoIs({"vrfIntfId", 1024, true})));
   if (toggleOismGatewayEnabled())  // mounted with the deferred group
-    gatewayESStatusIs(sharedAt<Irb::Multicast::GatewayEsStatus>(Irb::Multicast::GatewayEsStatus::mountPath()));
+    gatewayESStatusIs(
+        sharedAt<Irb::Multicast::GatewayEsStatus>(Irb::Multicast::GatewayEsStatus::mountPath()));
 }
 
 void Agent::doBriskelMountAf(Pavlin::AddressFamily af) {
   const bool gateway = toggleOismGatewayEnabled();
   AfContainer& container = *afContainer(af);
-  container.mcastIrbStatusIs(
-      mountTable<Irb::Multicast::McastIrbStatus>(irbStatusPath(af), writerOf<Irb::Multicast::McastIrbStatus>()));
+  container.mcastIrbStatusIs(mountTable<Irb::Multicast::McastIrbStatus>(
+      irbStatusPath(af), writerOf<Irb::Multicast::McastIrbStatus>()));
   if (gateway) {
     container.electedDfStatusDirIs();
     container.externalForwarderStatusIs(
         mountTable<ForwarderStatus>(ForwarderStatus::mountPath(af), writerOf<ForwarderStatus>()));
-    container.pegVlanStatusIs(
-        mountTable<PegVlanStatus>(PegVlanStatus::mountPath(af), MountInfo(VeskBriskelType::readerTracked)));
+    container.pegVlanStatusIs(mountTable<PegVlanStatus>(PegVlanStatus::mountPath(af),
+                                                        MountInfo(VeskBriskelType::readerTracked)));
   }
   if (af == Pavlin::ipv4())
     container.proactiveArpConfigIs(mountTable<Arp::ProactiveArp::ClientConfig>(
@@ -160,7 +176,8 @@ void Agent::doBriskelMountAf(Pavlin::AddressFamily af) {
   if (gateway)
     container.remoteDomainContainer()->ipTunnelForwardingStatusIs(
         sharedAt<ForwardingStatus>(ForwardingStatus::remoteDomainMountPath(af)));
-  sharedTo(AfContainer::mergedGmpProxyStatusAttr, container, Irb::Multicast::IgmpProxyStatus::mergedAfMountPath(af));
+  sharedTo(AfContainer::mergedGmpProxyStatusAttr, container,
+           Irb::Multicast::IgmpProxyStatus::mergedAfMountPath(af));
 }
 
 void Agent::mountMembershipJoins(AfContainer& container) {
@@ -170,7 +187,8 @@ void Agent::mountMembershipJoins(AfContainer& container) {
   leakCtx->vxlanEnabledStatusIs(vxlanEnabledStatus());
   joins->mcastVrfLeakCtxIs(leakCtx);
   for (const Client client : joinClients()) {
-    const auto joined = sharedAt<MembershipJoinStatus>(MembershipJoinStatus::mountPath(container.af(), client));
+    const auto joined =
+        sharedAt<MembershipJoinStatus>(MembershipJoinStatus::mountPath(container.af(), client));
     if (client == peerClient) {
       joins->peerMembershipIs(joined);
     } else {
@@ -194,7 +212,8 @@ void Agent::doBriskelUnmount() {
   shmem().doUnmount(Briskel::Bridging::Status::mountPath());
   shmem().doUnmount(PegDrStatus::mountPath(Pavlin::ipv4()));
   cleanAndUnmount(remoteVniPath());
-  if (toggleOismMplsTunnelEnabled() || toggleOismGatewayEnabled()) shmem().doUnmount(MvpnIntfStatus::mountPath());
+  if (toggleOismMplsTunnelEnabled() || toggleOismGatewayEnabled())
+    shmem().doUnmount(MvpnIntfStatus::mountPath());
 }
 
 }  // namespace Multicast::Vpn

@@ -1,8 +1,8 @@
 // The process's root object: the door of the library.
-// Owns everything, by a tree of counted pointers. Makes all mounts and hands the pointers down; no machine mounts anything.
-// Writes: its own attributes, the startReview flags of an agent that no stage holds back.
-// Runs: doInit once, doMountsComplete when the mounts are done; then the launcher calls startup and shutdown, and the
-// redundancy machine handleStandbyMode.
+// Owns everything, by a tree of counted pointers. Makes all mounts and hands the pointers down; no
+// machine mounts anything. Writes: its own attributes, the startReview flags of an agent that no
+// stage holds back. Runs: doInit once, doMountsComplete when the mounts are done; then the launcher
+// calls startup and shutdown, and the redundancy machine handleStandbyMode.
 #pragma once
 
 #include <string>
@@ -39,7 +39,8 @@ class Agent final : public Orlane::CAgent {
   void doStage(const std::string& stageClass, const std::string& stage) override;
   /// Builds the launcher, unless this supervisor is standby.
   void handleStandbyMode();
-  /// Called by the launcher: builds the machines; takes them down. A shutdown with nothing built is harmless.
+  /// Called by the launcher: builds the machines; takes them down. A shutdown with nothing built is
+  /// harmless.
   void startup();
   void shutdown();
 
@@ -81,7 +82,8 @@ class Agent final : public Orlane::CAgent {
 
  private:
   void doInit() override;
-  void doMountsComplete(Halden::MountStatus status, const Ombra::Ptr<Halden::EntityManager>& em) override;
+  void doMountsComplete(Halden::MountStatus status,
+                        const Ombra::Ptr<Halden::EntityManager>& em) override;
   void lastUserGone() override;
 
   void setupFlBuffer();

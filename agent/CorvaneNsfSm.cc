@@ -9,39 +9,50 @@ Vesk::TraceHandle trace("CorvaneNsfSm");
 
 }  // namespace
 
-void EncapReadySm::handleReady() { in.parent->handleCorvaneEncapReady(); }
-void DecapReadySm::handleReady() { in.parent->handleCorvaneDecapReady(); }
+void EncapReadySm::handleReady() {
+  in.parent->handleCorvaneEncapReady();
+}
+void DecapReadySm::handleReady() {
+  in.parent->handleCorvaneDecapReady();
+}
 
 CorvaneNsfSm::CorvaneNsfSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& [client, status] : in.encapReadyStatusColl->statusIterator()) handleEncapStatus(client);
-  for (const auto& [client, status] : in.decapReadyStatusColl->statusIterator()) handleDecapStatus(client);
+  for (const auto& [client, status] : in.encapReadyStatusColl->statusIterator())
+    handleEncapStatus(client);
+  for (const auto& [client, status] : in.decapReadyStatusColl->statusIterator())
+    handleDecapStatus(client);
 }
 
 void CorvaneNsfSm::handleEncapStatus(EncapDecapReadyClient client) {
   encapReadyDel(client);
-  if (const auto row = in.encapReadyStatusColl->status(client)) encapReadyIs(client, {.parent = this, .row = row});
+  if (const auto row = in.encapReadyStatusColl->status(client))
+    encapReadyIs(client, {.parent = this, .row = row});
   handleCorvaneEncapReady();
 }
 
 void CorvaneNsfSm::handleDecapStatus(EncapDecapReadyClient client) {
   decapReadyDel(client);
-  if (const auto row = in.decapReadyStatusColl->status(client)) decapReadyIs(client, {.parent = this, .row = row});
+  if (const auto row = in.decapReadyStatusColl->status(client))
+    decapReadyIs(client, {.parent = this, .row = row});
   handleCorvaneDecapReady();
 }
 
 bool CorvaneNsfSm::complete(const std::string& stage) const {
   return in.ssoStagesHelper->status()
-      ->status({.agent = in.ssoStagesHelper->agent().agentName(), .stage = stage, .instance = "default"})
+      ->status(
+          {.agent = in.ssoStagesHelper->agent().agentName(), .stage = stage, .instance = "default"})
       .complete;
 }
 
 void CorvaneNsfSm::doStage(const std::string& stageClass, const std::string& stage) {
   if (auto t = trace.at(8)) t << "doStage StageClass: " << stageClass << ", Stage: " << stage;
   Ombra::assertThat(stageClass == stageClassName, "stageClass == \"switchover\"");
-  Ombra::assertThat(stage == encapReconcileStage || stage == decapReconcileStage,
-                    "stage == CORVANE_ENCAP_RECONCILE_STAGE || stage == CORVANE_DECAP_RECONCILE_STAGE");
+  Ombra::assertThat(
+      stage == encapReconcileStage || stage == decapReconcileStage,
+      "stage == CORVANE_ENCAP_RECONCILE_STAGE || stage == CORVANE_DECAP_RECONCILE_STAGE");
   if (complete(stage)) {
-    if (auto t = trace.at(8)) t << "doStage Stage " << stage << " already complete. Ignoring this notification";
+    if (auto t = trace.at(8))
+      t << "doStage Stage " << stage << " already complete. Ignoring this notification";
     ignoredStageIs(stage);
     return;
   }
@@ -51,7 +62,8 @@ void CorvaneNsfSm::doStage(const std::string& stageClass, const std::string& sta
     handleCorvaneEncapReady();
     return;
   }
-  for (const auto& [client, status] : in.decapReadyStatusColl->statusIterator()) status->startReviewIs(true);
+  for (const auto& [client, status] : in.decapReadyStatusColl->statusIterator())
+    status->startReviewIs(true);
   if (corvaneDecapReconcileStarted()) return;
   corvaneDecapReconcileStartedIs(true);
   handleCorvaneDecapReady();
@@ -60,7 +72,8 @@ void CorvaneNsfSm::doStage(const std::string& stageClass, const std::string& sta
 void CorvaneNsfSm::handleCorvaneEncapReady() {
   if (!corvaneEncapReconcileStarted() || corvaneEncapReconcileCompleted()) return;
   bool ready = true;
-  for (const auto& [client, status] : in.encapReadyStatusColl->statusIterator()) ready = ready && status->ready();
+  for (const auto& [client, status] : in.encapReadyStatusColl->statusIterator())
+    ready = ready && status->ready();
   if (auto t = trace.at(8)) t << "handleCorvaneEncapReady, ready: " << ready;
   if (!ready) return;
   corvaneEncapReconcileCompletedIs(true);

@@ -1,7 +1,8 @@
-// This agent's share in a staged switchover: it rebuilds its state before forwarding is handed over.
-// Two stages: the encapsulating side has rebuilt its status; the decapsulating side has reviewed its joins.
-// Reads: the ready flags of every family and domain, and which stages are complete already. Writes: `startReview` when the
-// second stage begins, and the completion of each stage, once. Runs when a stage begins, and on every change of a ready flag.
+// This agent's share in a staged switchover: it rebuilds its state before forwarding is handed
+// over. Two stages: the encapsulating side has rebuilt its status; the decapsulating side has
+// reviewed its joins. Reads: the ready flags of every family and domain, and which stages are
+// complete already. Writes: `startReview` when the second stage begins, and the completion of each
+// stage, once. Runs when a stage begins, and on every change of a ready flag.
 #pragma once
 
 #include "platform/StagesHelper.h"
@@ -24,8 +25,10 @@ class EncapReadySm final : public Vesk::Machine {
 
  private:
   void handleReady();
-  Vesk::Watch group_ = watch<&EncapReadySm::handleReady>(in.row, EncapReadyStatus::vlanGroupStatusReadyAttr);
-  Vesk::Watch forwarding_ = watch<&EncapReadySm::handleReady>(in.row, EncapReadyStatus::forwardingStatusReadyAttr);
+  Vesk::Watch group_ =
+      watch<&EncapReadySm::handleReady>(in.row, EncapReadyStatus::vlanGroupStatusReadyAttr);
+  Vesk::Watch forwarding_ =
+      watch<&EncapReadySm::handleReady>(in.row, EncapReadyStatus::forwardingStatusReadyAttr);
 };
 
 /// The review flags of one decapsulating client.
@@ -41,7 +44,8 @@ class DecapReadySm final : public Vesk::Machine {
 
  private:
   void handleReady();
-  Vesk::Watch vpn_ = watch<&DecapReadySm::handleReady>(in.row, DecapReadyStatus::vpnInjectReadyAttr);
+  Vesk::Watch vpn_ =
+      watch<&DecapReadySm::handleReady>(in.row, DecapReadyStatus::vpnInjectReadyAttr);
   Vesk::Watch l2_ = watch<&DecapReadySm::handleReady>(in.row, DecapReadyStatus::l2InjectReadyAttr);
 };
 
@@ -79,10 +83,10 @@ class CorvaneNsfSm final : public Vesk::Machine {
   void handleDecapStatus(EncapDecapReadyClient client);
   [[nodiscard]] bool complete(const std::string& stage) const;
 
-  Vesk::Watch encap_ =
-      watch<&CorvaneNsfSm::handleEncapStatus>(in.encapReadyStatusColl, EncapReadyStatusColl::statusAttr);
-  Vesk::Watch decap_ =
-      watch<&CorvaneNsfSm::handleDecapStatus>(in.decapReadyStatusColl, DecapReadyStatusColl::statusAttr);
+  Vesk::Watch encap_ = watch<&CorvaneNsfSm::handleEncapStatus>(in.encapReadyStatusColl,
+                                                               EncapReadyStatusColl::statusAttr);
+  Vesk::Watch decap_ = watch<&CorvaneNsfSm::handleDecapStatus>(in.decapReadyStatusColl,
+                                                               DecapReadyStatusColl::statusAttr);
 };
 
 }  // namespace Multicast::Vpn

@@ -1,6 +1,7 @@
 // What exists per address family and domain: the domain's inputs, tables and outputs.
-// Owns: the mapping status, the group tables, their dedup table and the ingress route status. Everything here outlives the
-// machines that work on it (DomainContainerSm). Written by Agent (the mounted records) and at construction.
+// Owns: the mapping status, the group tables, their dedup table and the ingress route status.
+// Everything here outlives the machines that work on it (DomainContainerSm). Written by Agent (the
+// mounted records) and at construction.
 #pragma once
 
 #include "overlay/OverlayVlanGroupDedup.h"

@@ -10,19 +10,22 @@ Vesk::TraceHandle trace("DomainContainerSm");
 
 }  // namespace
 
-DomainContainerSm::DomainContainerSm(Inputs inputs) : in(std::move(inputs)) { handleInit(); }
+DomainContainerSm::DomainContainerSm(Inputs inputs) : in(std::move(inputs)) {
+  handleInit();
+}
 
 void DomainContainerSm::handleInit() {
   Agent& agent = *in.afContainer->agent();
   DomainContainer& domain = *domainContainer();
   Sylva::TaskScheduler* const scheduler = Sylva::TaskSchedulerRoot::findOrCreateScheduler();
   domain.encapReadyStatusIs(agent.encapReadyStatusColl()->statusIs(domain.domainClient()));
-  const auto& groupConfig = in.domain == Irb::Multicast::Domain::localDomain ? agent.ipTunnelGroupConfig()
-                                                                              : agent.ipTunnelRemoteDomainGroupConfig();
-  defaultOverlayGroupSmIs(
-      {.af = in.afContainer->af(),
-       .ipTunnelMappingStatus = domain.ipTunnelMappingStatus(),
-       .vlanGroupTable = domain.vlanGroupTableColl()->table(VlanGroupTableColl::getDefaultTableName())});
+  const auto& groupConfig = in.domain == Irb::Multicast::Domain::localDomain
+                                ? agent.ipTunnelGroupConfig()
+                                : agent.ipTunnelRemoteDomainGroupConfig();
+  defaultOverlayGroupSmIs({.af = in.afContainer->af(),
+                           .ipTunnelMappingStatus = domain.ipTunnelMappingStatus(),
+                           .vlanGroupTable = domain.vlanGroupTableColl()->table(
+                               VlanGroupTableColl::getDefaultTableName())});
   ipTunnelGroupConfigSmIs({.vlanToGroupConfig = groupConfig,
                            .vlanStatusDir = agent.vlanStatusDir(),
                            .vtiStatusDir = agent.vtiStatusDir(),
@@ -44,9 +47,11 @@ void DomainContainerSm::handleInit() {
 void DomainContainerSm::updateMultipleUnderlayGroupStateMachines(bool shouldEnable) {
   const std::string domainText = Vesk::textOf(in.domain);
   if (auto t = trace.at(8))
-    t << "updateMultipleUnderlayGroupStateMachines domain: " << domainText << " shouldEnable: " << shouldEnable;
+    t << "updateMultipleUnderlayGroupStateMachines domain: " << domainText
+      << " shouldEnable: " << shouldEnable;
   DomainContainer& domain = *domainContainer();
-  const auto l3OverlayRouteTable = domain.vlanGroupTableColl()->table(VlanGroupTableColl::getL3TableName());
+  const auto l3OverlayRouteTable =
+      domain.vlanGroupTableColl()->table(VlanGroupTableColl::getL3TableName());
   Ombra::assertThat(l3OverlayRouteTable != nullptr, "l3OverlayRouteTable");
   if (shouldEnable) {
     Agent& agent = *in.afContainer->agent();

@@ -1,14 +1,15 @@
 // The encapsulating machines of one domain of one family.
-// Owns: the group configuration, default group, vlan group and mapping machines. Reads: the wiring of its containers.
-// Writes: the domain's `encapReadyStatus`, which goes with this machine, and the ready flags of what is switched off.
-// Runs: at construction, and when the family switches the machines for VRFs with several underlay groups.
+// Owns: the group configuration, default group, vlan group and mapping machines. Reads: the wiring
+// of its containers. Writes: the domain's `encapReadyStatus`, which goes with this machine, and the
+// ready flags of what is switched off. Runs: at construction, and when the family switches the
+// machines for VRFs with several underlay groups.
 #pragma once
 
 #include "agent/AfContainer.h"
 #include "config/IpTunnelGroupConfigSm.h"
 #include "overlay/DefaultOverlayGroupSm.h"
-#include "overlay/IpTunnelMappingSm.h"
 #include "overlay/IngressL3RouteSm.h"
+#include "overlay/IpTunnelMappingSm.h"
 #include "overlay/IpTunnelVlanMcastGroupSm.h"
 #include "overlay/L3OverlayGroupSm.h"
 
@@ -27,10 +28,11 @@ class DomainContainerSm final : public Vesk::Machine {
   [[nodiscard]] Ombra::Ptr<DomainContainer> domainContainer() const {
     return in.afContainer->domainContainer(in.domain);
   }
-  /// Several underlay groups in one VRF need the L3 route machines; without them their tables are ready by definition.
+  /// Several underlay groups in one VRF need the L3 route machines; without them their tables are
+  /// ready by definition.
   void updateMultipleUnderlayGroupStateMachines(bool shouldEnable);
-  /// Group configuration stops before the rest of the domain: both are silent before either goes, so that what the
-  /// configuration takes back at its end does not reach the forwarding rows.
+  /// Group configuration stops before the rest of the domain: both are silent before either goes,
+  /// so that what the configuration takes back at its end does not reach the forwarding rows.
   void stopGroupConfig();
 
   VESK_INSTANCE(DefaultOverlayGroupSm, defaultOverlayGroupSm)

@@ -1,6 +1,7 @@
-// Why an overlay group of a vlan travels as it does, or does not: the chain of decisions of the encapsulating side.
-// Asks the machines' own decision functions along the way, from what switches a domain on to the forwarding row, and stops
-// at the first condition that is missing. Writes nothing.
+// Why an overlay group of a vlan travels as it does, or does not: the chain of decisions of the
+// encapsulating side. Asks the machines' own decision functions along the way, from what switches a
+// domain on to the forwarding row, and stops at the first condition that is missing. Writes
+// nothing.
 #pragma once
 
 #include <string>
@@ -19,7 +20,9 @@ struct Explanation {
   std::string text;
 };
 
-/// The chains of both domains of the group's family; 0.0.0.0 or :: stands for all other groups of the vlan.
-[[nodiscard]] std::vector<Explanation> explain(const Agent& agent, Bridging::VlanId vlan, const Pavlin::IpGenAddr& group);
+/// The chains of both domains of the group's family; 0.0.0.0 or :: stands for all other groups of
+/// the vlan.
+[[nodiscard]] std::vector<Explanation> explain(const Agent& agent, Bridging::VlanId vlan,
+                                               const Pavlin::IpGenAddr& group);
 
 }  // namespace Multicast::Vpn

@@ -14,7 +14,9 @@ constexpr std::uint8_t notHeldBack = 5;
 
 }  // namespace
 
-LauncherSm::LauncherSm(Inputs inputs) : in(std::move(inputs)) { handleInitialized(); }
+LauncherSm::LauncherSm(Inputs inputs) : in(std::move(inputs)) {
+  handleInitialized();
+}
 
 void LauncherSm::handleInitialized() {
   in.agentStatus->stateIs(McastCommon::AgentState::AgentState::idle);
@@ -36,14 +38,17 @@ bool LauncherSm::runnable() const {
 void LauncherSm::updateState() {
   using enum McastCommon::AgentState::AgentState;
   const bool canRun = runnable();
-  if (auto t = trace.at(8)) t << "Setting Corvane Agent to " << (canRun ? "" : "not ") << "be runnable";
+  if (auto t = trace.at(8))
+    t << "Setting Corvane Agent to " << (canRun ? "" : "not ") << "be runnable";
   in.agentStatus->stateIs(canRun ? run : stop);
 }
 
 void LauncherSm::handleState() {
   using enum McastCommon::AgentState::AgentState;
   const auto state = in.agentStatus->state();
-  if (auto t = trace.at(8)) t << "handleState" << "=> " << Vesk::textOf(state);
+  if (auto t = trace.at(8))
+    t << "handleState"
+      << "=> " << Vesk::textOf(state);
   if (state == stop) {
     in.corvaneAgent->shutdown();
     in.agentStatus->stateIs(idle);
@@ -55,7 +60,9 @@ void LauncherSm::handleState() {
   }
 }
 
-RedundancyStatusSm::RedundancyStatusSm(Inputs inputs) : in(std::move(inputs)) { handleRedundancyStatus(); }
+RedundancyStatusSm::RedundancyStatusSm(Inputs inputs) : in(std::move(inputs)) {
+  handleRedundancyStatus();
+}
 
 void RedundancyStatusSm::handleRedundancyStatus() {
   const bool held = in.redundancyStatus->mode() == Redundancy::RedundancyMode::standby &&

@@ -1,7 +1,8 @@
 // Whether the agent's logic runs at all.
-// RedundancyStatusSm holds the agent back while this supervisor is standby; LauncherSm then starts and stops the logic by
-// the runnable condition. LauncherSm reads the VXLAN interfaces, the multicast routing agents and the EVPN flags, and
-// publishes `agentStatus`; it runs on every change of these. Starting and stopping happen inside its own write of `state`.
+// RedundancyStatusSm holds the agent back while this supervisor is standby; LauncherSm then starts
+// and stops the logic by the runnable condition. LauncherSm reads the VXLAN interfaces, the
+// multicast routing agents and the EVPN flags, and publishes `agentStatus`; it runs on every change
+// of these. Starting and stopping happen inside its own write of `state`.
 #pragma once
 
 #include "records/AgentStatus.h"
@@ -20,8 +21,8 @@ class LauncherSm final : public Vesk::Machine {
     Ombra::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir;
     Ombra::Ptr<McastCommon::AgentStatus const> v4McastStatus;
     Ombra::Ptr<McastCommon::AgentStatus const> v6McastStatus;
-    Ombra::Ptr<Evpn::EvpnStatus const> evpnStatus;                           ///< null with both EVPN toggles off
-    Ombra::Ptr<Irb::Multicast::EvpnStaticStatus const> evpnStaticStatus;     ///< the same
+    Ombra::Ptr<Evpn::EvpnStatus const> evpnStatus;  ///< null with both EVPN toggles off
+    Ombra::Ptr<Irb::Multicast::EvpnStaticStatus const> evpnStaticStatus;  ///< the same
     Ombra::Ptr<McastCommon::AgentRunningStatus> agentStatus;
     Agent* corvaneAgent = nullptr;
     bool operator==(const Inputs&) const = default;
@@ -39,16 +40,26 @@ class LauncherSm final : public Vesk::Machine {
 
   using McastStatus = McastCommon::AgentStatus;
   using Static = Irb::Multicast::EvpnStaticStatus;
-  Vesk::Watch vti_ = watch<&LauncherSm::updateState>(in.vtiStatusDir, Vxlan::VtiStatusDir::vtiStatusAttr);
-  Vesk::Watch v4_ = watch<&LauncherSm::updateState>(in.v4McastStatus, McastStatus::multicastRoutingAttr);
-  Vesk::Watch v6_ = watch<&LauncherSm::updateState>(in.v6McastStatus, McastStatus::multicastRoutingAttr);
-  Vesk::Watch evpnA_ = watch<&LauncherSm::updateState>(in.evpnStatus, Evpn::EvpnStatus::evpnFlagAAttr);
-  Vesk::Watch evpnB_ = watch<&LauncherSm::updateState>(in.evpnStatus, Evpn::EvpnStatus::evpnFlagBAttr);
-  Vesk::Watch evpnC_ = watch<&LauncherSm::updateState>(in.evpnStatus, Evpn::EvpnStatus::evpnFlagCAttr);
-  Vesk::Watch staticA_ = watch<&LauncherSm::updateState>(in.evpnStaticStatus, Static::evpnFlagAAttr);
-  Vesk::Watch staticB_ = watch<&LauncherSm::updateState>(in.evpnStaticStatus, Static::evpnFlagBAttr);
-  Vesk::Watch staticC_ = watch<&LauncherSm::updateState>(in.evpnStaticStatus, Static::evpnFlagCAttr);
-  Vesk::Watch state_ = watch<&LauncherSm::handleState>(in.agentStatus, McastCommon::AgentRunningStatus::stateAttr);
+  Vesk::Watch vti_ =
+      watch<&LauncherSm::updateState>(in.vtiStatusDir, Vxlan::VtiStatusDir::vtiStatusAttr);
+  Vesk::Watch v4_ =
+      watch<&LauncherSm::updateState>(in.v4McastStatus, McastStatus::multicastRoutingAttr);
+  Vesk::Watch v6_ =
+      watch<&LauncherSm::updateState>(in.v6McastStatus, McastStatus::multicastRoutingAttr);
+  Vesk::Watch evpnA_ =
+      watch<&LauncherSm::updateState>(in.evpnStatus, Evpn::EvpnStatus::evpnFlagAAttr);
+  Vesk::Watch evpnB_ =
+      watch<&LauncherSm::updateState>(in.evpnStatus, Evpn::EvpnStatus::evpnFlagBAttr);
+  Vesk::Watch evpnC_ =
+      watch<&LauncherSm::updateState>(in.evpnStatus, Evpn::EvpnStatus::evpnFlagCAttr);
+  Vesk::Watch staticA_ =
+      watch<&LauncherSm::updateState>(in.evpnStaticStatus, Static::evpnFlagAAttr);
+  Vesk::Watch staticB_ =
+      watch<&LauncherSm::updateState>(in.evpnStaticStatus, Static::evpnFlagBAttr);
+  Vesk::Watch staticC_ =
+      watch<&LauncherSm::updateState>(in.evpnStaticStatus, Static::evpnFlagCAttr);
+  Vesk::Watch state_ =
+      watch<&LauncherSm::handleState>(in.agentStatus, McastCommon::AgentRunningStatus::stateAttr);
 };
 
 class RedundancyStatusSm final : public Vesk::Machine {
@@ -67,9 +78,12 @@ class RedundancyStatusSm final : public Vesk::Machine {
   void standbyModeIs(bool standby);
 
   using Status = Redundancy::RedundancyStatus;
-  Vesk::Watch mode_ = watch<&RedundancyStatusSm::handleRedundancyStatus>(in.redundancyStatus, Status::modeAttr);
-  Vesk::Watch status_ = watch<&RedundancyStatusSm::handleRedundancyStatus>(in.redundancyStatus, Status::statusAttr);
-  Vesk::Watch stage_ = watch<&RedundancyStatusSm::handleSwitchoverStage>(in.redundancyStatus, Status::switchoverStageAttr);
+  Vesk::Watch mode_ =
+      watch<&RedundancyStatusSm::handleRedundancyStatus>(in.redundancyStatus, Status::modeAttr);
+  Vesk::Watch status_ =
+      watch<&RedundancyStatusSm::handleRedundancyStatus>(in.redundancyStatus, Status::statusAttr);
+  Vesk::Watch stage_ = watch<&RedundancyStatusSm::handleSwitchoverStage>(
+      in.redundancyStatus, Status::switchoverStageAttr);
 };
 
 }  // namespace Multicast::Vpn

@@ -25,7 +25,8 @@ void mountedTo(Tag, Holder& holder, const Halden::EntityManager& em, const std::
 /// The shared-memory table mounted at a path.
 template <class T>
 [[nodiscard]] Ombra::Ptr<T> sharedAt(const std::string& path) {
-  return boost::dynamic_pointer_cast<T>(VeskSharedMem::EntityManager::getEntityManager()->getEntity(path));
+  return boost::dynamic_pointer_cast<T>(
+      VeskSharedMem::EntityManager::getEntityManager()->getEntity(path));
 }
 
 template <class Tag, class Holder>

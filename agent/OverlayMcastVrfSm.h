@@ -1,6 +1,6 @@
 // Keeps the list of VRFs in which multicast is enabled.
-// Reads: the multicast routing agent's enabled VRFs. Writes: `mcastIntfSmRoot.vrfSm`, one machine per VRF that gathers its
-// multicast interfaces. Runs when a VRF is enabled or disabled.
+// Reads: the multicast routing agent's enabled VRFs. Writes: `mcastIntfSmRoot.vrfSm`, one machine
+// per VRF that gathers its multicast interfaces. Runs when a VRF is enabled or disabled.
 #pragma once
 
 #include "platform/MulticastIntfsAppRoot.h"
@@ -25,8 +25,8 @@ class OverlayMcastVrfSm final : public Vesk::Machine {
   void handleVrf(const L3::VrfName& vrf);
   void handleVrfKey(L3::VrfName vrf) { handleVrf(vrf); }
 
-  Vesk::Watch vrf_ = watch<&OverlayMcastVrfSm::handleVrfKey>(in.mcastEnabledStatus,
-                                                             Routing::Multicast::Fib::VrfEnabledStatus::vrfAttr);
+  Vesk::Watch vrf_ = watch<&OverlayMcastVrfSm::handleVrfKey>(
+      in.mcastEnabledStatus, Routing::Multicast::Fib::VrfEnabledStatus::vrfAttr);
 };
 
 }  // namespace Multicast::Vpn

@@ -1,6 +1,6 @@
 // The whole agent at the size of a fabric: vlans with eight immediate groups each.
-// From a configured state database to the last forwarding row, the same rows by direct computation, and what one vlan's
-// change costs among all others.
+// From a configured state database to the last forwarding row, the same rows by direct computation,
+// and what one vlan's change costs among all others.
 #include <benchmark/benchmark.h>
 
 #include "records/AgentStatus.h"
@@ -17,7 +17,9 @@ using Routing::Multicast::UnderlayAddr;
 
 constexpr unsigned groupsPerVlan = 8;
 
-UnderlayAddr underlay(std::uint32_t number) { return UnderlayAddr(Pavlin::IpAddr(0xe8000000U + number)); }
+UnderlayAddr underlay(std::uint32_t number) {
+  return UnderlayAddr(Pavlin::IpAddr(0xe8000000U + number));
+}
 
 auto vlanEntry(VlanId vlan) {
   return History::groupConfig(Irb::Multicast::Domain::localDomain)
@@ -43,11 +45,14 @@ void configure(unsigned vlans) {
     entry->defaultUnderlayGroupIs(underlay(number));
     for (unsigned group = 0; group < groupsPerVlan; ++group)
       entry->immediateOverlayToUnderlayGroupIs(
-          OverlayAddr(Pavlin::IpAddr(0xef000000U + number * groupsPerVlan + group)), underlay(number + group));
+          OverlayAddr(Pavlin::IpAddr(0xef000000U + number * groupsPerVlan + group)),
+          underlay(number + group));
   }
 }
 
-double perRow(std::size_t rows) { return static_cast<double>(rows); }
+double perRow(std::size_t rows) {
+  return static_cast<double>(rows);
+}
 
 /// Until the last forwarding row stands, the agent's start included.
 void startToRows(benchmark::State& state) {
@@ -64,8 +69,8 @@ void startToRows(benchmark::State& state) {
   }
   world.reset();
   state.counters["rows"] = perRow(rows);
-  state.counters["per row"] =
-      benchmark::Counter(perRow(rows), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  state.counters["per row"] = benchmark::Counter(
+      perRow(rows), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(startToRows)->Arg(100)->Arg(1000)->Arg(4000)->Unit(benchmark::kMillisecond);
 
@@ -74,11 +79,12 @@ void directComputation(benchmark::State& state) {
   History::AgentWorld world;
   configure(static_cast<unsigned>(state.range(0)));
   std::size_t rows = 0;
-  for (auto _ : state) rows = History::wantedRows(History::domains[0]).size();
+  for (auto _ : state)
+    rows = History::wantedRows(History::domains[0]).size();
   world.reset();
   state.counters["rows"] = perRow(rows);
-  state.counters["per row"] =
-      benchmark::Counter(perRow(rows), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  state.counters["per row"] = benchmark::Counter(
+      perRow(rows), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(directComputation)->Arg(100)->Arg(1000)->Arg(4000)->Unit(benchmark::kMillisecond);
 

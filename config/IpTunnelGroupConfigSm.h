@@ -126,7 +126,8 @@ class IpTunnelGroupIntfConfigSm final : public Vesk::Machine {
     vlanNotActive,
     ingressReplication,
   };
-  [[nodiscard]] MappingReason judgeVlanMapping(Bridging::VlanId vlanId, const Mapping& mapping) const;
+  [[nodiscard]] MappingReason judgeVlanMapping(Bridging::VlanId vlanId,
+                                               const Mapping& mapping) const;
   /// Whether the vlan can be carried at this moment.
   [[nodiscard]] bool shouldAddVlanMapping(Bridging::VlanId vlanId, const Mapping& mapping) const {
     return judgeVlanMapping(vlanId, mapping) == MappingReason::usable;

@@ -65,14 +65,14 @@ int run(int argc, char** argv) {
   watch->add_flag("--json", arguments.json, "One JSON document a line");
   watch->add_option("--dir", arguments.directory, "Directory of the tables");
   auto* seconds = watch->add_option("--seconds", arguments.seconds, "End after so many seconds")
-                      ->check(CLI::NonNegativeNumber);
+                      ->check(CLI::Range(0.0, 1e9));
   watch->add_option("ADDRESS", arguments.addresses, "Paths or attributes")->required();
 
   auto* trace = app.add_subcommand("trace", "Print the trace ring of a running or ended agent");
   trace->add_flag("--json", arguments.json, "One JSON document a line");
   trace->add_option("--level", arguments.levels, "Only this level; may be given several times")
       ->check(CLI::Range(std::size_t{0}, Fleetlog::levelCount - 1))
-      ->expected(1);
+      ->allow_extra_args(false);
   trace->add_option("FILE", arguments.ring, "Trace ring")->required();
 
   try {

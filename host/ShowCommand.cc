@@ -5,10 +5,10 @@
 
 #include "host/Commands.h"
 #include "host/InputError.h"
+#include "host/SharedAddresses.h"
 #include "host/play/Report.h"
 #include "runtime/Dir.h"
 #include "runtime/SharedEntity.h"
-#include "runtime/shm/TableReader.h"
 
 namespace Host {
 namespace {
@@ -27,12 +27,8 @@ Ombra::Ptr<Vesk::Entity> copied(const std::string& directory, const Address& add
   for (const auto& rows : VeskSharedMem::rowFilesOf(directory, address.path, *address.rootType)) {
     if (!fs::exists(rows.file)) continue;
     isThere = true;
-    const auto reader = VeskSharedMem::TableReader::openAny(rows.file);
+    const auto reader = readerOf(rows.file, rows.shape);
     const auto& shape = reader->shape();
-    // The capacity is the writer's choice; the meaning of the bytes is not.
-    if (shape.signature != rows.shape.signature || shape.keySize != rows.shape.keySize ||
-        shape.valueSize != rows.shape.valueSize)
-      throw VeskSharedMem::TableError(fmt::format("{}: a table of another layout", rows.file));
     reader->forEach(
         [&](std::uint32_t, const std::byte* key, const std::byte* value, bool corrupt) {
           VeskSharedMem::applyRow(*entity, rows, textOfBytes(key, shape.keySize),
@@ -61,21 +57,10 @@ Found within(const Ombra::Ptr<Vesk::Entity>& root, const Address& address) {
 
 int showCommand(const std::vector<std::string>& addresses, const std::string& directory,
                 Audience audience) {
-  std::vector<Address> parsed;
-  for (const std::string& text : addresses) {
-    try {
-      parsed.push_back(Address::parse(text));
-    } catch (const AddressError& error) {
-      throw InputError(fmt::format("{}: {}", text, error.what()));
-    }
-    if (!parsed.back().shared)
-      throw InputError(
-          fmt::format("{}: only shared tables can be read from another process", text));
-  }
+  const std::vector<Address> parsed = sharedAddresses(addresses);
   if (!fs::is_directory(directory))
     throw InputError(fmt::format("{}: no such directory", directory));
-  // A scenario's kept directory has its tables in a folder of their own.
-  const std::string tables = fs::is_directory(directory + "/shm") ? directory + "/shm" : directory;
+  const std::string tables = tablesDirectory(directory);
   const Style style = Style::ofStandardOutput();
   Json document = Json::object();
   for (const Address& address : parsed) {

@@ -1,5 +1,6 @@
-// Reference-counted rows of the L3 group table: one handle per (vlan, group), held by every route that needs the row.
-// The notifiee makes the row at the first reference and removes it, and an emptied vlan, at the last.
+// Reference-counted rows of the L3 group table: one handle per (vlan, group), held by every route
+// that needs the row. The notifiee makes the row at the first reference and removes it, and an
+// emptied vlan, at the last.
 #pragma once
 
 #include "records/EncapTables.h"
@@ -16,7 +17,9 @@ class OverlayVlanGroupLifetimeNotifiee final
     Ombra::Ptr<VlanGroupTable> vlanGroupTable;
     bool operator==(const Inputs&) const = default;
   };
-  explicit OverlayVlanGroupLifetimeNotifiee(Inputs inputs) : in(std::move(inputs)) { vlanGroupTableIs(in.vlanGroupTable); }
+  explicit OverlayVlanGroupLifetimeNotifiee(Inputs inputs) : in(std::move(inputs)) {
+    vlanGroupTableIs(in.vlanGroupTable);
+  }
   const Inputs in;
 
   void handleInsert(const VlanGroupDeduped& handle) override;
@@ -31,7 +34,8 @@ class VlanGroupDedupTable final : public Sylva::DedupTable<Routing::Multicast::O
     Ombra::Ptr<OverlayVlanGroupLifetimeNotifiee> notifiee;
     bool operator==(const Inputs&) const = default;
   };
-  explicit VlanGroupDedupTable(Inputs inputs) : DedupTable(inputs.notifiee), in(std::move(inputs)) {}
+  explicit VlanGroupDedupTable(Inputs inputs)
+      : DedupTable(inputs.notifiee), in(std::move(inputs)) {}
   const Inputs in;
 };
 

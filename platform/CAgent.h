@@ -37,8 +37,12 @@ class CAgent : public Vesk::Entity, public Mounter {
   /// The process begins.
   void start() { doInit(); }
   /// The state of this supervisor.
-  [[nodiscard]] const Ombra::Ptr<Redundancy::RedundancyStatus const>& redundancyStatus() const { return redundancyStatus_; }
-  [[nodiscard]] const Ombra::Ptr<Halden::EntityManager>& entityManager() const { return entityManager_; }
+  [[nodiscard]] const Ombra::Ptr<Redundancy::RedundancyStatus const>& redundancyStatus() const {
+    return redundancyStatus_;
+  }
+  [[nodiscard]] const Ombra::Ptr<Halden::EntityManager>& entityManager() const {
+    return entityManager_;
+  }
   [[nodiscard]] virtual VeskSharedMem::EntityManager* getShmemEntityManager();
 
   /// A stage that this agent waits for has begun.
@@ -46,8 +50,11 @@ class CAgent : public Vesk::Entity, public Mounter {
 
  protected:
   virtual void doInit() = 0;
-  virtual void doMountsComplete(Halden::MountStatus status, const Ombra::Ptr<Halden::EntityManager>& em) = 0;
-  void doHaldenMountsComplete(Halden::MountStatus status) override { doMountsComplete(status, entityManager_); }
+  virtual void doMountsComplete(Halden::MountStatus status,
+                                const Ombra::Ptr<Halden::EntityManager>& em) = 0;
+  void doHaldenMountsComplete(Halden::MountStatus status) override {
+    doMountsComplete(status, entityManager_);
+  }
 
  private:
   std::string name_;

@@ -1,6 +1,7 @@
 // The multicast-enabled interfaces of a VRF, gathered from every application that enables some.
-// Reads: the directory of applications, in each the entity named by the VRF, in it `multicastIntf`. Directories, entities and
-// entries come and go. Writes: its own `multicastIntf`, the union. Runs on each of these changes.
+// Reads: the directory of applications, in each the entity named by the VRF, in it `multicastIntf`.
+// Directories, entities and entries come and go. Writes: its own `multicastIntf`, the union. Runs
+// on each of these changes.
 #pragma once
 
 #include <string>
@@ -25,7 +26,9 @@ class MulticastIntfsAppSm final : public Vesk::Machine {
   explicit MulticastIntfsAppSm(Inputs inputs);
   const Inputs in;
 
-  [[nodiscard]] bool has(Pavlin::IntfId intf) const { return entity() && entity()->multicastIntfHas(intf); }
+  [[nodiscard]] bool has(Pavlin::IntfId intf) const {
+    return entity() && entity()->multicastIntfHas(intf);
+  }
 
   VESK_REF(MulticastIntfsForApplications const, entity)
 
@@ -34,8 +37,10 @@ class MulticastIntfsAppSm final : public Vesk::Machine {
   void handleIntf(Pavlin::IntfId intf);
   void entityMoves(const Ombra::Ptr<MulticastIntfsForApplications const>& to);
 
-  Vesk::Watch entryWatch_ = watch<&MulticastIntfsAppSm::handleEntry>(in.dir, Vesk::Dir::entryStateAttr);
-  Vesk::Watch intfWatch_ = watch<&MulticastIntfsAppSm::handleIntf>(entity(), MulticastIntfsForApplications::multicastIntfAttr);
+  Vesk::Watch entryWatch_ =
+      watch<&MulticastIntfsAppSm::handleEntry>(in.dir, Vesk::Dir::entryStateAttr);
+  Vesk::Watch intfWatch_ = watch<&MulticastIntfsAppSm::handleIntf>(
+      entity(), MulticastIntfsForApplications::multicastIntfAttr);
 };
 
 /// One VRF: the union over all applications.
@@ -59,8 +64,8 @@ class MulticastIntfsAppRootSm final : public Vesk::Machine {
  private:
   void handleApplication(const std::string& name);
 
-  Vesk::Watch applicationWatch_ =
-      watch<&MulticastIntfsAppRootSm::handleApplication>(in.multicastAppDirRoot, Vesk::Dir::entryStateAttr);
+  Vesk::Watch applicationWatch_ = watch<&MulticastIntfsAppRootSm::handleApplication>(
+      in.multicastAppDirRoot, Vesk::Dir::entryStateAttr);
 };
 
 /// The VRFs in which multicast is enabled.

@@ -3,7 +3,8 @@
 namespace Routing::RouteMap {
 
 PrefixListSm::PrefixListSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& prefix : in.row->prefixIterator()) handlePrefix(prefix);
+  for (const auto& prefix : in.row->prefixIterator())
+    handlePrefix(prefix);
 }
 
 void PrefixListSm::handlePrefix(Pavlin::IpGenPrefix prefix) {
@@ -17,7 +18,8 @@ void PrefixListSm::handlePrefix(Pavlin::IpGenPrefix prefix) {
 }
 
 PrefixListConfigSm::PrefixListConfigSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& [name, row] : in.aclListConfig->prefixListIterator()) handlePrefixList(name);
+  for (const auto& [name, row] : in.aclListConfig->prefixListIterator())
+    handlePrefixList(name);
 }
 
 void PrefixListConfigSm::handlePrefixList(std::string name) {

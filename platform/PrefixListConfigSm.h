@@ -1,6 +1,6 @@
 // Prefix lists of one address family, as policy uses them.
-// Reads: the configured lists. Writes: `policyRoot.prefixList`, each list with the prefixes of the own family.
-// Runs when a list comes or goes, or a prefix of one does.
+// Reads: the configured lists. Writes: `policyRoot.prefixList`, each list with the prefixes of the
+// own family. Runs when a list comes or goes, or a prefix of one does.
 #pragma once
 
 #include "records/Policy.h"
@@ -24,7 +24,8 @@ class PrefixListSm final : public Vesk::Machine {
 
  private:
   void handlePrefix(Pavlin::IpGenPrefix prefix);
-  Vesk::Watch prefix_ = watch<&PrefixListSm::handlePrefix>(in.row, Acl::PrefixListConfig::prefixAttr);
+  Vesk::Watch prefix_ =
+      watch<&PrefixListSm::handlePrefix>(in.row, Acl::PrefixListConfig::prefixAttr);
 };
 
 class PrefixListConfigSm final : public Vesk::Machine {
@@ -43,7 +44,8 @@ class PrefixListConfigSm final : public Vesk::Machine {
 
  private:
   void handlePrefixList(std::string name);
-  Vesk::Watch list_ = watch<&PrefixListConfigSm::handlePrefixList>(in.aclListConfig, Acl::AclListConfig::prefixListAttr);
+  Vesk::Watch list_ = watch<&PrefixListConfigSm::handlePrefixList>(
+      in.aclListConfig, Acl::AclListConfig::prefixListAttr);
 };
 
 }  // namespace Routing::RouteMap

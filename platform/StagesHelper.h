@@ -1,6 +1,7 @@
 // This agent's part in the switchover stage protocol.
-// Reads: which stages have begun. Writes: which stages this agent takes part in, and which it has completed.
-// Runs: when a stage begins that the agent waits for; it then calls doStage on the agent, once per beginning.
+// Reads: which stages have begun. Writes: which stages this agent takes part in, and which it has
+// completed. Runs: when a stage begins that the agent waits for; it then calls doStage on the
+// agent, once per beginning.
 #pragma once
 
 #include <string>
@@ -34,7 +35,8 @@ class StagesHelper final : public Vesk::Machine {
 
  private:
   void handleStage(const std::string& stage);
-  Vesk::Watch stageWatch_ = watch<&StagesHelper::handleStage>(in.progressDir, Stage::ProgressDir::stageAttr);
+  Vesk::Watch stageWatch_ =
+      watch<&StagesHelper::handleStage>(in.progressDir, Stage::ProgressDir::stageAttr);
 };
 
 }  // namespace Orlane

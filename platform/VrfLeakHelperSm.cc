@@ -2,14 +2,20 @@
 
 namespace Routing::Multicast::VrfLeak {
 
-void VrfLeakConfigSm::handleLeakPrefixList() { in.parent->vrfChanged(in.row->vrfName()); }
-void LeakPrefixListSm::handlePrefix() { in.parent->prefixListChanged(in.row->name()); }
+void VrfLeakConfigSm::handleLeakPrefixList() {
+  in.parent->vrfChanged(in.row->vrfName());
+}
+void LeakPrefixListSm::handlePrefix() {
+  in.parent->prefixListChanged(in.row->name());
+}
 
 VrfLeakHelperSm::VrfLeakHelperSm(Inputs inputs) : in(std::move(inputs)) {
   in.matcherStatus->vrfLeakConfigIs(in.vrfLeakConfig);
   in.matcherStatus->policyRootIs(in.policyRoot);
-  for (const auto& [name, row] : in.policyRoot->prefixListIterator()) handlePrefixList(name);
-  for (const auto& [vrf, row] : in.vrfLeakConfig->vrfConfigIterator()) handleVrfConfig(vrf);
+  for (const auto& [name, row] : in.policyRoot->prefixListIterator())
+    handlePrefixList(name);
+  for (const auto& [vrf, row] : in.vrfLeakConfig->vrfConfigIterator())
+    handleVrfConfig(vrf);
 }
 
 void VrfLeakHelperSm::handleVrfConfig(L3::VrfName vrf) {
@@ -36,7 +42,8 @@ void VrfLeakHelperSm::handlePrefixList(std::string name) {
 }
 
 void VrfLeakHelperSm::vrfChanged(const L3::VrfName& vrf) {
-  if (const auto status = in.matcherStatus->vrfStatus(vrf)) status->versionIs(status->version() + 1);
+  if (const auto status = in.matcherStatus->vrfStatus(vrf))
+    status->versionIs(status->version() + 1);
 }
 
 void VrfLeakHelperSm::prefixListChanged(const std::string& name) {

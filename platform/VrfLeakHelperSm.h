@@ -1,6 +1,7 @@
-// Tells who depends on it when the answer to "does this group leak out of this VRF" may have changed.
-// Reads: the leak configuration of each VRF and the prefix lists that it names. Writes: `matcherStatus`, one entry per VRF
-// with leak configuration, whose version grows on every such change. Runs on these changes.
+// Tells who depends on it when the answer to "does this group leak out of this VRF" may have
+// changed. Reads: the leak configuration of each VRF and the prefix lists that it names. Writes:
+// `matcherStatus`, one entry per VRF with leak configuration, whose version grows on every such
+// change. Runs on these changes.
 #pragma once
 
 #include "records/VrfLeak.h"
@@ -23,8 +24,8 @@ class VrfLeakConfigSm final : public Vesk::Machine {
 
  private:
   void handleLeakPrefixList();
-  Vesk::Watch list_ =
-      watch<&VrfLeakConfigSm::handleLeakPrefixList>(in.row, McastVrfLeakVrfConfig::leakPrefixListAttr);
+  Vesk::Watch list_ = watch<&VrfLeakConfigSm::handleLeakPrefixList>(
+      in.row, McastVrfLeakVrfConfig::leakPrefixListAttr);
 };
 
 /// One prefix list that some VRF may name.
@@ -40,7 +41,8 @@ class LeakPrefixListSm final : public Vesk::Machine {
 
  private:
   void handlePrefix();
-  Vesk::Watch prefix_ = watch<&LeakPrefixListSm::handlePrefix>(in.row, Policy::PrefixList::prefixAttr);
+  Vesk::Watch prefix_ =
+      watch<&LeakPrefixListSm::handlePrefix>(in.row, Policy::PrefixList::prefixAttr);
 };
 
 class VrfLeakHelperSm final : public Vesk::Machine {
@@ -64,8 +66,10 @@ class VrfLeakHelperSm final : public Vesk::Machine {
  private:
   void handleVrfConfig(L3::VrfName vrf);
   void handlePrefixList(std::string name);
-  Vesk::Watch vrf_ = watch<&VrfLeakHelperSm::handleVrfConfig>(in.vrfLeakConfig, McastVrfLeakConfig::vrfConfigAttr);
-  Vesk::Watch list_ = watch<&VrfLeakHelperSm::handlePrefixList>(in.policyRoot, Policy::PolicyRoot::prefixListAttr);
+  Vesk::Watch vrf_ =
+      watch<&VrfLeakHelperSm::handleVrfConfig>(in.vrfLeakConfig, McastVrfLeakConfig::vrfConfigAttr);
+  Vesk::Watch list_ =
+      watch<&VrfLeakHelperSm::handlePrefixList>(in.policyRoot, Policy::PolicyRoot::prefixListAttr);
 };
 
 }  // namespace Routing::Multicast::VrfLeak

@@ -1,6 +1,7 @@
-// The storage of attributes, one class per kind. Each holds the data and does the writes; the record passes itself and
-// the attribute's id, under which every effective change is published. A write of the present value publishes nothing.
-// Records declare attributes with the macros of runtime/Record.h.
+// The storage of attributes, one class per kind. Each holds the data and does the writes; the
+// record passes itself and the attribute's id, under which every effective change is published. A
+// write of the present value publishes nothing. Records declare attributes with the macros of
+// runtime/Record.h.
 #pragma once
 
 #include <memory>
@@ -111,7 +112,8 @@ class InstanceAttr {
   Ombra::Ptr<T> instance_;
 };
 
-/// Keeps the owner of a collection alive while somebody iterates over it, and ends at a damaged row.
+/// Keeps the owner of a collection alive while somebody iterates over it, and ends at a damaged
+/// row.
 template <class Attr>
 class Iteration {
  public:
@@ -122,7 +124,10 @@ class Iteration {
   struct End {};
   class Iterator {
    public:
-    Iterator(const Iteration* iteration, Cursor cursor) : iteration_(iteration), cursor_(std::move(cursor)) { check(); }
+    Iterator(const Iteration* iteration, Cursor cursor)
+        : iteration_(iteration), cursor_(std::move(cursor)) {
+      check();
+    }
     auto operator*() const { return Attr::entry(cursor_); }
     Iterator& operator++() {
       cursor_.advance();
@@ -160,7 +165,8 @@ class CollectionAttr {
   [[nodiscard]] std::uint32_t count() const { return map_.size(); }
 
   /// True, after a report, if the row is damaged.
-  [[nodiscard]] bool damaged([[maybe_unused]] const Entity& owner, [[maybe_unused]] const K& key) const {
+  [[nodiscard]] bool damaged([[maybe_unused]] const Entity& owner,
+                             [[maybe_unused]] const K& key) const {
     if constexpr (Shared) {
       if (corrupt_ && corrupt_->has(key)) return VeskSharedMem::damagedRow(owner, textOf(key));
     }
@@ -194,7 +200,8 @@ class CollectionAttr {
     KeyedMap<K, NoValue>* operator->() const { return nullptr; }
     NoMarks& operator=(std::unique_ptr<KeyedMap<K, NoValue>>) { return *this; }
   };
-  [[no_unique_address]] std::conditional_t<Shared, std::unique_ptr<KeyedMap<K, NoValue>>, NoMarks> corrupt_;
+  [[no_unique_address]] std::conditional_t<Shared, std::unique_ptr<KeyedMap<K, NoValue>>, NoMarks>
+      corrupt_;
 };
 
 /// Key to value. A missing key reads as the default value.
@@ -206,7 +213,9 @@ class MapAttr : public CollectionAttr<K, V, Shared> {
     K key;
     V value;
   };
-  static Entry entry(const typename KeyedMap<K, V>::Cursor& cursor) { return {cursor.key(), cursor.value()}; }
+  static Entry entry(const typename KeyedMap<K, V>::Cursor& cursor) {
+    return {cursor.key(), cursor.value()};
+  }
 
   [[nodiscard]] V get(const Entity& owner, const K& key) const {
     if (this->damaged(owner, key)) return V{};
@@ -253,10 +262,13 @@ class SetAttr : public CollectionAttr<K, NoValue, Shared> {
     owner.publish(field, &key);
   }
   void del(Entity& owner, Ombra::FieldId field, const K& key) { this->erase(owner, field, key); }
-  void delAll(Entity& owner, Ombra::FieldId field) { delWhile(owner, field, [](const K&) { return true; }); }
+  void delAll(Entity& owner, Ombra::FieldId field) {
+    delWhile(owner, field, [](const K&) { return true; });
+  }
   /// Deletes every member that comes before `key` in the order of iteration.
   void delBefore(Entity& owner, Ombra::FieldId field, const K& key) {
-    delWhile(owner, field, [&](const K& member) { return KeyedMap<K, NoValue>::before(member, key); });
+    delWhile(owner, field,
+             [&](const K& member) { return KeyedMap<K, NoValue>::before(member, key); });
   }
 
  private:
@@ -279,16 +291,20 @@ class InstanceMapAttr : public CollectionAttr<K, Ombra::Ptr<T>> {
     K key;
     Ombra::Ptr<T> value;
   };
-  static Entry entry(const typename KeyedMap<K, Ombra::Ptr<T>>::Cursor& cursor) { return {cursor.key(), cursor.value()}; }
+  static Entry entry(const typename KeyedMap<K, Ombra::Ptr<T>>::Cursor& cursor) {
+    return {cursor.key(), cursor.value()};
+  }
 
   [[nodiscard]] Ombra::Ptr<T> get(const K& key) const {
     const Ombra::Ptr<T>* instance = this->map_.find(key);
     return instance == nullptr ? nullptr : *instance;
   }
-  /// The present entry, or a new one. Other arguments for a present key are a programming error and throw.
+  /// The present entry, or a new one. Other arguments for a present key are a programming error and
+  /// throw.
   Ombra::Ptr<T> is(Entity& owner, Ombra::FieldId field, const K& key, typename T::Inputs in) {
     if (const Ombra::Ptr<T> present = get(key)) {
-      if (!sameInputs(*present, in)) throw std::logic_error("entry is present with other arguments: " + textOf(key));
+      if (!sameInputs(*present, in))
+        throw std::logic_error("entry is present with other arguments: " + textOf(key));
       return present;
     }
     const Ombra::Ptr<T> made = makeInstance<T>(std::move(in), key);

@@ -1,5 +1,5 @@
-// Damaged rows of shared tables: found on a read, reported to the table, and never seen by the logic.
-// A read that meets a damaged row yields the default value; an iteration ends there.
+// Damaged rows of shared tables: found on a read, reported to the table, and never seen by the
+// logic. A read that meets a damaged row yields the default value; an iteration ends there.
 #pragma once
 
 #include <functional>
@@ -11,7 +11,8 @@ class Entity;
 
 namespace VeskSharedMem {
 
-/// Raises and catches the corruption inside this layer and reports it to the table that holds the row. Always true.
+/// Raises and catches the corruption inside this layer and reports it to the table that holds the
+/// row. Always true.
 bool damagedRow(const Vesk::Entity& holder, const std::string& keyText);
 
 /// Who hears of corruption: path of the table, and the text.

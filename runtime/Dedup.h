@@ -1,7 +1,8 @@
 // Tables that hold one shared handle per distinct value: reference-counted rows.
-// Many producers may hold one row; the table's notifiee runs when the first reference is taken and when the last is gone.
-// Owns: nothing but the map from value to handle; a handle belongs to those who hold it.
-// Caveat: a handle whose last reference has gone is detached; taking it again ends the process.
+// Many producers may hold one row; the table's notifiee runs when the first reference is taken and
+// when the last is gone. Owns: nothing but the map from value to handle; a handle belongs to those
+// who hold it. Caveat: a handle whose last reference has gone is detached; taking it again ends the
+// process.
 #pragma once
 
 #include <utility>
@@ -24,7 +25,8 @@ class DedupHandleBase {
  protected:
   DedupHandleBase() = default;
   virtual ~DedupHandleBase() = default;
-  /// Runs when the last reference has gone: takes the handle out of the table, then tells the notifiee.
+  /// Runs when the last reference has gone: takes the handle out of the table, then tells the
+  /// notifiee.
   virtual void doRemoveFromDedupTable() const = 0;
 
  private:
@@ -50,7 +52,8 @@ class DedupHandle final : public DedupHandleBase {
 
  private:
   friend class DedupTable<T>;
-  DedupHandle(Ombra::Ptr<DedupTable<T>> table, T value) : table_(std::move(table)), value_(std::move(value)) {}
+  DedupHandle(Ombra::Ptr<DedupTable<T>> table, T value)
+      : table_(std::move(table)), value_(std::move(value)) {}
   void doRemoveFromDedupTable() const override { table_->remove(*this); }
 
   Ombra::Ptr<DedupTable<T>> table_;
@@ -70,7 +73,8 @@ template <class T>
 class DedupTable : public Vesk::Entity {
  public:
   using Handle = Ombra::Ptr<const DedupHandle<T>>;
-  explicit DedupTable(Ombra::Ptr<DedupHashTableLifeTimeNotifiee<T>> notifiee) : notifiee_(std::move(notifiee)) {}
+  explicit DedupTable(Ombra::Ptr<DedupHashTableLifeTimeNotifiee<T>> notifiee)
+      : notifiee_(std::move(notifiee)) {}
 
   /// The handle of the value; made, and inserted in the notifiee's eyes, if nobody holds one yet.
   [[nodiscard]] Handle dedup(const T& value) {

@@ -15,7 +15,8 @@ Ombra::Ptr<Entity> Dir::createEntity(std::string_view type, const std::string& n
 
 void identityIs(Entity& entity, std::string_view path) {
   const RecordType& type = entity.recordType();
-  if (const FieldInfo* name = type.field("name"); name != nullptr && name->kind == FieldKind::value && !name->isKey)
+  if (const FieldInfo* name = type.field("name");
+      name != nullptr && name->kind == FieldKind::value && !name->isKey)
     name->set(entity, name->valueType->bytes(quoted(path.substr(path.rfind('/') + 1))));
   const FieldInfo* af = type.field("af");
   if (af == nullptr || af->kind != FieldKind::value) return;

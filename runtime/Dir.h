@@ -17,7 +17,7 @@ class DirectoryField final : public CollectionField<Tag> {
  public:
   using Base::child;
   DirectoryField() : Base(FieldKind::instanceMap) {
-    this->targetType = [] () -> const RecordType& { return Tag::Record::veskType(); };
+    this->targetType = []() -> const RecordType& { return Tag::Record::veskType(); };
   }
   Ombra::Ptr<Entity> child(const Entity& e, std::string_view key) const override {
     return Base::attr(e).get(Base::readKey(key));
@@ -26,7 +26,8 @@ class DirectoryField final : public CollectionField<Tag> {
     Base::attr(e).adopt(e, Tag::id, Base::readKey(key), target);
     return true;
   }
-  void forEachChild(const Entity& e, const std::function<void(std::string_view, Entity&)>& f) const override {
+  void forEachChild(const Entity& e,
+                    const std::function<void(std::string_view, Entity&)>& f) const override {
     for (auto c = Base::attr(e).map().begin(); !c.atEnd(); c.advance())
       if (const auto child = c.value()) f(bytesOf(c.key()), *child);
   }
@@ -36,7 +37,8 @@ class Dir : public Entity {
   VESK_RECORD(Vesk::Dir)
   VESK_FIELD_(entryState, DirectoryField, 0, InstanceMapAttr<std::string, Entity>)
 
-  /// The entry of that name; made of the record type if it is not there. Null if there is no such type.
+  /// The entry of that name; made of the record type if it is not there. Null if there is no such
+  /// type.
   Ombra::Ptr<Entity> createEntity(std::string_view type, const std::string& name);
   void createEntity(const Ombra::Ptr<Entity>& entity, const std::string& name) {
     entryState_.adopt(*this, entryStateIndex, name, entity);
@@ -44,7 +46,9 @@ class Dir : public Entity {
   /// No error if there is none.
   void deleteEntity(const std::string& name) { entryState_.del(*this, entryStateIndex, name); }
   void deleteAll() { entryState_.delAll(*this, entryStateIndex); }
-  [[nodiscard]] Ombra::Ptr<Entity> entityPtr(const std::string& name) const { return entryState_.get(name); }
+  [[nodiscard]] Ombra::Ptr<Entity> entityPtr(const std::string& name) const {
+    return entryState_.get(name);
+  }
   [[nodiscard]] auto entryStateIterator() const {
     return Iteration(Ombra::Ptr<const Entity>(this), entryState_, entryState_.map().begin());
   }

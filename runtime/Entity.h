@@ -22,7 +22,8 @@ class Entity : public Ombra::Node {
 
   [[nodiscard]] virtual const RecordType& recordType() const = 0;
 
-  /// Tells everyone who watches this attribute; `key` points to the collection's key, null for a scalar attribute.
+  /// Tells everyone who watches this attribute; `key` points to the collection's key, null for a
+  /// scalar attribute.
   void publish(Ombra::FieldId field, const void* key = nullptr) { publisher_.publish(field, key); }
   [[nodiscard]] Publisher& publisher() const { return publisher_; }
 

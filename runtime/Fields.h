@@ -1,5 +1,5 @@
-// Reflection of the attributes that runtime/Record.h declares: one FieldInfo class per kind, and the record type that
-// gathers them. Nothing here is named by hand-written code.
+// Reflection of the attributes that runtime/Record.h declares: one FieldInfo class per kind, and
+// the record type that gathers them. Nothing here is named by hand-written code.
 #pragma once
 
 #include <algorithm>
@@ -50,7 +50,9 @@ class TypedField : public FieldInfo {
     kind = fieldKind;
     capacity = Tag::capacity;
   }
-  static const auto& attr(const Entity& entity) { return Tag::attr(static_cast<const Record&>(entity)); }
+  static const auto& attr(const Entity& entity) {
+    return Tag::attr(static_cast<const Record&>(entity));
+  }
   static auto& attr(Entity& entity) { return Tag::attr(static_cast<Record&>(entity)); }
   template <class T>
   static T read(std::string_view bytes) {
@@ -118,7 +120,9 @@ class ReferenceField final : public TypedField<Tag> {
     this->isConst = std::is_const_v<Target>;
     this->targetType = &Base::template typeOf<Target>;
   }
-  Ombra::Ptr<Entity> child(const Entity& e) const override { return Base::erased(Base::attr(e).get()); }
+  Ombra::Ptr<Entity> child(const Entity& e) const override {
+    return Base::erased(Base::attr(e).get());
+  }
   bool adopt(Entity& e, std::string_view, const Ombra::Ptr<Entity>& target) const override {
     Base::attr(e).is(e, Tag::id, Ombra::Ptr<Target>(static_cast<Target*>(target.get())));
     return true;
@@ -134,13 +138,16 @@ class InstanceField final : public TypedField<Tag> {
  public:
   using Base::child;
   InstanceField() : Base(FieldKind::instance) { this->targetType = &Base::template typeOf<Target>; }
-  Ombra::Ptr<Entity> child(const Entity& e) const override { return Base::erased(Base::attr(e).get()); }
+  Ombra::Ptr<Entity> child(const Entity& e) const override {
+    return Base::erased(Base::attr(e).get());
+  }
   bool adopt(Entity& e, std::string_view, const Ombra::Ptr<Entity>& target) const override {
     Base::attr(e).adopt(e, Tag::id, Ombra::Ptr<Target>(static_cast<Target*>(target.get())));
     return true;
   }
   void reset(Entity& e) const override { Base::attr(e).del(e, Tag::id); }
-  void forEachChild(const Entity& e, const std::function<void(std::string_view, Entity&)>& f) const override {
+  void forEachChild(const Entity& e,
+                    const std::function<void(std::string_view, Entity&)>& f) const override {
     if (const auto held = child(e)) f({}, *held);
   }
 };
@@ -151,7 +158,9 @@ class CollectionField : public TypedField<Tag> {
  protected:
   using K = typename Tag::Attr::Key;
   using Base = TypedField<Tag>;
-  explicit CollectionField(FieldKind collectionKind) : Base(collectionKind) { this->keyType = &Vesk::valueType<K>(); }
+  explicit CollectionField(FieldKind collectionKind) : Base(collectionKind) {
+    this->keyType = &Vesk::valueType<K>();
+  }
   static K readKey(std::string_view key) { return Base::template read<K>(key); }
 
  public:
@@ -159,22 +168,32 @@ class CollectionField : public TypedField<Tag> {
   std::vector<std::string> keys(const Entity& e) const override {
     std::vector<K> sorted;
     sorted.reserve(count(e));
-    for (auto c = Base::attr(e).map().begin(); !c.atEnd(); c.advance()) sorted.push_back(c.key());
+    for (auto c = Base::attr(e).map().begin(); !c.atEnd(); c.advance())
+      sorted.push_back(c.key());
     std::sort(sorted.begin(), sorted.end());
     std::vector<std::string> bytes;
     bytes.reserve(sorted.size());
-    for (const K& key : sorted) bytes.push_back(bytesOf(key));
+    for (const K& key : sorted)
+      bytes.push_back(bytesOf(key));
     return bytes;
   }
-  bool has(const Entity& e, std::string_view key) const override { return Base::attr(e).has(readKey(key)); }
-  void del(Entity& e, std::string_view key) const override { Base::attr(e).del(e, Tag::id, readKey(key)); }
+  bool has(const Entity& e, std::string_view key) const override {
+    return Base::attr(e).has(readKey(key));
+  }
+  void del(Entity& e, std::string_view key) const override {
+    Base::attr(e).del(e, Tag::id, readKey(key));
+  }
   void reset(Entity& e) const override { Base::attr(e).delAll(e, Tag::id); }
-  std::string keyBytes(const void* key) const override { return bytesOf(*static_cast<const K*>(key)); }
+  std::string keyBytes(const void* key) const override {
+    return bytesOf(*static_cast<const K*>(key));
+  }
   bool corruptIs(Entity& e, std::string_view key, bool corrupt) const override {
     if constexpr (Tag::Attr::isShared) Base::attr(e).corruptIs(readKey(key), corrupt);
     return Tag::Attr::isShared;
   }
-  bool corrupt(const Entity& e, std::string_view key) const override { return Base::attr(e).corrupt(readKey(key)); }
+  bool corrupt(const Entity& e, std::string_view key) const override {
+    return Base::attr(e).corrupt(readKey(key));
+  }
 };
 
 template <class Tag>
@@ -192,7 +211,8 @@ class MapField final : public CollectionField<Tag> {
   void set(Entity& e, std::string_view key, std::string_view value) const override {
     const auto k = Base::readKey(key);
     V v = Base::template read<V>(value);
-    if constexpr (hasKeyMember<V>()) const_cast<std::remove_cvref_t<decltype(keyOf(v))>&>(keyOf(v)) = k;
+    if constexpr (hasKeyMember<V>())
+      const_cast<std::remove_cvref_t<decltype(keyOf(v))>&>(keyOf(v)) = k;
     Base::attr(e).is(e, Tag::id, k, std::move(v));
   }
 };
@@ -203,7 +223,9 @@ class SetField final : public CollectionField<Tag> {
 
  public:
   SetField() : Base(FieldKind::valueSet) {}
-  void add(Entity& e, std::string_view key) const override { Base::attr(e).is(e, Tag::id, Base::readKey(key)); }
+  void add(Entity& e, std::string_view key) const override {
+    Base::attr(e).is(e, Tag::id, Base::readKey(key));
+  }
 };
 
 template <class Tag>
@@ -213,7 +235,9 @@ class InstanceMapField final : public CollectionField<Tag> {
 
  public:
   using Base::child;
-  InstanceMapField() : Base(FieldKind::instanceMap) { this->targetType = &Base::template typeOf<Target>; }
+  InstanceMapField() : Base(FieldKind::instanceMap) {
+    this->targetType = &Base::template typeOf<Target>;
+  }
   void add(Entity& e, std::string_view key) const override {
     if (Base::has(e, key)) return;
     if (const auto made = this->targetType().make(key)) adopt(e, key, made);
@@ -222,10 +246,12 @@ class InstanceMapField final : public CollectionField<Tag> {
     return Base::erased(Base::attr(e).get(Base::readKey(key)));
   }
   bool adopt(Entity& e, std::string_view key, const Ombra::Ptr<Entity>& target) const override {
-    Base::attr(e).adopt(e, Tag::id, Base::readKey(key), Ombra::Ptr<Target>(static_cast<Target*>(target.get())));
+    Base::attr(e).adopt(e, Tag::id, Base::readKey(key),
+                        Ombra::Ptr<Target>(static_cast<Target*>(target.get())));
     return true;
   }
-  void forEachChild(const Entity& e, const std::function<void(std::string_view, Entity&)>& f) const override {
+  void forEachChild(const Entity& e,
+                    const std::function<void(std::string_view, Entity&)>& f) const override {
     for (auto c = Base::attr(e).map().begin(); !c.atEnd(); c.advance())
       if (const auto child = c.value()) f(bytesOf(c.key()), *child);
   }
@@ -238,7 +264,8 @@ class RecordTypeOf final : public RecordType {
     constexpr int count = decltype(R::veskCount(Rank<maxMembers>{}))::value;
     [&]<int... I>(std::integer_sequence<int, I...>) {
       (fields_.push_back(&R::veskField(Count<I>{})), ...);
-    }(std::make_integer_sequence<int, count>{});
+    }
+    (std::make_integer_sequence<int, count>{});
   }
   bool canMake() const override { return keyed || std::is_default_constructible_v<R>; }
   Ombra::Ptr<Entity> make([[maybe_unused]] std::string_view key) const override {

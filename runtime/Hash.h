@@ -1,5 +1,6 @@
 // Hashing that is the same in every process and on every run.
-// Collections are iterated in the order of these hashes, so a seed or an address in them would make two runs differ.
+// Collections are iterated in the order of these hashes, so a seed or an address in them would make
+// two runs differ.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,8 @@
-// The one keyed map of the system: O(1) look-up, and an order of iteration that survives removal and growth.
-// Entries stand in an open-addressed array sorted by (hash, key), so the position of an entry is a pure function of its
-// key: a cursor finds its place again after any change, and a scan resumes at a bookmark key that has vanished.
-// Caveat: values move when the map changes; read them by value. Entries added during an iteration may or may not be seen.
+// The one keyed map of the system: O(1) look-up, and an order of iteration that survives removal
+// and growth. Entries stand in an open-addressed array sorted by (hash, key), so the position of an
+// entry is a pure function of its key: a cursor finds its place again after any change, and a scan
+// resumes at a bookmark key that has vanished. Caveat: values move when the map changes; read them
+// by value. Entries added during an iteration may or may not be seen.
 #pragma once
 
 #include <algorithm>
@@ -57,7 +58,8 @@ class KeyedMap {
     if (size_ + 1 > limit()) grow();
     std::uint32_t at = lowerBound(hash, key);
     std::uint32_t gap = at;
-    while (gap < total_ && hashes_[gap] != 0) ++gap;
+    while (gap < total_ && hashes_[gap] != 0)
+      ++gap;
     if (gap == total_) {
       grow();
       insert(key, std::move(value));
@@ -67,7 +69,8 @@ class KeyedMap {
       new (&slots_[at]) Slot{key, std::move(value)};
     } else {
       new (&slots_[gap]) Slot{std::move(slots_[gap - 1])};
-      for (std::uint32_t i = gap - 1; i > at; --i) slots_[i] = std::move(slots_[i - 1]);
+      for (std::uint32_t i = gap - 1; i > at; --i)
+        slots_[i] = std::move(slots_[i - 1]);
       std::copy_backward(&hashes_[at], &hashes_[gap], &hashes_[gap + 1]);
       slots_[at] = Slot{key, std::move(value)};
     }
@@ -76,8 +79,8 @@ class KeyedMap {
     ++version_;
   }
 
-  /// Removes the entry; false if there was none. The value dies after the map is whole again, since its end may come
-  /// back to this map.
+  /// Removes the entry; false if there was none. The value dies after the map is whole again, since
+  /// its end may come back to this map.
   bool erase(const K& key) {
     std::uint32_t at = locate(hashOf(key), key);
     if (at == none) return false;
@@ -94,8 +97,8 @@ class KeyedMap {
     return true;
   }
 
-  /// A position in the map. It stays good over any change: if its own entry goes it is stale, and `advance` moves to the
-  /// next live entry.
+  /// A position in the map. It stays good over any change: if its own entry goes it is stale, and
+  /// `advance` moves to the next live entry.
   class Cursor {
    public:
     [[nodiscard]] bool atEnd() const { return atEnd_; }
@@ -120,7 +123,8 @@ class KeyedMap {
     friend class KeyedMap;
     Cursor(const KeyedMap* map, std::uint32_t from) : map_(map) { standAt(from); }
     void standAt(std::uint32_t index) {
-      while (index < map_->total_ && map_->hashes_[index] == 0) ++index;
+      while (index < map_->total_ && map_->hashes_[index] == 0)
+        ++index;
       atEnd_ = index >= map_->total_;
       version_ = map_->version_;
       index_ = index;
@@ -164,7 +168,9 @@ class KeyedMap {
 
   [[nodiscard]] std::uint32_t lowerBound(std::uint32_t hash, const K& key) const {
     std::uint32_t i = home(hash);
-    while (i < total_ && hashes_[i] != 0 && (hashes_[i] < hash || (hashes_[i] == hash && slots_[i].key < key))) ++i;
+    while (i < total_ && hashes_[i] != 0 &&
+           (hashes_[i] < hash || (hashes_[i] == hash && slots_[i].key < key)))
+      ++i;
     return i;
   }
   [[nodiscard]] std::uint32_t upperBound(std::uint32_t hash, const K& key) const {
@@ -182,7 +188,8 @@ class KeyedMap {
   /// Bigger arrays, in the same order; more than twice as big only if many hashes fall together.
   void grow() {
     std::uint32_t bits = bits_ == 0 ? 2 : bits_ + 1;
-    while (!fits(bits)) ++bits;
+    while (!fits(bits))
+      ++bits;
     const std::uint32_t total = totalOf(bits);
     auto hashes = std::make_unique<std::uint32_t[]>(total);
     auto* slots = allocate(total);
@@ -213,13 +220,14 @@ class KeyedMap {
   static std::uint32_t totalOf(std::uint32_t bits) { return (1U << bits) + 4 + 2 * bits; }
 
   static Slot* allocate(std::uint32_t total) {
-    return static_cast<Slot*>(::operator new(total * sizeof(Slot), std::align_val_t{alignof(Slot)}));
+    return static_cast<Slot*>(
+        ::operator new (total * sizeof(Slot), std::align_val_t{alignof(Slot)}));
   }
   static void destroy(const std::uint32_t* hashes, Slot* slots, std::uint32_t total) {
     if (slots == nullptr) return;
     for (std::uint32_t i = 0; i < total; ++i)
       if (hashes[i] != 0) slots[i].~Slot();
-    ::operator delete(slots, std::align_val_t{alignof(Slot)});
+    ::operator delete (slots, std::align_val_t{alignof(Slot)});
   }
 
   std::unique_ptr<std::uint32_t[]> hashes_;

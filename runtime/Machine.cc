@@ -12,8 +12,9 @@ std::vector<Ombra::Ptr<Machine>> ownedMachines(const Machine& machine) {
   std::vector<Ombra::Ptr<Machine>> owned;
   for (const FieldInfo* field : machine.recordType().fields()) {
     if (!field->owns() || !field->targetType().isMachine()) continue;
-    field->forEachChild(machine,
-                        [&](std::string_view, Entity& child) { owned.emplace_back(static_cast<Machine*>(&child)); });
+    field->forEachChild(machine, [&](std::string_view, Entity& child) {
+      owned.emplace_back(static_cast<Machine*>(&child));
+    });
   }
   return owned;
 }
@@ -37,7 +38,8 @@ Part::~Part() {
   (first == this ? first : previousPart_->nextPart_) = nextPart_;
 }
 
-Watch::Watch(Machine* owner, Ombra::Ptr<const Entity> input, Ombra::FieldId field, Listener::Call call)
+Watch::Watch(Machine* owner, Ombra::Ptr<const Entity> input, Ombra::FieldId field,
+             Listener::Call call)
     : Part(owner), input_(std::move(input)), listener_(owner, field, call) {
   Watch::activeIs(owner->hasNotificationActive());
 }
@@ -58,14 +60,17 @@ void Watch::activeIs(bool active) {
 void Machine::hasNotificationActiveIs(bool active) {
   if (active_ == active) return;
   active_ = active;
-  for (Part* part = parts_; part != nullptr; part = part->nextPart_) part->activeIs(active);
-  for (const auto& owned : ownedMachines(*this)) owned->hasNotificationActiveIs(active);
+  for (Part* part = parts_; part != nullptr; part = part->nextPart_)
+    part->activeIs(active);
+  for (const auto& owned : ownedMachines(*this))
+    owned->hasNotificationActiveIs(active);
 }
 
 void Machine::reviewAll() {
   const Ombra::Ptr<Machine> alive(this);
   review();
-  for (const auto& owned : ownedMachines(*this)) owned->reviewAll();
+  for (const auto& owned : ownedMachines(*this))
+    owned->reviewAll();
 }
 
 void Machine::lastUserGone() {

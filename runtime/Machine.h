@@ -1,7 +1,8 @@
 // State machines and their subscriptions.
-// A machine reads inputs, watches them and writes outputs. Its subscriptions are its members: they are made in the order
-// of declaration before the constructor's body runs, they go with the machine, and they fall silent together.
-// hasNotificationActiveIs(false) is recursive over the machines that this one owns, and immediate.
+// A machine reads inputs, watches them and writes outputs. Its subscriptions are its members: they
+// are made in the order of declaration before the constructor's body runs, they go with the
+// machine, and they fall silent together. hasNotificationActiveIs(false) is recursive over the
+// machines that this one owns, and immediate.
 #pragma once
 
 #include <array>
@@ -50,19 +51,20 @@ class Watch final : public Part {
 template <class... Tags>
 class PathWatch;
 
-/// A state machine. A derived class holds its constructor arguments in a public constant member `in` of its type
-/// `Inputs`, which an instantiating attribute compares.
+/// A state machine. A derived class holds its constructor arguments in a public constant member
+/// `in` of its type `Inputs`, which an instantiating attribute compares.
 class Machine : public Entity {
  public:
   [[nodiscard]] bool hasNotificationActive() const { return active_; }
-  /// False: silences this machine and, recursively, every machine that it owns; tasks and timers too. True: listens again.
-  /// The present value changes nothing.
+  /// False: silences this machine and, recursively, every machine that it owns; tasks and timers
+  /// too. True: listens again. The present value changes nothing.
   void hasNotificationActiveIs(bool active);
   /// While set, no reactor of this machine runs.
   void veskDoZombieReactors(bool zombie) { zombie_ = zombie; }
   [[nodiscard]] bool zombie() const { return zombie_; }
 
-  /// Judges everything that this machine is responsible for anew. With unchanged inputs no output may change.
+  /// Judges everything that this machine is responsible for anew. With unchanged inputs no output
+  /// may change.
   virtual void review() {}
   /// `review` of this machine and of every machine that it owns.
   void reviewAll();
@@ -73,10 +75,12 @@ class Machine : public Entity {
   virtual void handleCleanup() {}
   void lastUserGone() override;
 
-  /// A subscription that runs Handler, a member function of the deriving machine without argument or with the key.
+  /// A subscription that runs Handler, a member function of the deriving machine without argument
+  /// or with the key.
   template <auto Handler, class Record, class Tag>
   [[nodiscard]] Watch watch(const Ombra::Ptr<Record>& input, Tag);
-  /// A subscription on a path of references: `watchPath<&Sm::handleX>(root, Root::stepAttr, Step::attributeAttr)`.
+  /// A subscription on a path of references: `watchPath<&Sm::handleX>(root, Root::stepAttr,
+  /// Step::attributeAttr)`.
   template <auto Handler, class Record, class... Tags>
   [[nodiscard]] PathWatch<Tags...> watchPath(const Ombra::Ptr<Record>& root, Tags...);
 
@@ -87,7 +91,8 @@ class Machine : public Entity {
   bool zombie_ = false;
 };
 
-// --- handlers ------------------------------------------------------------------------------------------------------
+// --- handlers
+// ------------------------------------------------------------------------------------------------------
 
 template <class F>
 struct HandlerTraits;
@@ -111,16 +116,19 @@ void runHandler(Machine& machine, const void* key) {
 
 template <auto Handler, class Record, class Tag>
 Watch Machine::watch(const Ombra::Ptr<Record>& input, Tag) {
-  static_assert(std::is_base_of_v<typename Tag::Record, std::remove_const_t<Record>>, "attribute of another record");
+  static_assert(std::is_base_of_v<typename Tag::Record, std::remove_const_t<Record>>,
+                "attribute of another record");
   return Watch(this, input, Tag::id, [](Listener& self, Ombra::FieldId, const void* key) {
     runHandler<Handler, typename Tag::Attr::Key>(*self.owner(), key);
   });
 }
 
-// --- paths ---------------------------------------------------------------------------------------------------------
+// --- paths
+// ---------------------------------------------------------------------------------------------------------
 
-/// Watches the last attribute of a path of references. When a step is replaced the subscriptions move on; if the end then
-/// stands on another object the handler runs: once, or for a collection once per key of the old and the new object.
+/// Watches the last attribute of a path of references. When a step is replaced the subscriptions
+/// move on; if the end then stands on another object the handler runs: once, or for a collection
+/// once per key of the old and the new object.
 template <class... Tags>
 class PathWatch final : public Part {
  public:
@@ -129,7 +137,11 @@ class PathWatch final : public Part {
   using Last = std::tuple_element_t<length - 1, std::tuple<Tags...>>;
 
   PathWatch(Machine* owner, Ombra::Ptr<const Entity> root, Run run, bool perKey)
-      : Part(owner), owner_(owner), run_(run), perKey_(perKey), steps_(makeSteps(std::make_index_sequence<length>{})) {
+      : Part(owner),
+        owner_(owner),
+        run_(run),
+        perKey_(perKey),
+        steps_(makeSteps(std::make_index_sequence<length>{})) {
     objects_[0] = std::move(root);
     bind(0);
   }
@@ -208,7 +220,8 @@ class PathWatch final : public Part {
           if (!keys.has(c.key())) keys.insert(c.key(), {});
       }
       const Run run = run_;
-      for (auto c = keys.begin(); !c.atEnd() && alive->hasNotificationActive() && !alive->zombie(); c.advance()) {
+      for (auto c = keys.begin(); !c.atEnd() && alive->hasNotificationActive() && !alive->zombie();
+           c.advance()) {
         const auto key = c.key();
         run(*alive, &key);
       }

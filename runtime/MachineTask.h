@@ -13,13 +13,15 @@ template <class Base>
 class OwnedTask final : public Base, public Part {
  public:
   using Body = void (*)(Machine&);
-  OwnedTask(Machine* owner, Sylva::TaskScheduler* scheduler, Sylva::TaskPriority priority, std::string name, Body body)
+  OwnedTask(Machine* owner, Sylva::TaskScheduler* scheduler, Sylva::TaskPriority priority,
+            std::string name, Body body)
       : Base(scheduler, priority, std::move(name)), Part(owner), owner_(owner), body_(body) {
     Base::activeIs(owner->hasNotificationActive());
   }
 
  private:
-  /// Held from here and not by the scheduler, since the body may drop this task and keep its machine.
+  /// Held from here and not by the scheduler, since the body may drop this task and keep its
+  /// machine.
   void run() override {
     const Ombra::Ptr<Machine> alive(owner_);
     body_(*alive);

@@ -1,13 +1,14 @@
 // Counted nodes and the pointers that count them.
 // Owns: the use count of every entity, machine and table; a node dies with its last Ptr.
 // Counts are not atomic: all logic runs on one thread.
-// Caveat: nodes are made by Ombra::make only. A node holds one reference to itself while its constructor runs, so
-// that a reactor that fires in the middle of construction cannot destroy it.
+// Caveat: nodes are made by Ombra::make only. A node holds one reference to itself while its
+// constructor runs, so that a reactor that fires in the middle of construction cannot destroy it.
 #pragma once
 
-#include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <cstdint>
 #include <utility>
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
 
 namespace Ombra {
 
@@ -21,7 +22,8 @@ class Node {
   [[nodiscard]] std::uint32_t useCount() const { return useCount_; }
 
  protected:
-  /// Runs when the last user has gone and the object is still whole: it may take and drop references to itself.
+  /// Runs when the last user has gone and the object is still whole: it may take and drop
+  /// references to itself.
   virtual void lastUserGone() {}
 
  private:

@@ -48,7 +48,8 @@ void Publisher::dispatch(Ombra::FieldId field, const void* key) {
   } leave{self.outer};
   while (Listener* listener = self.next) {
     self.next = listener->next_ == head_ ? nullptr : listener->next_;
-    if ((listener->field_ == field || listener->field_ == Listener::anyField) && listener->joined_ < event)
+    if ((listener->field_ == field || listener->field_ == Listener::anyField) &&
+        listener->joined_ < event)
       listener->fire(field, key);
   }
 }
@@ -79,7 +80,8 @@ void Publisher::add(Listener* listener) {
       std::uint64_t place = (*shuffle)() % places;
       first = place == 0 && machines == head_;
       before = machines;
-      while (place-- > 0) before = before->next_;
+      while (place-- > 0)
+        before = before->next_;
     }
   }
   listener->next_ = before;
@@ -105,7 +107,8 @@ void Publisher::remove(Listener* listener) {
 }
 
 void Publisher::dropAll() {
-  while (head_ != nullptr) remove(head_);
+  while (head_ != nullptr)
+    remove(head_);
 }
 
 void Publisher::dropMachines() {

@@ -1,8 +1,9 @@
 // How a change reaches those who watch it.
 // Owns: the list of listeners of one entity, one pointer when nobody watches.
-// Publishing runs the handlers at once, on the same stack, in the order of subscription, nested to any depth. During a
-// dispatch a listener that goes is not called and one that comes does not see the event in flight; the machine, the entity
-// and the entry that it stands on may all be deleted by a handler.
+// Publishing runs the handlers at once, on the same stack, in the order of subscription, nested to
+// any depth. During a dispatch a listener that goes is not called and one that comes does not see
+// the event in flight; the machine, the entity and the entry that it stands on may all be deleted
+// by a handler.
 #pragma once
 
 #include <cstdint>
@@ -23,12 +24,15 @@ class Publisher;
 /// One subscription, a member of whoever subscribes. Not copied, not moved; gone with its owner.
 class Listener {
  public:
-  /// Gets the attribute that changed and, for a collection, a pointer to the key (of the collection's own key type).
+  /// Gets the attribute that changed and, for a collection, a pointer to the key (of the
+  /// collection's own key type).
   using Call = void (*)(Listener& self, Ombra::FieldId field, const void* key);
   static constexpr Ombra::FieldId anyField = 0xffff;
 
-  /// Listens for the machine: silent while the machine is a zombie, and the machine lives through the call.
-  Listener(Machine* owner, Ombra::FieldId field, Call call) : call_(call), owner_(owner), field_(field) {}
+  /// Listens for the machine: silent while the machine is a zombie, and the machine lives through
+  /// the call.
+  Listener(Machine* owner, Ombra::FieldId field, Call call)
+      : call_(call), owner_(owner), field_(field) {}
   /// An observer: hears every attribute of the entity, before any machine does.
   explicit Listener(Call call) : call_(call) {}
   Listener(const Listener&) = delete;
@@ -66,10 +70,12 @@ class Publisher {
   void publish(Ombra::FieldId field, const void* key) {
     if (head_ != nullptr) dispatch(field, key);
   }
-  /// Forgets the machines that listen, without a word to them: their process is gone. Observers stay.
+  /// Forgets the machines that listen, without a word to them: their process is gone. Observers
+  /// stay.
   void dropMachines();
 
-  /// Test mode: every new subscription takes a random place among the machines of its entity. 0 switches it off.
+  /// Test mode: every new subscription takes a random place among the machines of its entity. 0
+  /// switches it off.
   static void shuffleSeedIs(std::uint64_t seed);
 
  private:

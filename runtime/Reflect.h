@@ -1,6 +1,7 @@
-// Records without their C++ types: names and kinds of attributes, and reading and writing them by text or bytes.
-// Everything that treats all records alike stands on this: printing, scenarios, recording, shared tables, machine trees.
-// A key or value without its type is its bytes (runtime/ValueTraits.h); ValueType tells how they read and compare.
+// Records without their C++ types: names and kinds of attributes, and reading and writing them by
+// text or bytes. Everything that treats all records alike stands on this: printing, scenarios,
+// recording, shared tables, machine trees. A key or value without its type is its bytes
+// (runtime/ValueTraits.h); ValueType tells how they read and compare.
 #pragma once
 
 #include <functional>
@@ -55,8 +56,8 @@ const ValueType& valueType();
 enum class FieldKind { value, reference, instance, valueMap, valueSet, instanceMap };
 [[nodiscard]] std::string_view kindText(FieldKind kind);
 
-/// One attribute of a record type. Operations that do not fit the kind end the process: callers ask `kind` first.
-/// Keys and values are bytes.
+/// One attribute of a record type. Operations that do not fit the kind end the process: callers ask
+/// `kind` first. Keys and values are bytes.
 class FieldInfo {
  public:
   virtual ~FieldInfo() = default;
@@ -64,21 +65,25 @@ class FieldInfo {
   std::string_view name;
   Ombra::FieldId id = 0;
   FieldKind kind = FieldKind::value;
-  bool isKey = false;                   ///< the entity's own key: fixed, never published
-  bool isConst = false;                 ///< a reference for read access
-  std::uint32_t capacity = 0;           ///< rows of a shared table, 0 if not stated
-  const ValueType* keyType = nullptr;   ///< of a collection
-  const ValueType* valueType = nullptr; ///< of a value or of a value map
+  bool isKey = false;                           ///< the entity's own key: fixed, never published
+  bool isConst = false;                         ///< a reference for read access
+  std::uint32_t capacity = 0;                   ///< rows of a shared table, 0 if not stated
+  const ValueType* keyType = nullptr;           ///< of a collection
+  const ValueType* valueType = nullptr;         ///< of a value or of a value map
   const RecordType& (*targetType)() = nullptr;  ///< of a reference, instance or instance map
 
   [[nodiscard]] bool isCollection() const {
-    return kind == FieldKind::valueMap || kind == FieldKind::valueSet || kind == FieldKind::instanceMap;
+    return kind == FieldKind::valueMap || kind == FieldKind::valueSet ||
+           kind == FieldKind::instanceMap;
   }
   [[nodiscard]] bool holdsEntities() const {
-    return kind == FieldKind::reference || kind == FieldKind::instance || kind == FieldKind::instanceMap;
+    return kind == FieldKind::reference || kind == FieldKind::instance ||
+           kind == FieldKind::instanceMap;
   }
   /// True if the attribute owns the entities that it holds.
-  [[nodiscard]] bool owns() const { return kind == FieldKind::instance || kind == FieldKind::instanceMap; }
+  [[nodiscard]] bool owns() const {
+    return kind == FieldKind::instance || kind == FieldKind::instanceMap;
+  }
 
   // value
   [[nodiscard]] virtual std::string get(const Entity&) const;
@@ -101,7 +106,8 @@ class FieldInfo {
   /// Stores an entity that was made elsewhere; false if the attribute cannot take it.
   virtual bool adopt(Entity&, std::string_view key, const Ombra::Ptr<Entity>&) const;
   /// Every entity that is held, in no order.
-  virtual void forEachChild(const Entity&, const std::function<void(std::string_view key, Entity&)>&) const;
+  virtual void forEachChild(const Entity&,
+                            const std::function<void(std::string_view key, Entity&)>&) const;
   /// Bytes of the key that a listener is handed.
   [[nodiscard]] virtual std::string keyBytes(const void* key) const;
   /// The mark of a damaged row, for tests; false if the attribute is not of a shared table.
@@ -149,7 +155,8 @@ struct RecordRegistration {
 template <class R>
 extern const RecordRegistration registrationOf;
 
-// --- the one implementation of ValueType ---------------------------------------------------------------------------
+// --- the one implementation of ValueType
+// ---------------------------------------------------------------------------
 
 template <class T>
 class ValueTypeOf final : public ValueType {

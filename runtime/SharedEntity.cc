@@ -1,9 +1,9 @@
 #include "runtime/SharedEntity.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <filesystem>
+
+#include <fmt/format.h>
 
 #include "runtime/Assert.h"
 #include "runtime/Dir.h"
@@ -18,18 +18,21 @@ using Vesk::RecordType;
 /// Rows of a collection that states no capacity.
 constexpr std::uint32_t defaultCapacity = 16384;
 
-/// Attributes of an entity that stand in its row. Its own key and what the mount fills in from the path do not.
+/// Attributes of an entity that stand in its row. Its own key and what the mount fills in from the
+/// path do not.
 std::vector<const FieldInfo*> rowValues(const RecordType& type) {
   std::vector<const FieldInfo*> values;
   for (const FieldInfo* field : type.fields())
-    if (field->kind == FieldKind::value && !field->isKey && field->name != "af" && field->valueType->byteSize() != 0)
+    if (field->kind == FieldKind::value && !field->isKey && field->name != "af" &&
+        field->valueType->byteSize() != 0)
       values.push_back(field);
   return values;
 }
 
 std::string joinedNames(const std::vector<const FieldInfo*>& chain) {
   std::string names;
-  for (const FieldInfo* field : chain) names += fmt::format(".{}", field->name);
+  for (const FieldInfo* field : chain)
+    names += fmt::format(".{}", field->name);
   return names.empty() ? ".values" : names;
 }
 
@@ -37,20 +40,26 @@ std::string joinedNames(const std::vector<const FieldInfo*>& chain) {
 std::uint64_t signatureOf(const RowFile& file) {
   std::string words;
   for (const FieldInfo* field : file.chain)
-    words += fmt::format("{}:{}:{};", field->name, field->keyType->name(), field->keyType->byteSize());
+    words +=
+        fmt::format("{}:{}:{};", field->name, field->keyType->name(), field->keyType->byteSize());
   const auto add = [&](const FieldInfo* field) {
-    words += fmt::format("{}={}:{};", field->name, field->valueType->name(), field->valueType->byteSize());
+    words += fmt::format("{}={}:{};", field->name, field->valueType->name(),
+                         field->valueType->byteSize());
   };
   if (!file.chain.empty() && file.chain.back()->kind == FieldKind::valueMap) add(file.chain.back());
-  for (const FieldInfo* field : file.values) add(field);
+  for (const FieldInfo* field : file.values)
+    add(field);
   return Vesk::hashBytes(words);
 }
 
-void finish(RowFile& file, const std::string& directory, const std::string& path, std::uint32_t capacity) {
+void finish(RowFile& file, const std::string& directory, const std::string& path,
+            std::uint32_t capacity) {
   std::size_t keySize = 0;
-  for (const FieldInfo* field : file.chain) keySize += field->keyType->byteSize();
+  for (const FieldInfo* field : file.chain)
+    keySize += field->keyType->byteSize();
   std::size_t valueSize = 0;
-  for (const FieldInfo* field : file.values) valueSize += field->valueType->byteSize();
+  for (const FieldInfo* field : file.values)
+    valueSize += field->valueType->byteSize();
   if (!file.chain.empty() && file.chain.back()->kind == FieldKind::valueMap)
     valueSize = file.chain.back()->valueType->byteSize();
   file.file = directory + "/" + path + joinedNames(file.chain) + ".table";
@@ -86,13 +95,15 @@ struct Collector {
 
 std::string keyOf(const Vesk::TreeObserver::Node& node) {
   std::string key;
-  for (const auto* n = &node; n->parent != nullptr; n = n->parent) key.insert(0, n->key);
+  for (const auto* n = &node; n->parent != nullptr; n = n->parent)
+    key.insert(0, n->key);
   return key;
 }
 
 std::string valuesOf(const RowFile& file, const Vesk::Entity& entity) {
   std::string values;
-  for (const FieldInfo* field : file.values) values += field->get(entity);
+  for (const FieldInfo* field : file.values)
+    values += field->get(entity);
   return values;
 }
 
@@ -107,7 +118,8 @@ const std::string rootKey(1, '\0');
 
 }  // namespace
 
-std::vector<RowFile> rowFilesOf(const std::string& directory, const std::string& path, const RecordType& type,
+std::vector<RowFile> rowFilesOf(const std::string& directory, const std::string& path,
+                                const RecordType& type,
                                 const std::vector<VeskBriskel::CollectionInfo>& sizes) {
   Collector collector{directory, path, sizes, {}};
   if (RowFile own; !(own.values = rowValues(type)).empty()) {
@@ -118,7 +130,8 @@ std::vector<RowFile> rowFilesOf(const std::string& directory, const std::string&
   return std::move(collector.files);
 }
 
-bool applyRow(Vesk::Entity& root, const RowFile& file, std::string_view key, std::string_view value, bool corrupt) {
+bool applyRow(Vesk::Entity& root, const RowFile& file, std::string_view key, std::string_view value,
+              bool corrupt) {
   if (file.chain.empty()) {
     setValues(file, root, value);
     return true;
@@ -141,11 +154,13 @@ bool applyRow(Vesk::Entity& root, const RowFile& file, std::string_view key, std
   return true;
 }
 
-SharedEntity::SharedEntity(const std::string& directory, const std::string& path, std::string_view typeName,
+SharedEntity::SharedEntity(const std::string& directory, const std::string& path,
+                           std::string_view typeName,
                            const std::vector<VeskBriskel::CollectionInfo>& sizes)
     : path_(path) {
   const RecordType* type = RecordType::find(typeName);
-  if (type == nullptr || !type->canMake()) throw TableError(fmt::format("{}: unknown table type '{}'", path, typeName));
+  if (type == nullptr || !type->canMake())
+    throw TableError(fmt::format("{}: unknown table type '{}'", path, typeName));
   entity_ = type->make({});
   Vesk::identityIs(*entity_, path);
   files_ = rowFilesOf(directory, path, *type, sizes);
@@ -153,20 +168,26 @@ SharedEntity::SharedEntity(const std::string& directory, const std::string& path
   rootIs(entity_);
 }
 
-bool SharedEntity::hasFiles(const std::string& directory, const std::string& path, std::string_view typeName) {
+bool SharedEntity::hasFiles(const std::string& directory, const std::string& path,
+                            std::string_view typeName) {
   const RecordType* type = RecordType::find(typeName);
   if (type == nullptr) return false;
   const auto files = rowFilesOf(directory, path, *type);
-  return std::any_of(files.begin(), files.end(), [](const RowFile& f) { return std::filesystem::exists(f.file); });
+  return std::any_of(files.begin(), files.end(),
+                     [](const RowFile& f) { return std::filesystem::exists(f.file); });
 }
 
-bool SharedEntity::holds(const Vesk::Entity& entity) const { return find(entity) != nullptr; }
+bool SharedEntity::holds(const Vesk::Entity& entity) const {
+  return find(entity) != nullptr;
+}
 
-bool SharedEntity::enter(const RowFile& file, std::string_view key, std::string_view value, bool corrupt) {
+bool SharedEntity::enter(const RowFile& file, std::string_view key, std::string_view value,
+                         bool corrupt) {
   if (!corrupt) return applyRow(*entity_, file, key, value, false);
   // The bytes of a damaged row need not be values of their types.
   const bool isMap = !file.chain.empty() && file.chain.back()->kind == FieldKind::valueMap;
-  for (const std::string& bytes : {std::string(value), isMap ? file.chain.back()->valueType->defaultBytes() : ""}) {
+  for (const std::string& bytes :
+       {std::string(value), isMap ? file.chain.back()->valueType->defaultBytes() : ""}) {
     try {
       return applyRow(*entity_, file, key, bytes, true);
     } catch (const Ombra::RangeException&) {
@@ -186,7 +207,8 @@ void SharedEntity::load() {
       const std::string_view valueBytes(static_cast<const char*>(value), file.shape.valueSize);
       if (!enter(file, keyBytes, valueBytes, corrupt)) orphans.emplace_back(keyBytes);
     });
-    for (const std::string& key : orphans) file.writer->erase(key.data());
+    for (const std::string& key : orphans)
+      file.writer->erase(key.data());
   }
 }
 
@@ -194,11 +216,13 @@ RowFile& SharedEntity::fileOf(const Node* node, const FieldInfo* field) {
   // One type of entity may stand in several collections, so the whole way down has to agree.
   std::vector<const FieldInfo*> chain;
   if (field != nullptr) chain.push_back(field);
-  for (const Node* n = node; n->parent != nullptr; n = n->parent) chain.push_back(n->field);
+  for (const Node* n = node; n->parent != nullptr; n = n->parent)
+    chain.push_back(n->field);
   for (RowFile& file : files_)
     if (std::equal(file.chain.begin(), file.chain.end(), chain.rbegin(), chain.rend())) return file;
   if (field == nullptr) field = node->field;
-  Ombra::fatal(fmt::format("table {}: no rows for attribute {}", path_, field == nullptr ? "values" : field->name));
+  Ombra::fatal(fmt::format("table {}: no rows for attribute {}", path_,
+                           field == nullptr ? "values" : field->name));
 }
 
 void SharedEntity::put(RowFile& file, const std::string& key, const std::string& value) {
@@ -207,7 +231,8 @@ void SharedEntity::put(RowFile& file, const std::string& key, const std::string&
     file.writer = TableWriter::open(file.file, file.shape);
   }
   if (file.writer->put(key.data(), value.data()) == TableWriter::Put::full)
-    Ombra::fatal(fmt::format("table {}{} is full: capacity {}", path_, joinedNames(file.chain), file.shape.capacity));
+    Ombra::fatal(fmt::format("table {}{} is full: capacity {}", path_, joinedNames(file.chain),
+                             file.shape.capacity));
   file.writer->wakeReaders();
 }
 
@@ -215,7 +240,8 @@ void SharedEntity::erase(RowFile& file, const std::string& key) {
   if (file.writer && file.writer->erase(key.data())) file.writer->wakeReaders();
 }
 
-void SharedEntity::markRow(const Vesk::Entity& holder, const FieldInfo& field, std::string_view key, bool corrupt) {
+void SharedEntity::markRow(const Vesk::Entity& holder, const FieldInfo& field, std::string_view key,
+                           bool corrupt) {
   const Node* node = find(holder);
   if (!corrupt) {
     valueChanged(*node, field, key);
@@ -237,7 +263,8 @@ void SharedEntity::valueChanged(const Node& node, const FieldInfo& field, std::s
   if (!field.has(*node.entity, key)) {
     erase(file, rowKey);
   } else {
-    put(file, rowKey, field.kind == FieldKind::valueMap ? field.get(*node.entity, key) : std::string());
+    put(file, rowKey,
+        field.kind == FieldKind::valueMap ? field.get(*node.entity, key) : std::string());
   }
 }
 
@@ -264,7 +291,8 @@ void SharedEntity::putContent(const Node& node) {
     if (field->owns()) {
       node.forEachChild(*field, [&](const Node& child) { entityCame(child); });
     } else {
-      for (const std::string& key : field->keys(*node.entity)) valueChanged(node, *field, key);
+      for (const std::string& key : field->keys(*node.entity))
+        valueChanged(node, *field, key);
     }
   }
 }
@@ -276,7 +304,8 @@ void SharedEntity::eraseContent(const Node& node) {
       node.forEachChild(*field, [&](const Node& child) { entityWent(child); });
     } else {
       RowFile& file = fileOf(&node, field);
-      for (const std::string& key : field->keys(*node.entity)) erase(file, keyOf(node) + key);
+      for (const std::string& key : field->keys(*node.entity))
+        erase(file, keyOf(node) + key);
     }
   }
 }

@@ -1,9 +1,9 @@
 #include "runtime/SharedMem.h"
 
-#include <fmt/format.h>
-
 #include <filesystem>
 #include <system_error>
+
+#include <fmt/format.h>
 
 #include "runtime/Corruption.h"
 #include "runtime/Dir.h"
@@ -43,21 +43,26 @@ void doCorruptionDetected(const Vesk::Entity& holder, const std::string& message
 
 bool damagedRow(const Vesk::Entity& holder, const std::string& keyText) {
   try {
-    throw CorruptionError(fmt::format("{}: row {} is corrupt", holder.recordType().name(), keyText));
+    throw CorruptionError(
+        fmt::format("{}: row {} is corrupt", holder.recordType().name(), keyText));
   } catch (const CorruptionError& error) {
     doCorruptionDetected(holder, error.what());
   }
   return true;
 }
 
-void corruptionSinkIs(CorruptionSink sink) { theSink() = std::move(sink); }
+void corruptionSinkIs(CorruptionSink sink) {
+  theSink() = std::move(sink);
+}
 
 EntityManager* EntityManager::getEntityManager(std::string_view, bool create) {
   if (!theManager() && create) theManager().reset(new EntityManager);
   return theManager().get();
 }
 
-void EntityManager::forgetProcess() { theManager().reset(); }
+void EntityManager::forgetProcess() {
+  theManager().reset();
+}
 
 void EntityManager::directoryIs(const std::string& directory) {
   std::error_code error;
@@ -66,7 +71,9 @@ void EntityManager::directoryIs(const std::string& directory) {
   theDirectory() = directory;
 }
 
-const std::string& EntityManager::directory() { return theDirectory(); }
+const std::string& EntityManager::directory() {
+  return theDirectory();
+}
 
 EntityManager::~EntityManager() = default;
 
@@ -74,9 +81,12 @@ SharedEntity& EntityManager::table(const std::string& path, std::string_view typ
                                    const std::vector<VeskBriskel::CollectionInfo>& sizes) {
   auto it = tables_.find(path);
   if (it == tables_.end())
-    it = tables_.emplace(path, std::make_unique<SharedEntity>(theDirectory(), path, typeName, sizes)).first;
+    it =
+        tables_.emplace(path, std::make_unique<SharedEntity>(theDirectory(), path, typeName, sizes))
+            .first;
   const std::string_view present = it->second->entity()->recordType().name();
-  if (present != typeName) throw TableError(fmt::format("{}: is a {}, not a {}", path, present, typeName));
+  if (present != typeName)
+    throw TableError(fmt::format("{}: is a {}, not a {}", path, present, typeName));
   return *it->second;
 }
 
@@ -110,9 +120,12 @@ void EntityManager::cleanup(const std::string& path) {
     if (field->isCollection()) field->reset(*entity);
 }
 
-std::unique_ptr<MountGroup> EntityManager::getMountGroup() { return std::make_unique<MountGroup>(this); }
+std::unique_ptr<MountGroup> EntityManager::getMountGroup() {
+  return std::make_unique<MountGroup>(this);
+}
 
-void EntityManager::assertSafeToAccess(const Ombra::Ptr<const Vesk::Entity>& entity, std::string_view name) const {
+void EntityManager::assertSafeToAccess(const Ombra::Ptr<const Vesk::Entity>& entity,
+                                       std::string_view name) const {
   if (!entity) Ombra::fatal(fmt::format("shared entity {} is read before it is mounted", name));
 }
 
@@ -131,7 +144,8 @@ std::string EntityManager::pathOf(const Vesk::Entity& entity) const {
   return {};
 }
 
-void EntityManager::corruptIs(Vesk::Entity& holder, const Vesk::FieldInfo& field, std::string_view key, bool corrupt) {
+void EntityManager::corruptIs(Vesk::Entity& holder, const Vesk::FieldInfo& field,
+                              std::string_view key, bool corrupt) {
   if (!field.corruptIs(holder, key, corrupt)) return;
   for (const auto& [path, table] : tables_)
     if (table->holds(holder)) table->markRow(holder, field, key, corrupt);

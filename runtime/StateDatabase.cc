@@ -44,7 +44,8 @@ ProfileEntry entryOf(const std::string& file, const YAML::Node& node) {
   if (Vesk::RecordType::find(entry.type) == nullptr)
     refuse(file, node, fmt::format("path '{}': unknown type '{}'", entry.path, entry.type));
   if (access != "read" && access != "write")
-    refuse(file, node, fmt::format("path '{}': access '{}' is neither read nor write", entry.path, access));
+    refuse(file, node,
+           fmt::format("path '{}': access '{}' is neither read nor write", entry.path, access));
   entry.write = access == "write";
   return entry;
 }
@@ -53,12 +54,16 @@ template <class F>
 void dropBelow(Vesk::Entity& entity, F drop) {
   drop(entity);
   for (const Vesk::FieldInfo* field : entity.recordType().fields())
-    if (field->owns()) field->forEachChild(entity, [&](std::string_view, Vesk::Entity& child) { dropBelow(child, drop); });
+    if (field->owns())
+      field->forEachChild(entity,
+                          [&](std::string_view, Vesk::Entity& child) { dropBelow(child, drop); });
 }
 
 }  // namespace
 
-void profileDirIs(std::string directory) { profileDir() = std::move(directory); }
+void profileDirIs(std::string directory) {
+  profileDir() = std::move(directory);
+}
 
 MountProfile loadProfile(const std::string& name) {
   const std::string file = profileDir() + "/" + name + ".yaml";
@@ -82,14 +87,16 @@ MountProfile loadProfile(const std::string& name) {
       for (const auto& node : pair.second) {
         profile.entries.push_back(entryOf(file, node));
         if (!seen.insert(profile.entries.back().path).second)
-          refuse(file, node, fmt::format("path '{}' is mounted twice", profile.entries.back().path));
+          refuse(file, node,
+                 fmt::format("path '{}' is mounted twice", profile.entries.back().path));
       }
     } else {
       refuse(file, pair.first, fmt::format("unknown key '{}' of a mount profile", key));
     }
   }
   if (profile.name != name)
-    throw Orlane::ConfigError(fmt::format("{}: profile is named '{}', not '{}'", file, profile.name, name));
+    throw Orlane::ConfigError(
+        fmt::format("{}: profile is named '{}', not '{}'", file, profile.name, name));
   return profile;
 }
 
@@ -118,19 +125,22 @@ Ombra::Ptr<Vesk::Entity> StateDatabase::create(std::string_view path, std::strin
   const Vesk::RecordType* recordType = Vesk::RecordType::find(type);
   if (recordType == nullptr || !recordType->canMake()) return nullptr;
   const std::size_t slash = path.rfind('/');
-  Ombra::Ptr<Vesk::Entity> above =
-      slash == std::string_view::npos ? Ombra::Ptr<Vesk::Entity>(root_) : create(path.substr(0, slash), "Vesk::Dir");
+  Ombra::Ptr<Vesk::Entity> above = slash == std::string_view::npos
+                                       ? Ombra::Ptr<Vesk::Entity>(root_)
+                                       : create(path.substr(0, slash), "Vesk::Dir");
   auto* dir = dynamic_cast<Vesk::Dir*>(above.get());
   if (dir == nullptr) return nullptr;
   const auto made = recordType->make({});
   Vesk::identityIs(*made, path);
-  dir->createEntity(made, std::string(slash == std::string_view::npos ? path : path.substr(slash + 1)));
+  dir->createEntity(made,
+                    std::string(slash == std::string_view::npos ? path : path.substr(slash + 1)));
   return made;
 }
 
 void StateDatabase::remove(std::string_view path) {
   const std::size_t slash = path.rfind('/');
-  const auto above = slash == std::string_view::npos ? Ombra::Ptr<Vesk::Entity>(root_) : find(path.substr(0, slash));
+  const auto above = slash == std::string_view::npos ? Ombra::Ptr<Vesk::Entity>(root_)
+                                                     : find(path.substr(0, slash));
   if (auto* dir = dynamic_cast<Vesk::Dir*>(above.get()))
     dir->deleteEntity(std::string(slash == std::string_view::npos ? path : path.substr(slash + 1)));
 }
@@ -152,7 +162,9 @@ void MountGroup::doClose(bool, const std::string&, double) {
   mounter_->haldenMountsDone(status);
 }
 
-Ombra::Ptr<MountGroup> EntityManager::getMountGroup(Mounter* mounter) { return Ombra::make<MountGroup>(this, mounter); }
+Ombra::Ptr<MountGroup> EntityManager::getMountGroup(Mounter* mounter) {
+  return Ombra::make<MountGroup>(this, mounter);
+}
 
 MountStatus EntityManager::mount(const ProfileEntry& entry) {
   const auto entity = StateDatabase::instance().create(entry.path, entry.type);

@@ -1,7 +1,7 @@
-// The central state database: a tree of directories and entities that agents publish in and read from.
-// Owns: the tree, which outlives the agent. An agent sees it through an EntityManager, at the paths that its mount
-// profile lists; the profile is a data file (profiles/<name>.yaml).
-// The tree is in-process behind this interface, so that another store can stand behind it.
+// The central state database: a tree of directories and entities that agents publish in and read
+// from. Owns: the tree, which outlives the agent. An agent sees it through an EntityManager, at the
+// paths that its mount profile lists; the profile is a data file (profiles/<name>.yaml). The tree
+// is in-process behind this interface, so that another store can stand behind it.
 #pragma once
 
 #include <functional>
@@ -15,7 +15,9 @@
 namespace Halden {
 
 enum class MountStatus { success, failed };
-constexpr MountStatus mountSuccess() { return MountStatus::success; }
+constexpr MountStatus mountSuccess() {
+  return MountStatus::success;
+}
 
 /// One line of a mount profile.
 struct ProfileEntry {
@@ -30,8 +32,9 @@ struct MountProfile {
 
 /// Where profiles are read from; the build's own directory unless the host says otherwise.
 void profileDirIs(std::string directory);
-/// Reads <directory>/<name>.yaml. Throws Orlane::ConfigError that names file, path, key and value: unreadable file, unknown
-/// key, a type that no record has, a path twice, an access other than read or write.
+/// Reads <directory>/<name>.yaml. Throws Orlane::ConfigError that names file, path, key and value:
+/// unreadable file, unknown key, a type that no record has, a path twice, an access other than read
+/// or write.
 [[nodiscard]] MountProfile loadProfile(const std::string& name);
 
 /// The store itself.
@@ -43,12 +46,13 @@ class StateDatabase {
   [[nodiscard]] const Ombra::Ptr<Vesk::Dir>& root() const { return root_; }
   /// The entity at the path, or null.
   [[nodiscard]] Ombra::Ptr<Vesk::Entity> find(std::string_view path) const;
-  /// The entity at the path; made, with the directories above it, if it is not there. Null if the type is unknown or
-  /// something on the way is not a directory.
+  /// The entity at the path; made, with the directories above it, if it is not there. Null if the
+  /// type is unknown or something on the way is not a directory.
   Ombra::Ptr<Vesk::Entity> create(std::string_view path, std::string_view type);
   /// Removes the entity at the path; no error if there is none.
   void remove(std::string_view path);
-  /// The agent that listened has died: its subscriptions are forgotten, everything it published stays.
+  /// The agent that listened has died: its subscriptions are forgotten, everything it published
+  /// stays.
   void dropSubscribers();
 
  private:
@@ -85,7 +89,8 @@ class MountGroup : public Ombra::Node {
 class EntityManager : public Ombra::Node {
  public:
   [[nodiscard]] Ombra::Ptr<MountGroup> getMountGroup(Mounter* mounter);
-  /// The entity at a mounted path; null if the path is not mounted. The caller casts it to the expected type.
+  /// The entity at a mounted path; null if the path is not mounted. The caller casts it to the
+  /// expected type.
   [[nodiscard]] Ombra::Ptr<Vesk::Entity> getEntity(const std::string& path) const;
 
  private:

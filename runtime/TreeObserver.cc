@@ -4,7 +4,12 @@ namespace Vesk {
 
 TreeObserver::Node::Node(TreeObserver* ofTree, Node* above, const FieldInfo* by, std::string under,
                          Ombra::Ptr<Entity> of)
-    : tree(ofTree), parent(above), field(by), key(std::move(under)), entity(std::move(of)), ear_(this) {
+    : tree(ofTree),
+      parent(above),
+      field(by),
+      key(std::move(under)),
+      entity(std::move(of)),
+      ear_(this) {
   ear_.attach(entity.get());
 }
 
@@ -20,7 +25,8 @@ void TreeObserver::attach(Node& node) {
     if (!field->owns()) continue;
     field->forEachChild(*node.entity, [&](std::string_view key, Entity& child) {
       auto& slot = node.children_[{field->id, std::string(key)}];
-      slot = std::make_unique<Node>(this, &node, field, std::string(key), Ombra::Ptr<Entity>(&child));
+      slot =
+          std::make_unique<Node>(this, &node, field, std::string(key), Ombra::Ptr<Entity>(&child));
       attach(*slot);
     });
   }
@@ -45,7 +51,8 @@ void TreeObserver::heard(Listener& self, Ombra::FieldId id, const void* key) {
 }
 
 void TreeObserver::follow(Node& node, const FieldInfo& field, const std::string& key) {
-  const Ombra::Ptr<Entity> now = field.isCollection() ? field.child(*node.entity, key) : field.child(*node.entity);
+  const Ombra::Ptr<Entity> now =
+      field.isCollection() ? field.child(*node.entity, key) : field.child(*node.entity);
   const auto slot = std::make_pair(field.id, key);
   if (const auto it = node.children_.find(slot); it != node.children_.end()) {
     if (it->second->entity == now) return;

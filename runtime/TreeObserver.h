@@ -1,6 +1,7 @@
-// Hears every change below an entity: of its attributes, and of the entities that it owns at any depth.
-// Runs before any machine hears of the change, so that what a machine writes in answer comes after its cause.
-// Owns: one listener per entity below the root. Used for recording, counting and for keeping shared tables.
+// Hears every change below an entity: of its attributes, and of the entities that it owns at any
+// depth. Runs before any machine hears of the change, so that what a machine writes in answer comes
+// after its cause. Owns: one listener per entity below the root. Used for recording, counting and
+// for keeping shared tables.
 #pragma once
 
 #include <map>
@@ -16,7 +17,8 @@ class TreeObserver {
  public:
   /// One entity of the tree and how it is reached from the one above.
   struct Node {
-    Node(TreeObserver* tree, Node* parent, const FieldInfo* field, std::string key, Ombra::Ptr<Entity> entity);
+    Node(TreeObserver* tree, Node* parent, const FieldInfo* field, std::string key,
+         Ombra::Ptr<Entity> entity);
     TreeObserver* const tree;
     Node* const parent;            ///< null at the root
     const FieldInfo* const field;  ///< of the parent, null at the root
@@ -49,7 +51,9 @@ class TreeObserver {
   void rootIs(const Ombra::Ptr<Entity>& root);
   [[nodiscard]] const Node* root() const { return root_.get(); }
   /// The node of an entity in this tree, or null. Visits the whole tree.
-  [[nodiscard]] const Node* find(const Entity& entity) const { return root_ ? findBelow(*root_, entity) : nullptr; }
+  [[nodiscard]] const Node* find(const Entity& entity) const {
+    return root_ ? findBelow(*root_, entity) : nullptr;
+  }
 
  protected:
   /// A value, reference, map entry or set member changed. `key` is empty for scalars.

@@ -15,7 +15,8 @@ std::string LeafReader::next() {
     }
     if (i >= rest_.size()) throw ParseError("a quoted text does not end");
     rest_.remove_prefix(i + 1);
-    if (!rest_.empty() && rest_.front() != ',') throw ParseError("a comma is missing after a quoted text");
+    if (!rest_.empty() && rest_.front() != ',')
+      throw ParseError("a comma is missing after a quoted text");
   } else {
     const std::size_t end = rest_.find(',');
     leaf = rest_.substr(0, end);
@@ -31,7 +32,8 @@ void LeafReader::expectEnd() const {
 }
 
 std::string quoted(std::string_view text) {
-  if (!text.empty() && text.find_first_of(",[]=\" ") == std::string_view::npos) return std::string(text);
+  if (!text.empty() && text.find_first_of(",[]=\" ") == std::string_view::npos)
+    return std::string(text);
   std::string out = "\"";
   for (const char c : text) {
     if (c == '"' || c == '\\') out += '\\';

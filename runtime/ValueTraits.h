@@ -1,11 +1,9 @@
 // What the system knows of a value type: its text, its bytes and its hash.
-// A scalar type says these itself (member functions, or a specialisation of Leaf); a composite declares its members once
-// (VESK_STRUCT, VESK_MEMBER) and everything follows from the list.
-// Text of a composite: its members in order, joined by commas, nested ones flattened. Bytes: the members in order, each
-// of fixed size unless it holds free text.
+// A scalar type says these itself (member functions, or a specialisation of Leaf); a composite
+// declares its members once (VESK_STRUCT, VESK_MEMBER) and everything follows from the list. Text
+// of a composite: its members in order, joined by commas, nested ones flattened. Bytes: the members
+// in order, each of fixed size unless it holds free text.
 #pragma once
-
-#include <fmt/format.h>
 
 #include <array>
 #include <bit>
@@ -18,6 +16,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include <fmt/format.h>
+
 #include "runtime/Hash.h"
 
 namespace Vesk {
@@ -28,7 +28,8 @@ class ParseError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Reads the comma-separated leaves of a value's text one by one; a leaf may stand in double quotes.
+/// Reads the comma-separated leaves of a value's text one by one; a leaf may stand in double
+/// quotes.
 class LeafReader {
  public:
   explicit LeafReader(std::string_view text) : rest_(text) {}
@@ -48,7 +49,8 @@ std::string quoted(std::string_view text);
 std::string secondsText(double seconds);
 [[noreturn]] void throwNotA(std::string_view typeName, std::string_view text);
 
-/// Names of an enumeration's values. Specialise with `name` and `values`, an array of {value, text}.
+/// Names of an enumeration's values. Specialise with `name` and `values`, an array of {value,
+/// text}.
 template <class E>
 struct EnumNames;
 template <class E>
@@ -64,13 +66,15 @@ template <class E>
   return fmt::format("{}", static_cast<unsigned>(value));
 }
 
-// --- members of composites ---------------------------------------------------------------------------------------
+// --- members of composites
+// ---------------------------------------------------------------------------------------
 
 template <int N>
 struct Rank : Rank<N - 1> {};
 template <>
 struct Rank<0> {};
-/// Carries how many members a type has declared so far; read at each declaration by overload resolution.
+/// Carries how many members a type has declared so far; read at each declaration by overload
+/// resolution.
 template <int N>
 using Count = std::integral_constant<int, N>;
 inline constexpr int maxMembers = 64;
@@ -83,7 +87,9 @@ struct Member {
 };
 
 template <class T>
-concept Composite = requires { T::veskStructName; };
+concept Composite = requires {
+  T::veskStructName;
+};
 
 template <Composite T>
 inline constexpr int memberCount = decltype(T::veskCount(Rank<maxMembers>{}))::value;
@@ -93,10 +99,12 @@ template <Composite T, class F>
 constexpr void forEachMember(F&& f) {
   [&]<std::size_t... I>(std::index_sequence<I...>) {
     (f(T::veskMember(Count<static_cast<int>(I)>{})), ...);
-  }(std::make_index_sequence<memberCount<T>>{});
+  }
+  (std::make_index_sequence<memberCount<T>>{});
 }
 
-// --- leaves ------------------------------------------------------------------------------------------------------
+// --- leaves
+// ------------------------------------------------------------------------------------------------------
 
 /// A class that knows its own text and bytes.
 template <class T>
@@ -136,7 +144,9 @@ struct Leaf<T> {
 template <class T>
 struct PlainLeaf {
   static constexpr std::size_t byteSize = sizeof(T);
-  static void toBytes(const T& value, std::string& out) { out.append(reinterpret_cast<const char*>(&value), sizeof value); }
+  static void toBytes(const T& value, std::string& out) {
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+  }
   static T fromBytes(std::string_view& in) {
     T value;
     std::memcpy(&value, in.data(), sizeof value);
@@ -146,8 +156,7 @@ struct PlainLeaf {
 };
 
 template <class T>
-  requires std::is_unsigned_v<T> && (!std::is_same_v<T, bool>)
-struct Leaf<T> : PlainLeaf<T> {
+requires std::is_unsigned_v<T> &&(!std::is_same_v<T, bool>)struct Leaf<T> : PlainLeaf<T> {
   static std::string typeName() { return fmt::format("u{}", 8 * sizeof(T)); }
   static std::string text(T value) { return fmt::format("{}", value); }
   static T fromText(const std::string& text) {
@@ -200,7 +209,7 @@ struct Leaf<std::string> {
 };
 
 template <class E>
-  requires std::is_enum_v<E>
+requires std::is_enum_v<E>
 struct Leaf<E> : PlainLeaf<E> {
   static std::string typeName() { return std::string(EnumNames<E>::name); }
   static std::string text(E value) { return enumText(value); }
@@ -209,13 +218,15 @@ struct Leaf<E> : PlainLeaf<E> {
       if (known.text == text) return known.value;
     std::underlying_type_t<E> number{};
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size() || text.empty()) throwNotA(typeName(), text);
+    if (error != std::errc{} || end != text.data() + text.size() || text.empty())
+      throwNotA(typeName(), text);
     return static_cast<E>(number);
   }
   static std::uint64_t hash(E value) { return mixHash(static_cast<std::uint64_t>(value)); }
 };
 
-// --- any value type -----------------------------------------------------------------------------------------------
+// --- any value type
+// -----------------------------------------------------------------------------------------------
 
 /// Bytes of a value if every value takes the same number, else 0.
 template <class T>
@@ -248,7 +259,8 @@ template <class T>
 T fromBytes(std::string_view& in) {
   if constexpr (Composite<T>) {
     T value{};
-    forEachMember<T>([&]<class M>(Member<T, M> member) { value.*member.pointer = fromBytes<M>(in); });
+    forEachMember<T>(
+        [&]<class M>(Member<T, M> member) { value.*member.pointer = fromBytes<M>(in); });
     return value;
   } else {
     return Leaf<T>::fromBytes(in);
@@ -288,7 +300,8 @@ template <class T>
 T readValue(LeafReader& reader) {
   if constexpr (Composite<T>) {
     T value{};
-    forEachMember<T>([&]<class M>(Member<T, M> member) { value.*member.pointer = readValue<M>(reader); });
+    forEachMember<T>(
+        [&]<class M>(Member<T, M> member) { value.*member.pointer = readValue<M>(reader); });
     return value;
   } else {
     return Leaf<T>::fromText(reader.next());
@@ -316,17 +329,17 @@ std::string typeNameOf() {
 }  // namespace Vesk
 
 /// Opens a composite value type; the argument is its qualified name.
-#define VESK_STRUCT(...)                                                      \
-  using VeskSelf = __VA_ARGS__;                                               \
-  static constexpr std::string_view veskStructName = #__VA_ARGS__;            \
+#define VESK_STRUCT(...)                                           \
+  using VeskSelf = __VA_ARGS__;                                    \
+  static constexpr std::string_view veskStructName = #__VA_ARGS__; \
   static Vesk::Count<0> veskCount(Vesk::Rank<0>);
 
-#define VESK_MEMBER_(TYPE, NAME, TEXT, IS_KEY)                                                                     \
-  TYPE NAME{};                                                                                               \
-  static constexpr int NAME##Index = decltype(veskCount(Vesk::Rank<Vesk::maxMembers>{}))::value;              \
-  static Vesk::Count<NAME##Index + 1> veskCount(Vesk::Rank<NAME##Index + 1>);                                 \
-  static constexpr Vesk::Member<VeskSelf, TYPE> veskMember(Vesk::Count<NAME##Index>) {                        \
-    return {TEXT, &VeskSelf::NAME, IS_KEY};                                                                 \
+#define VESK_MEMBER_(TYPE, NAME, TEXT, IS_KEY)                                                   \
+  TYPE NAME{};                                                                                   \
+  static constexpr int NAME##Index = decltype(veskCount(Vesk::Rank<Vesk::maxMembers>{}))::value; \
+  static Vesk::Count<NAME##Index + 1> veskCount(Vesk::Rank<NAME##Index + 1>);                    \
+  static constexpr Vesk::Member<VeskSelf, TYPE> veskMember(Vesk::Count<NAME##Index>) {           \
+    return {TEXT, &VeskSelf::NAME, IS_KEY};                                                      \
   }
 
 /// One member of a composite value: VESK_MEMBER(Bridging::VlanId, vlan).

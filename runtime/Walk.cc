@@ -4,7 +4,8 @@ namespace Sylva {
 
 WalkSmBase::WalkSmBase(TaskScheduler* scheduler, TaskPriority priority, const std::string& name)
     : task_(this, scheduler, priority, name, Vesk::taskBody<&WalkSmBase::runSlice>),
-      delay_(this, scheduler, priority, name + "Delay", Vesk::taskBody<&WalkSmBase::scheduleWalk>) {}
+      delay_(this, scheduler, priority, name + "Delay", Vesk::taskBody<&WalkSmBase::scheduleWalk>) {
+}
 
 void WalkSmBase::scheduleWalk() {
   if (walking_) {
@@ -23,7 +24,9 @@ void WalkSmBase::scheduleWalk() {
   }
 }
 
-void WalkSmBase::scheduleWalkDelay(double seconds) { delay_.scheduleTaskDelay(seconds); }
+void WalkSmBase::scheduleWalkDelay(double seconds) {
+  delay_.scheduleTaskDelay(seconds);
+}
 
 void WalkSmBase::runSlice() {
   if (walking_ && again_ && allowWalkRestarts()) {

@@ -1,7 +1,7 @@
 // The base of a machine that does long scans in slices.
-// scheduleWalk asks for a walk; later walkStartedNotification says whether there is work; then walk runs, slice by slice,
-// until it reports that it did not yield; then walkFinishedNotification. Between slices events may run, so a walk keeps
-// the key of its next entry and nothing else.
+// scheduleWalk asks for a walk; later walkStartedNotification says whether there is work; then walk
+// runs, slice by slice, until it reports that it did not yield; then walkFinishedNotification.
+// Between slices events may run, so a walk keeps the key of its next entry and nothing else.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +14,8 @@ namespace Sylva {
 
 class WalkSmBase : public Vesk::Machine {
  public:
-  /// Requests a walk; never runs inline. During a walk: a fresh one begins at the next slice if restarts are allowed,
-  /// else after this one.
+  /// Requests a walk; never runs inline. During a walk: a fresh one begins at the next slice if
+  /// restarts are allowed, else after this one.
   void scheduleWalk();
   /// Requests a walk after a delay in seconds.
   void scheduleWalkDelay(double seconds);

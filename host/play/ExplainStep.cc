@@ -18,7 +18,8 @@ Routing::Multicast::OverlayVlanGroup explainedGroup(const std::string& text) {
   }
 }
 
-Shown shownExplanation(const Routing::Multicast::OverlayVlanGroup& group, const std::vector<Explanation>& chain) {
+Shown shownExplanation(const Routing::Multicast::OverlayVlanGroup& group,
+                       const std::vector<Explanation>& chain) {
   Shown shown{fmt::format("explain {}", Vesk::textOf(group)), {}, Json::array()};
   for (const Explanation& link : chain) {
     const char* const mark = link.kind == Explanation::Kind::heading ? "      "

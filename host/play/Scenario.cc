@@ -14,9 +14,8 @@ namespace Host {
 namespace {
 
 constexpr std::array<std::string_view, 15> stepNames{
-    "write",  "start",   "crash",  "advance", "run",     "expect",      "equal",
-    "record", "changes", "writes", "logs",    "corrupt", "corruptions", "show",
-    "explain"};
+    "write",   "start",  "crash", "advance", "run",         "expect", "equal",  "record",
+    "changes", "writes", "logs",  "corrupt", "corruptions", "show",   "explain"};
 
 class ScenarioReader {
  public:

@@ -71,7 +71,7 @@ struct Step {
   bool takesAll = false;                                ///< logs and corruptions: whatever there is
   std::vector<LogPattern> logs;
   std::vector<CorruptionPattern> corruptions;
-  Routing::Multicast::OverlayVlanGroup explained;       ///< explain
+  Routing::Multicast::OverlayVlanGroup explained;  ///< explain
 };
 
 struct Scenario {

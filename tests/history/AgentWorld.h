@@ -1,13 +1,12 @@
-// One agent in a world of its own: manual time, injected slices, a directory of shared tables that goes with it.
-// Used by random histories and by measurements of the whole agent.
+// One agent in a world of its own: manual time, injected slices, a directory of shared tables that
+// goes with it. Used by random histories and by measurements of the whole agent.
 #pragma once
-
-#include <unistd.h>
 
 #include <array>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "agent/CorvaneAgent.h"
@@ -19,15 +18,18 @@
 
 namespace History {
 
-inline constexpr std::array<Domain, 4> domains{{{Pavlin::AddressFamily::ipv4, Irb::Multicast::Domain::localDomain},
-                                         {Pavlin::AddressFamily::ipv4, Irb::Multicast::Domain::remoteDomain},
-                                         {Pavlin::AddressFamily::ipv6, Irb::Multicast::Domain::localDomain},
-                                         {Pavlin::AddressFamily::ipv6, Irb::Multicast::Domain::remoteDomain}}};
+inline constexpr std::array<Domain, 4> domains{
+    {{Pavlin::AddressFamily::ipv4, Irb::Multicast::Domain::localDomain},
+     {Pavlin::AddressFamily::ipv4, Irb::Multicast::Domain::remoteDomain},
+     {Pavlin::AddressFamily::ipv6, Irb::Multicast::Domain::localDomain},
+     {Pavlin::AddressFamily::ipv6, Irb::Multicast::Domain::remoteDomain}}};
 
 /// One agent in its world: manual time, slices of a few items, a directory of its own.
 class AgentWorld {
  public:
-  AgentWorld() : directory_(std::filesystem::temp_directory_path() / ("corvane-history-" + std::to_string(getpid()))) {
+  AgentWorld()
+      : directory_(std::filesystem::temp_directory_path() /
+                   ("corvane-history-" + std::to_string(getpid()))) {
     Vesk::System::clockIs(&clock_);
     VeskSharedMem::EntityManager::directoryIs(directory_.string());
     setenv("FLEETLOG_DISABLE", "1", 1);
@@ -43,7 +45,8 @@ class AgentWorld {
     std::filesystem::remove_all(directory_);
   }
 
-  /// Starts the agent with slices, task order and subscriber order drawn from the seed; 0 leaves all of them natural.
+  /// Starts the agent with slices, task order and subscriber order drawn from the seed; 0 leaves
+  /// all of them natural.
   void begin(std::uint64_t seed) {
     yield_ = std::make_unique<Sylva::ItemYield>(seed % 4);
     scheduler().yieldPolicyIs(yield_.get());
@@ -83,7 +86,8 @@ class AgentWorld {
     sharedInput<Arp::Table::Status>()->arpEntryDelAll();
     sharedInput<Briskel::Bridging::Status>()->fdbEntryDelAll();
     sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameDelAll();
-    sharedInput<Routing::Multicast::PegDrStatus>(Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()))
+    sharedInput<Routing::Multicast::PegDrStatus>(
+        Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()))
         ->pegDrVlanDelAll();
     VeskSharedMem::EntityManager::forgetProcess();
   }
@@ -94,14 +98,17 @@ class AgentWorld {
     for (const Domain& domain : domains) {
       using Status = Routing::Multicast::IpTunnelForwardingStatus;
       const bool local = domain.domain == Irb::Multicast::Domain::localDomain;
-      sharedInput<Status>(local ? Status::mountPath(domain.af) : Status::remoteDomainMountPath(domain.af))
+      sharedInput<Status>(local ? Status::mountPath(domain.af)
+                                : Status::remoteDomainMountPath(domain.af))
           ->vlanStatusDelAll();
     }
     sharedInput<Arp::ProactiveArp::ClientConfig>()->requestDelAll();
   }
 
  private:
-  static Sylva::TaskScheduler& scheduler() { return *Sylva::TaskSchedulerRoot::findOrCreateScheduler(); }
+  static Sylva::TaskScheduler& scheduler() {
+    return *Sylva::TaskSchedulerRoot::findOrCreateScheduler();
+  }
   std::filesystem::path directory_;
   Vesk::ManualClock clock_{1000};
   std::unique_ptr<Sylva::YieldPolicy> yield_;

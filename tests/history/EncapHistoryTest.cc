@@ -1,9 +1,10 @@
-// Random histories of the encapsulating road: whatever happens and in whatever order, at rest the routes that enter here,
-// their groups, the neighbours asked for and the forwarding rows are those that the present inputs want; after a restart too.
-// CORVANE_HISTORIES (default 2000), CORVANE_HISTORY_EVENTS (80) and CORVANE_SEED set the run; a failure prints its seed.
-#include <gtest/gtest.h>
-
+// Random histories of the encapsulating road: whatever happens and in whatever order, at rest the
+// routes that enter here, their groups, the neighbours asked for and the forwarding rows are those
+// that the present inputs want; after a restart too. CORVANE_HISTORIES (default 2000),
+// CORVANE_HISTORY_EVENTS (80) and CORVANE_SEED set the run; a failure prints its seed.
 #include <cstdlib>
+
+#include <gtest/gtest.h>
 
 #include "tests/history/AgentWorld.h"
 #include "tests/history/EncapOracle.h"
@@ -24,7 +25,8 @@ std::size_t routesCompared = 0;
 
 /// What one side has and the other has not, each with its own word.
 template <class Set>
-std::string setDifference(const std::string& what, const Set& wanted, const Set& found, const auto& textOf) {
+std::string setDifference(const std::string& what, const Set& wanted, const Set& found,
+                          const auto& textOf) {
   std::string text;
   for (const auto& item : wanted)
     if (!found.contains(item)) text += "\n  wanted " + what + " " + textOf(item);
@@ -45,15 +47,18 @@ std::string routeDifference(const Multicast::Vpn::Agent& agent) {
     wantedRequests.insert(wanted.requests.begin(), wanted.requests.end());
     heldRequests = held.requests;
     const std::string where = Vesk::textOf(domain.domain) + " ";
-    text += setDifference(where + "route", wanted.routes, held.routes, [](const auto& route) { return route; });
+    text += setDifference(where + "route", wanted.routes, held.routes,
+                          [](const auto& route) { return route; });
     text += setDifference(where + "group", wanted.groups, held.groups, [](const auto& group) {
       return std::to_string(group.first) + "," + group.second.stringValue();
     });
   }
-  return text + setDifference("request", wantedRequests, heldRequests, [](const auto& request) { return request; });
+  return text + setDifference("request", wantedRequests, heldRequests,
+                              [](const auto& request) { return request; });
 }
 
-/// At rest: every running domain publishes what it should. The first difference as text, or nothing.
+/// At rest: every running domain publishes what it should. The first difference as text, or
+/// nothing.
 std::string difference(const AgentWorld& world) {
   for (const Domain& domain : domains) {
     if (!domainRuns(domain)) continue;  // its rows stay as they were
@@ -64,7 +69,8 @@ std::string difference(const AgentWorld& world) {
     std::string text = Vesk::textOf(domain.af) + " " + Vesk::textOf(domain.domain) + ":";
     for (const auto& [key, route] : wanted)
       if (const auto at = found.find(key); at == found.end() || at->second != route)
-        text += "\n  wanted " + key + " = " + route + (at == found.end() ? ", is absent" : ", is " + at->second);
+        text += "\n  wanted " + key + " = " + route +
+                (at == found.end() ? ", is absent" : ", is " + at->second);
     for (const auto& [key, route] : found)
       if (!wanted.contains(key)) text += "\n  unwanted " + key + " = " + route;
     return text;
@@ -89,13 +95,15 @@ std::string play(AgentWorld& world, std::uint64_t seed, std::size_t events) {
       continue;
     }
     routes.rest(world);
-    if (const std::string fault = difference(world); !fault.empty()) return fault + "\nafter" + told;
+    if (const std::string fault = difference(world); !fault.empty())
+      return fault + "\nafter" + told;
     if (pace == 0 || i == events) {
       told += "\n  crash and restart";
       world.crash();
       world.start();
       routes.rest(world);
-      if (const std::string fault = difference(world); !fault.empty()) return fault + "\nafter" + told;
+      if (const std::string fault = difference(world); !fault.empty())
+        return fault + "\nafter" + told;
     }
   }
   return {};
@@ -129,7 +137,8 @@ TEST_P(EncapHistory, RowsAtRestAreThoseTheInputsWant) {
     world.reset();
   }
   std::printf("%zu rows and %zu routes compared\n", rowsCompared, routesCompared);
-  EXPECT_GT(std::min(rowsCompared, 10 * routesCompared), 10 * histories) << "the histories disturb so much that nothing is left to compare";
+  EXPECT_GT(std::min(rowsCompared, 10 * routesCompared), 10 * histories)
+      << "the histories disturb so much that nothing is left to compare";
 }
 
 }  // namespace

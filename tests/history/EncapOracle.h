@@ -1,5 +1,6 @@
-// What the forwarding rows of the encapsulating side must be, computed directly from the present inputs.
-// Slow and obvious on purpose: every vlan and every group from nothing, no machine and no table of the agent is asked.
+// What the forwarding rows of the encapsulating side must be, computed directly from the present
+// inputs. Slow and obvious on purpose: every vlan and every group from nothing, no machine and no
+// table of the agent is asked.
 #pragma once
 
 #include <map>

@@ -46,7 +46,8 @@ void EventGenerator::baseline() {
   for (const unsigned vlan : {10U, 20U, 30U, 100U, 200U})
     if (mostly()) input<Bridging::VlanStatusDir>()->vlanStatusIs(VlanId(vlan));
   newVti();
-  for (const auto domain : {Irb::Multicast::Domain::localDomain, Irb::Multicast::Domain::remoteDomain})
+  for (const auto domain :
+       {Irb::Multicast::Domain::localDomain, Irb::Multicast::Domain::remoteDomain})
     newIntfConfig(domain);
 }
 
@@ -154,7 +155,8 @@ std::string EventGenerator::vrfEvent() {
     return app + " leaves " + vrf;
   }
   const auto intfs = inputAt<Intfs>(path + "/" + vrf);
-  const auto svi = Pavlin::VlanIntfId::vlanIdToIntfId(static_cast<std::uint16_t>(pick<unsigned>({10, 20, 30, 100, 5000})));
+  const auto svi = Pavlin::VlanIntfId::vlanIdToIntfId(
+      static_cast<std::uint16_t>(pick<unsigned>({10, 20, 30, 100, 5000})));
   const std::string words = app + " in " + vrf + ": " + svi.stringValue();
   if (draw(3) == 0) {
     intfs->multicastIntfDel(svi);
@@ -168,9 +170,15 @@ std::string EventGenerator::gateEvent() {
   const bool on = draw(4) != 0;
   const std::string state = on ? " on" : " off";
   switch (draw(4)) {
-    case 0: input<Bridging::IgmpSnooping::Status>()->snoopingActiveIs(on ? 1 : 0); return "IGMP snooping" + state;
-    case 1: input<Bridging::IgmpSnooping::Config>()->snoopingEnabledIs(on); return "MLD snooping" + state;
-    case 2: input<McastCommon::AgentStatus>(Pavlin::ipv4())->multicastRoutingIs(on); return "multicast routing" + state;
+    case 0:
+      input<Bridging::IgmpSnooping::Status>()->snoopingActiveIs(on ? 1 : 0);
+      return "IGMP snooping" + state;
+    case 1:
+      input<Bridging::IgmpSnooping::Config>()->snoopingEnabledIs(on);
+      return "MLD snooping" + state;
+    case 2:
+      input<McastCommon::AgentStatus>(Pavlin::ipv4())->multicastRoutingIs(on);
+      return "multicast routing" + state;
     default: {
       const auto gateway = sharedInput<Irb::Multicast::GatewayEsStatus>();
       if (on) {
@@ -186,7 +194,8 @@ std::string EventGenerator::gateEvent() {
 std::string EventGenerator::intfConfigEvent() {
   const bool remote = draw(4) == 0;
   const std::string where = remote ? "remote " : "";
-  const auto domain = remote ? Irb::Multicast::Domain::remoteDomain : Irb::Multicast::Domain::localDomain;
+  const auto domain =
+      remote ? Irb::Multicast::Domain::remoteDomain : Irb::Multicast::Domain::localDomain;
   const auto root = groupConfig(domain);
   if (!root->intfConfigHas(vxlan1())) {
     newIntfConfig(domain);
@@ -199,19 +208,27 @@ std::string EventGenerator::intfConfigEvent() {
   const auto config = root->intfConfigIs(vxlan1());
   const bool on = draw(5) != 0;
   switch (draw(12)) {
-    case 0: config->mcastOverlayV4Is(on); return where + "overlay IPv4 " + (on ? "on" : "off");
-    case 1: config->mcastOverlayV6Is(on); return where + "overlay IPv6 " + (on ? "on" : "off");
+    case 0:
+      config->mcastOverlayV4Is(on);
+      return where + "overlay IPv4 " + (on ? "on" : "off");
+    case 1:
+      config->mcastOverlayV6Is(on);
+      return where + "overlay IPv6 " + (on ? "on" : "off");
     case 2: {
       const bool ssm = draw(2) == 0;
       config->mcastUnderlayRouteTypeIs(ssm ? Routing::Multicast::UnderlayRouteType::pimSsm
                                            : Routing::Multicast::UnderlayRouteType::pimAsm);
       return where + (ssm ? "underlay SSM" : "underlay ASM");
     }
-    case 3: config->underlayHerEnabledIs(!on); return where + "ingress replication " + (on ? "off" : "on");
+    case 3:
+      config->underlayHerEnabledIs(!on);
+      return where + "ingress replication " + (on ? "off" : "on");
     case 4:
     case 5:
-    case 6: return where + vlanConfigEvent(*config);
-    default: return where + vrfConfigEvent(*config);
+    case 6:
+      return where + vlanConfigEvent(*config);
+    default:
+      return where + vrfConfigEvent(*config);
   }
 }
 
@@ -268,13 +285,14 @@ std::string EventGenerator::entryEvent(Routing::Multicast::IpTunnelConfigEntry& 
       return words + " in " + underlay.stringValue();
     }
     case 5: {
-      const auto pool = remove ? Pavlin::IpGenPrefix() : parsed<Pavlin::IpGenPrefix>("232.77.0.0/24");
+      const auto pool =
+          remove ? Pavlin::IpGenPrefix() : parsed<Pavlin::IpGenPrefix>("232.77.0.0/24");
       entry.underlayGroupRangeIs(pool);
       return "pool " + pool.stringValue();
     }
     default: {
-      const auto range = parsed<Pavlin::IpGenPrefix>(
-          pick<std::string>({"239.1.1.0/29", "239.1.1.0/30", "239.1.1.2/31", "239.1.1.4/32", "239.1.1.0/25"}));
+      const auto range = parsed<Pavlin::IpGenPrefix>(pick<std::string>(
+          {"239.1.1.0/29", "239.1.1.0/30", "239.1.1.2/31", "239.1.1.4/32", "239.1.1.0/25"}));
       const std::string words = "range " + range.stringValue();
       if (remove) {
         entry.immediateOverlayPrefixToUnderlayGroupDel(range);
@@ -292,7 +310,8 @@ IpGenAddr EventGenerator::underlayGroup() {
 }
 
 IpGenAddr EventGenerator::overlayGroup() {
-  return parsed<IpGenAddr>(pick<std::string>({"239.1.1.1", "239.1.1.3", "239.5.5.5", "ff0e::5", "0.0.0.0"}));
+  return parsed<IpGenAddr>(
+      pick<std::string>({"239.1.1.1", "239.1.1.3", "239.5.5.5", "ff0e::5", "0.0.0.0"}));
 }
 
 }  // namespace History

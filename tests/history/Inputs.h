@@ -12,7 +12,8 @@ namespace History {
 /// The record at a path of the state database, made if it is not there.
 template <class T>
 Ombra::Ptr<T> inputAt(const std::string& path) {
-  return boost::dynamic_pointer_cast<T>(Halden::StateDatabase::instance().create(path, T::veskName));
+  return boost::dynamic_pointer_cast<T>(
+      Halden::StateDatabase::instance().create(path, T::veskName));
 }
 template <class T>
 Ombra::Ptr<T> input() {
@@ -22,12 +23,15 @@ template <class T>
 Ombra::Ptr<T> input(Pavlin::AddressFamily af) {
   return inputAt<T>(T::mountPath(af));
 }
-inline Ombra::Ptr<Vesk::Dir> inputDir(const std::string& path) { return inputAt<Vesk::Dir>(path); }
+inline Ombra::Ptr<Vesk::Dir> inputDir(const std::string& path) {
+  return inputAt<Vesk::Dir>(path);
+}
 
 /// The shared table at a path, made if it is not there.
 template <class T>
 Ombra::Ptr<T> sharedInput(const std::string& path) {
-  return boost::dynamic_pointer_cast<T>(VeskSharedMem::EntityManager::getEntityManager()->open(path, T::veskName));
+  return boost::dynamic_pointer_cast<T>(
+      VeskSharedMem::EntityManager::getEntityManager()->open(path, T::veskName));
 }
 
 template <class T>
@@ -35,10 +39,12 @@ Ombra::Ptr<T> sharedInput() {
   return sharedInput<T>(T::mountPath());
 }
 
-inline Ombra::Ptr<Routing::Multicast::IpTunnelGroupConfig> groupConfig(Irb::Multicast::Domain domain) {
+inline Ombra::Ptr<Routing::Multicast::IpTunnelGroupConfig> groupConfig(
+    Irb::Multicast::Domain domain) {
   using Config = Routing::Multicast::IpTunnelGroupConfig;
-  return inputAt<Config>(domain == Irb::Multicast::Domain::localDomain ? Config::mountPath()
-                                                                       : Config::remoteDomainMountPath());
+  return inputAt<Config>(domain == Irb::Multicast::Domain::localDomain
+                             ? Config::mountPath()
+                             : Config::remoteDomainMountPath());
 }
 
 }  // namespace History

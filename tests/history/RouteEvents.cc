@@ -19,23 +19,35 @@ using Pavlin::IpGenPrefix;
 using Routing::Multicast::PegDrRole;
 using VrfId = Vrf::VrfIdMap::VrfId;
 
-auto fib() { return input<Routing::Multicast::Fib::Hardware::Status>(Pavlin::ipv4()); }
-auto roles() {
-  return sharedInput<Routing::Multicast::PegDrStatus>(Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()));
+auto fib() {
+  return input<Routing::Multicast::Fib::Hardware::Status>(Pavlin::ipv4());
 }
-Pavlin::EthAddr mac(std::uint64_t number) { return Pavlin::EthAddr::fromText("00:00:00:00:00:0" + std::to_string(number)); }
+auto roles() {
+  return sharedInput<Routing::Multicast::PegDrStatus>(
+      Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()));
+}
+Pavlin::EthAddr mac(std::uint64_t number) {
+  return Pavlin::EthAddr::fromText("00:00:00:00:00:0" + std::to_string(number));
+}
 
 }  // namespace
 
-VrfName RouteEvents::vrf() { return VrfName(random_.pick<std::string>({"red", "red", "blue", "default"})); }
+VrfName RouteEvents::vrf() {
+  return VrfName(random_.pick<std::string>({"red", "red", "blue", "default"}));
+}
 
 void RouteEvents::baseline() {
-  if (random_.mostly()) sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIs({VrfId(1), VrfName("red")});
-  if (random_.mostly()) sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIs({VrfId(2), VrfName("blue")});
+  if (random_.mostly())
+    sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIs({VrfId(1), VrfName("red")});
+  if (random_.mostly())
+    sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIs({VrfId(2), VrfName("blue")});
   for (const unsigned vlan : {10U, 20U, 100U})
-    if (random_.mostly()) sharedInput<Briskel::Bridging::Status>()->fdbEntryIs({{VlanId(vlan), mac(1)}, IntfId("Ethernet5")});
+    if (random_.mostly())
+      sharedInput<Briskel::Bridging::Status>()->fdbEntryIs(
+          {{VlanId(vlan), mac(1)}, IntfId("Ethernet5")});
   if (random_.mostly()) roles()->pegDrVlanIs({VlanId(100), PegDrRole::dr});
-  for (int i = 0; i < 4; ++i) (void)routeEvent();
+  for (int i = 0; i < 4; ++i)
+    (void)routeEvent();
 }
 
 std::string RouteEvents::next() {
@@ -46,11 +58,13 @@ std::string RouteEvents::next() {
 
 std::string RouteEvents::routeEvent() {
   const VrfName name = vrf();
-  const std::string source = random_.pick<std::string>({"10.1.1.1", "10.1.1.1", "10.1.1.2", "0.0.0.0"});
+  const std::string source =
+      random_.pick<std::string>({"10.1.1.1", "10.1.1.1", "10.1.1.2", "0.0.0.0"});
   const std::string group = random_.pick<std::string>({"239.1.1.1", "239.1.1.2", "239.5.5.5"});
-  const Route route{name, {IpGenPrefix(IpGenAddr::fromText(source)),
-                           random_.draw(20) == 0 ? IpGenPrefix::fromText("239.1.1.0/28")
-                                                 : IpGenPrefix(IpGenAddr::fromText(group))}};
+  const Route route{name,
+                    {IpGenPrefix(IpGenAddr::fromText(source)),
+                     random_.draw(20) == 0 ? IpGenPrefix::fromText("239.1.1.0/28")
+                                           : IpGenPrefix(IpGenAddr::fromText(group))}};
   const std::string words = std::string(name.str()) + " " + Vesk::textOf(route.second);
   if (random_.draw(30) == 0) {
     fib()->vrfStatusDel(name);
@@ -62,8 +76,9 @@ std::string RouteEvents::routeEvent() {
     return words + " goes";
   }
   const auto row = status->routeIs(route.second);
-  const auto iif = random_.pick<std::string>({"Vlan10", "Vlan10", "Vlan20", "Vlan30", "Vlan100", "Vlan200", "Ethernet1",
-                                              "Ethernet1", "Vlan9", "Vlan5000", ""});
+  const auto iif =
+      random_.pick<std::string>({"Vlan10", "Vlan10", "Vlan20", "Vlan30", "Vlan100", "Vlan200",
+                                 "Ethernet1", "Ethernet1", "Vlan9", "Vlan5000", ""});
   if (row->iif().empty() || random_.draw(3) == 0) row->iifIs(IntfId(iif));
   const bool flows = random_.draw(2) == 0;
   const double quiet = static_cast<double>(random_.draw(240));
@@ -74,7 +89,10 @@ std::string RouteEvents::routeEvent() {
   } else {
     flowing_.erase(route);
   }
-  return words + " by " + row->iif().stringValue() + (flows ? " flows" : never ? " silent" : " quiet since " + std::to_string(quiet));
+  return words + " by " + row->iif().stringValue() +
+         (flows   ? " flows"
+          : never ? " silent"
+                  : " quiet since " + std::to_string(quiet));
 }
 
 std::string RouteEvents::neighbourEvent() {
@@ -83,7 +101,8 @@ std::string RouteEvents::neighbourEvent() {
   const std::string how = comes ? " comes" : " goes";
   if (random_.draw(2) == 0) {
     const auto table = sharedInput<Briskel::Bridging::Status>();
-    const Briskel::Bridging::FdbKey key{VlanId(random_.pick<unsigned>({10, 20, 30, 100})), mac(number)};
+    const Briskel::Bridging::FdbKey key{VlanId(random_.pick<unsigned>({10, 20, 30, 100})),
+                                        mac(number)};
     const IntfId port(random_.pick<std::string>({"Ethernet5", "Ethernet6", "Vxlan1"}));
     if (comes) {
       table->fdbEntryIs({key, port});
@@ -93,9 +112,11 @@ std::string RouteEvents::neighbourEvent() {
     return "learnt " + Vesk::textOf(key) + " at " + port.stringValue() + how;
   }
   const auto table = sharedInput<Arp::Table::Status>();
-  const IntfId intf(random_.pick<std::string>({"Vlan10", "Vlan10", "Vlan20", "Vlan30", "Ethernet1"}));
-  const Arp::Table::ArpKey key{VrfId(static_cast<std::uint32_t>(1 + random_.draw(3))),
-                               IpGenAddr::fromText(random_.pick<std::string>({"10.1.1.1", "10.1.1.2"})), intf};
+  const IntfId intf(
+      random_.pick<std::string>({"Vlan10", "Vlan10", "Vlan20", "Vlan30", "Ethernet1"}));
+  const Arp::Table::ArpKey key{
+      VrfId(static_cast<std::uint32_t>(1 + random_.draw(3))),
+      IpGenAddr::fromText(random_.pick<std::string>({"10.1.1.1", "10.1.1.2"})), intf};
   if (comes) {
     table->arpEntryIs({key, mac(number), intf});
   } else {
@@ -156,14 +177,16 @@ void RouteEvents::pass(AgentWorld& world, double seconds) {
   for (const double step = 60; seconds > 0; seconds -= step) {
     for (const auto& [name, key] : flowing_) {
       const auto status = fib()->vrfStatus(name);
-      if (const auto row = status ? status->route(key) : nullptr) row->lastActivityTimeIs(Vesk::System::currentTime());
+      if (const auto row = status ? status->route(key) : nullptr)
+        row->lastActivityTimeIs(Vesk::System::currentTime());
     }
     world.advance(std::min(seconds, step));
   }
 }
 
 void RouteEvents::rest(AgentWorld& world) {
-  for (pass(world, 61); !activityIsDefinite();) pass(world, 20);
+  for (pass(world, 61); !activityIsDefinite();)
+    pass(world, 20);
 }
 
 }  // namespace History

@@ -1,5 +1,6 @@
-// Seeded events on what the route machines read: routes and their traffic, neighbours, learnt addresses, roles.
-// A route either flows, and then its activity is kept fresh while time passes, or it is quiet.
+// Seeded events on what the route machines read: routes and their traffic, neighbours, learnt
+// addresses, roles. A route either flows, and then its activity is kept fresh while time passes, or
+// it is quiet.
 #pragma once
 
 #include <set>

@@ -19,17 +19,21 @@ using Pavlin::IpGenAddr;
 using FibStatus = Routing::Multicast::Fib::Hardware::Status;
 using FibRoute = Routing::Multicast::Fib::Hardware::RouteStatus;
 
-Ombra::Ptr<Vxlan::VtiStatus> vxlan1() { return input<Vxlan::VtiStatusDir>()->vtiStatus(Pavlin::vxlan1IntfId()); }
+Ombra::Ptr<Vxlan::VtiStatus> vxlan1() {
+  return input<Vxlan::VtiStatusDir>()->vtiStatus(Pavlin::vxlan1IntfId());
+}
 
 /// Inputs that are looked at for each route, in a form that is quick to look at.
 struct Tables {
   Ombra::Ptr<Vxlan::VtiStatus> vti = vxlan1();
-  Ombra::Ptr<Irb::Multicast::GatewayEsStatus> gateway = sharedInput<Irb::Multicast::GatewayEsStatus>();
+  Ombra::Ptr<Irb::Multicast::GatewayEsStatus> gateway =
+      sharedInput<Irb::Multicast::GatewayEsStatus>();
   Ombra::Ptr<Briskel::Bridging::Status> learnt = sharedInput<Briskel::Bridging::Status>();
-  Ombra::Ptr<Routing::Multicast::PegDrStatus> roles =
-      sharedInput<Routing::Multicast::PegDrStatus>(Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()));
+  Ombra::Ptr<Routing::Multicast::PegDrStatus> roles = sharedInput<Routing::Multicast::PegDrStatus>(
+      Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()));
   std::map<L3::VrfName, std::uint32_t> vrfIds;  ///< of several numbers the smallest
-  std::map<std::pair<std::uint32_t, IpGenAddr>, Arp::Table::ArpEntry> neighbours;  ///< the first of each address
+  std::map<std::pair<std::uint32_t, IpGenAddr>, Arp::Table::ArpEntry>
+      neighbours;  ///< the first of each address
 
   Tables() {
     for (const auto& [id, entry] : sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIterator()) {
@@ -45,7 +49,9 @@ struct Tables {
 
 /// 0 for a routed port and for a vlan interface whose number no frame carries.
 unsigned vlanOf(const Pavlin::IntfId& intf) {
-  return intf.isOfClass("Vlan") && intf.number() >= 1 && intf.number() <= 4094 ? static_cast<unsigned>(intf.number()) : 0;
+  return intf.isOfClass("Vlan") && intf.number() >= 1 && intf.number() <= 4094
+             ? static_cast<unsigned>(intf.number())
+             : 0;
 }
 
 bool isLocal(const Tables& in, const L3::VrfName& vrf, unsigned vlan, const IpGenAddr& source) {
@@ -57,8 +63,8 @@ bool isLocal(const Tables& in, const L3::VrfName& vrf, unsigned vlan, const IpGe
   return in.learnt->fdbEntryHas(key) && !in.learnt->fdbEntry(key).intfId.isOfClass("Vxlan");
 }
 
-void judge(const Tables& in, const L3::VrfName& vrf, bool transit, const FibRoute& route, double now,
-           IngressRoutes& wanted) {
+void judge(const Tables& in, const L3::VrfName& vrf, bool transit, const FibRoute& route,
+           double now, IngressRoutes& wanted) {
   const IpGenAddr source = route.key().source.ipGenAddr();
   const IpGenAddr group = route.key().group.ipGenAddr();
   if (route.iif().empty() || route.key().group.length() != 32) return;
@@ -68,18 +74,24 @@ void judge(const Tables& in, const L3::VrfName& vrf, bool transit, const FibRout
   const bool starGroup = source.isUnspecified();
   const bool extended = vlan != 0 && in.vti->vlanToVniMapHas(VlanId(vlan));
   const bool gateway = vlan != 0 && in.gateway->esVlanStatusHas(VlanId(vlan));
-  const bool heard = route.lastActivityTime() != 0 && now - route.lastActivityTime() <= activeSeconds;
+  const bool heard =
+      route.lastActivityTime() != 0 && now - route.lastActivityTime() <= activeSeconds;
   const bool flows = up && heard && (vlan == 0 || vlan != sbd);
   if (flows && extended && !gateway && !starGroup)
     wanted.requests.insert(Vesk::textOf(Arp::ProactiveArp::Entry{source, route.iif()}));
 
   if (!flows && !gateway) return;
-  const auto sbdRole = [&] { return in.roles->pegDrVlan(VlanId(sbd)).pegDrRole == Routing::Multicast::PegDrRole::dr; };
-  const bool enters = extended ? starGroup || gateway || isLocal(in, vrf, vlan, source) : transit || (sbd != 0 && sbdRole());
+  const auto sbdRole = [&] {
+    return in.roles->pegDrVlan(VlanId(sbd)).pegDrRole == Routing::Multicast::PegDrRole::dr;
+  };
+  const bool enters = extended ? starGroup || gateway || isLocal(in, vrf, vlan, source)
+                               : transit || (sbd != 0 && sbdRole());
   if (!enters) return;
-  wanted.routes.insert(std::string(vrf.str()) + " " +
-                       Vesk::textOf(Routing::Multicast::OverlayRouteKey{source, group, route.iif()}));
-  if (const unsigned carrier = extended ? vlan : sbd; up && carrier != 0) wanted.groups.emplace(carrier, group);
+  wanted.routes.insert(
+      std::string(vrf.str()) + " " +
+      Vesk::textOf(Routing::Multicast::OverlayRouteKey{source, group, route.iif()}));
+  if (const unsigned carrier = extended ? vlan : sbd; up && carrier != 0)
+    wanted.groups.emplace(carrier, group);
 }
 
 bool hasPool(const Routing::Multicast::IpTunnelGroupIntfConfig& config, const L3::VrfName& vrf) {
@@ -92,7 +104,8 @@ bool hasPool(const Routing::Multicast::IpTunnelGroupIntfConfig& config, const L3
 
 bool routesRun(const Domain& domain) {
   const auto config = groupConfig(domain.domain)->intfConfig(Pavlin::vxlan1IntfId());
-  if (domain.af != Pavlin::ipv4() || !config || !config->mcastOverlayV4() || !vxlan1()) return false;
+  if (domain.af != Pavlin::ipv4() || !config || !config->mcastOverlayV4() || !vxlan1())
+    return false;
   for (const auto& [vrf, row] : config->vrfToMulticastGroupIterator())
     if (hasPool(*config, vrf)) return true;
   return false;
@@ -108,7 +121,8 @@ IngressRoutes wantedIngress(const Domain& domain) {
   for (const auto& [vrf, status] : input<FibStatus>(domain.af)->vrfStatusIterator()) {
     if (!hasPool(*config, vrf)) continue;
     const bool transit = evpn->transitVrfHas(vrf);
-    for (const auto& [key, route] : status->routeIterator()) judge(tables, vrf, transit, *route, now, wanted);
+    for (const auto& [key, route] : status->routeIterator())
+      judge(tables, vrf, transit, *route, now, wanted);
   }
   return wanted;
 }
@@ -119,10 +133,13 @@ IngressRoutes heldIngress(const Multicast::Vpn::Agent& agent, const Domain& doma
   for (const auto& [vrf, status] : container->ingressL3RouteStatus()->vrfStatusIterator())
     for (const auto& route : status->routeIterator())
       held.routes.insert(std::string(vrf.str()) + " " + Vesk::textOf(route));
-  const auto table = container->vlanGroupTableColl()->table(Multicast::Vpn::VlanGroupTableColl::getL3TableName());
+  const auto table =
+      container->vlanGroupTableColl()->table(Multicast::Vpn::VlanGroupTableColl::getL3TableName());
   for (const auto& [vlan, row] : table->vlanIterator())
-    for (const auto& group : row->groupIterator()) held.groups.emplace(vlan.value(), group);
-  for (const auto& [entry, request] : sharedInput<Arp::ProactiveArp::ClientConfig>()->requestIterator())
+    for (const auto& group : row->groupIterator())
+      held.groups.emplace(vlan.value(), group);
+  for (const auto& [entry, request] :
+       sharedInput<Arp::ProactiveArp::ClientConfig>()->requestIterator())
     held.requests.insert(Vesk::textOf(entry));
   return held;
 }
@@ -132,7 +149,9 @@ bool activityIsDefinite() {
   for (const auto& [vrf, status] : input<FibStatus>(Pavlin::ipv4())->vrfStatusIterator())
     for (const auto& [key, route] : status->routeIterator()) {
       const double quiet = now - route->lastActivityTime();
-      if (route->lastActivityTime() != 0 && quiet > activeSeconds && quiet <= activeSeconds + reviewSeconds) return false;
+      if (route->lastActivityTime() != 0 && quiet > activeSeconds &&
+          quiet <= activeSeconds + reviewSeconds)
+        return false;
     }
   return true;
 }

@@ -1,5 +1,6 @@
 // What the route machines of a domain must hold, computed directly from the present inputs.
-// Every route of the forwarding table is judged from nothing; no machine and no table of the agent is asked.
+// Every route of the forwarding table is judged from nothing; no machine and no table of the agent
+// is asked.
 #pragma once
 
 #include <set>
@@ -21,7 +22,7 @@ inline constexpr double reviewSeconds = 120;
 struct IngressRoutes {
   std::set<std::string> routes;  ///< "VRF source,group,interface": they enter the overlay here
   std::set<std::pair<unsigned, Pavlin::IpGenAddr>> groups;  ///< vlan and group that carry them
-  std::set<std::string> requests;                           ///< "source,interface": neighbours to keep resolved
+  std::set<std::string> requests;  ///< "source,interface": neighbours to keep resolved
   auto operator<=>(const IngressRoutes&) const = default;
 };
 
