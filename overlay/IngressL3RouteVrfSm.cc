@@ -153,8 +153,8 @@ IngressL3RouteVrfSm::Reason IngressL3RouteVrfSm::isSourceAndVxlanActiveAndIIFNon
   return Reason::allowed;
 }
 
-IngressL3RouteVrfSm::Reason IngressL3RouteVrfSm::routeReason(const RouteStatus& route,
-                                                             double now) const {
+IngressL3RouteVrfSm::Reason IngressL3RouteVrfSm::routeReason(
+    const RouteStatus& route, double now, std::optional<SourceVerdict>& judged) const {
   if (const Reason r = isSparseModeRoute(route); r != Reason::allowed) return r;
   const IntfId iif = route.iif();
   const bool gateway = isGatewayVlan(iif);
@@ -174,7 +174,9 @@ IngressL3RouteVrfSm::Reason IngressL3RouteVrfSm::routeReason(const RouteStatus& 
     return Reason::allowed;
   }
   // What came in over the overlay must not be sent into it again.
-  return isLocalSource(iif, source) ? Reason::allowed : missing(route, Reason::nonLocalSource);
+  judged = judgeSource(iif, source);
+  return judged->step == SourceVerdict::Step::local ? Reason::allowed
+                                                    : missing(route, Reason::nonLocalSource);
 }
 
 IngressL3RouteVrfSm::Reason IngressL3RouteVrfSm::proactiveArpReason(const RouteStatus& route,
@@ -194,12 +196,16 @@ IngressL3RouteVrfSm::Verdict IngressL3RouteVrfSm::verdict(const RouteStatus& rou
           .sbdVlanId = sbdVlanId(),
           .lastActivityTime = route.lastActivityTime(),
           .now = now,
-          .routeInactiveTime = in.ingressL3RouteSm->routeInactiveTime()};
+          .routeInactiveTime = in.ingressL3RouteSm->routeInactiveTime(),
+          .source = {}};
 }
 
 IngressL3RouteVrfSm::Verdict IngressL3RouteVrfSm::judgeRoute(const RouteStatus& route,
                                                              double now) const {
-  return verdict(route, now, routeReason(route, now));
+  std::optional<SourceVerdict> source;
+  Verdict judged = verdict(route, now, routeReason(route, now, source));
+  judged.source = source;
+  return judged;
 }
 
 IngressL3RouteVrfSm::Verdict IngressL3RouteVrfSm::judgeProactiveArp(const RouteStatus& route,
@@ -217,8 +223,12 @@ void IngressL3RouteVrfSm::handleRoute(const RouteKey& key, double now) {
   const Ombra::Ptr<RouteStatus const> route = in.vrfStatus->route(key);
   followRoute(key, route);
   // Both may have to delete what was entered under the old interface.
-  const bool arpAllowed = updateProactiveArp(key, route.get(), now);
-  const bool routeAllowed = updateRoute(key, route.get(), now);
+  // Judged once: the ARP record hangs on the same row of the source as the route does.
+  std::optional<Verdict> verdict;
+  if (route) verdict = judgeRoute(*route, now);
+  const bool arpAllowed =
+      updateProactiveArp(key, route.get(), now, verdict ? verdict->source : std::nullopt);
+  const bool routeAllowed = updateRoute(key, verdict && verdict->allowed() ? route.get() : nullptr);
   if (arpAllowed || routeAllowed) {
     acceptingIntfIdIs(key, route->iif());
   } else {
@@ -266,11 +276,11 @@ void IngressL3RouteVrfSm::iifVlanIs(RouteSm& routeSm, VlanIdOrNone vlan) {
   }
 }
 
-bool IngressL3RouteVrfSm::updateRoute(const RouteKey& key, const RouteStatus* route, double now) {
+bool IngressL3RouteVrfSm::updateRoute(const RouteKey& key, const RouteStatus* route) {
   const IpGenAddr& source = key.source.ipGenAddr();
   const IpGenAddr& group = key.group.ipGenAddr();
   const IntfId accepting = acceptingIntfId(key);
-  if (route != nullptr && allowRoute(*route, now)) {
+  if (route != nullptr) {
     const auto status = in.ingressL3RouteStatus->vrfStatusIs(in.vrfName);
     if (!accepting.empty() && accepting != route->iif())
       status->routeDel({source, group, accepting});
@@ -298,7 +308,8 @@ bool IngressL3RouteVrfSm::updateRoute(const RouteKey& key, const RouteStatus* ro
 // --- proactive ARP
 
 bool IngressL3RouteVrfSm::updateProactiveArp(const RouteKey& key, const RouteStatus* route,
-                                             double now) {
+                                             double now,
+                                             const std::optional<SourceVerdict>& judged) {
   const IpGenAddr& source = key.source.ipGenAddr();
   const IpGenAddr& group = key.group.ipGenAddr();
   const IntfId accepting = acceptingIntfId(key);
@@ -316,7 +327,7 @@ bool IngressL3RouteVrfSm::updateProactiveArp(const RouteKey& key, const RouteSta
   if (!allowed) return false;
   const ArpRecord entry{source, route->iif()};
   arpRecordIs(entry, group);
-  fdbKeyIs(entry, judgeSource(entry.intfId, source).fdbKey);
+  fdbKeyIs(entry, judged ? judged->fdbKey : std::nullopt);
   return true;
 }
 

@@ -84,6 +84,14 @@ class IngressL3RouteVrfSm final : public Vesk::Machine {
     iifIsGatewayVlan,
     iifIsNotVxlanVlan,
   };
+  /// How far the search for the source's port came.
+  struct SourceVerdict {
+    enum class Step : std::uint8_t { noVrfId, noArpEntry, notLearnt, behindTunnel, local };
+    Step step;
+    std::optional<Briskel::Bridging::FdbKey> fdbKey;  ///< what was looked up, from `notLearnt` on
+    Pavlin::IntfId intfId;                            ///< where it was learnt
+  };
+
   /// The first missing condition, or `allowed`, with what the conditions were tested on.
   struct Verdict {
     Reason reason;
@@ -92,6 +100,7 @@ class IngressL3RouteVrfSm final : public Vesk::Machine {
     double lastActivityTime;
     double now;
     double routeInactiveTime;
+    std::optional<SourceVerdict> source;  ///< if the source was asked for
 
     [[nodiscard]] bool allowed() const { return reason == Reason::allowed; }
   };
@@ -104,13 +113,6 @@ class IngressL3RouteVrfSm final : public Vesk::Machine {
     return judgeProactiveArp(route, now).allowed();
   }
 
-  /// How far the search for the source's port came.
-  struct SourceVerdict {
-    enum class Step : std::uint8_t { noVrfId, noArpEntry, notLearnt, behindTunnel, local };
-    Step step;
-    std::optional<Briskel::Bridging::FdbKey> fdbKey;  ///< what was looked up, from `notLearnt` on
-    Pavlin::IntfId intfId;                            ///< where it was learnt
-  };
   [[nodiscard]] SourceVerdict judgeSource(Pavlin::IntfId intf,
                                           const Pavlin::IpGenAddr& source) const;
   [[nodiscard]] bool isLocalSource(Pavlin::IntfId intf, const Pavlin::IpGenAddr& source) const {
@@ -142,14 +144,17 @@ class IngressL3RouteVrfSm final : public Vesk::Machine {
   [[nodiscard]] Reason isSparseModeRoute(const RouteStatus& route) const;
   [[nodiscard]] Reason isSourceAndVxlanActiveAndIIFNonSBD(const RouteStatus& route,
                                                           double now) const;
-  [[nodiscard]] Reason routeReason(const RouteStatus& route, double now) const;
+  [[nodiscard]] Reason routeReason(const RouteStatus& route, double now,
+                                   std::optional<SourceVerdict>& source) const;
   [[nodiscard]] Reason proactiveArpReason(const RouteStatus& route, double now) const;
   [[nodiscard]] Verdict verdict(const RouteStatus& route, double now, Reason reason) const;
 
   void followRoute(const RouteKey& key, const Ombra::Ptr<RouteStatus const>& route);
   void iifVlanIs(RouteSm& routeSm, Bridging::VlanIdOrNone vlan);
-  [[nodiscard]] bool updateProactiveArp(const RouteKey& key, const RouteStatus* route, double now);
-  [[nodiscard]] bool updateRoute(const RouteKey& key, const RouteStatus* route, double now);
+  [[nodiscard]] bool updateProactiveArp(const RouteKey& key, const RouteStatus* route, double now,
+                                        const std::optional<SourceVerdict>& source);
+  /// `route` is null if it is gone or not to be carried.
+  [[nodiscard]] bool updateRoute(const RouteKey& key, const RouteStatus* route);
   void arpRecordIs(const ArpRecord& entry, const Pavlin::IpGenAddr& group);
   void arpRecordDel(const ArpRecord& entry, const Pavlin::IpGenAddr& group);
   void fdbKeyIs(const ArpRecord& entry, const std::optional<Briskel::Bridging::FdbKey>& fdbKey);
