@@ -1,5 +1,7 @@
 #include "platform/CAgent.h"
 
+#include <malloc.h>
+
 namespace Orlane {
 
 VeskSharedMem::MountGroup& Mounter::getShmemMountGroup() {
@@ -14,6 +16,11 @@ CAgent::CAgent(std::string name)
       redundancyStatus_(boost::dynamic_pointer_cast<Redundancy::RedundancyStatus>(
           Halden::StateDatabase::instance().create(Redundancy::RedundancyStatus::mountPath(),
                                                    Redundancy::RedundancyStatus::veskName))) {}
+
+void CAgent::start() {
+  mallopt(M_MXFAST, getDefaultFastbinLimit());
+  doInit();
+}
 
 VeskSharedMem::EntityManager* CAgent::getShmemEntityManager() {
   return VeskSharedMem::EntityManager::getEntityManager(name_, true);

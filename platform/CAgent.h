@@ -35,7 +35,7 @@ class CAgent : public Vesk::Entity, public Mounter {
 
   [[nodiscard]] const std::string& agentName() const { return name_; }
   /// The process begins.
-  void start() { doInit(); }
+  void start();
   /// The state of this supervisor.
   [[nodiscard]] const Ombra::Ptr<Redundancy::RedundancyStatus const>& redundancyStatus() const {
     return redundancyStatus_;
@@ -49,6 +49,10 @@ class CAgent : public Vesk::Entity, public Mounter {
   virtual void doStage(const std::string& stageClass, const std::string& stage) = 0;
 
  protected:
+  /// Largest block, in bytes, that the allocator may keep aside without merging it with its
+  /// neighbours. None by default: a hundred thousand of them would be merged in one go, in the
+  /// middle of somebody's slice.
+  [[nodiscard]] virtual int getDefaultFastbinLimit() const { return 0; }
   virtual void doInit() = 0;
   virtual void doMountsComplete(Halden::MountStatus status,
                                 const Ombra::Ptr<Halden::EntityManager>& em) = 0;
