@@ -85,7 +85,7 @@ constexpr auto gmpApp = static_cast<Routing::Gmp::Briskel::App>(4);
   std::istringstream tokens(given);
   std::string token;
   std::size_t i = 0;
-  for (; tokens >> token && i < sizes.size(); ++i)
+  for (; i < sizes.size() && tokens >> token; ++i)
     sizes[i] = static_cast<unsigned>(std::strtoul(token.c_str(), nullptr, 10));
   if (auto t = trace.at(1)) t << ", using new fleetlog sizes";
   for (std::size_t k = 0; k < sizes.size(); ++k)
