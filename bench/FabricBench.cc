@@ -1,12 +1,10 @@
 // The whole agent at the size of a fabric: vlans with eight immediate groups each.
 // From a configured state database to the last forwarding row, the same rows by direct computation,
 // and what one vlan's change costs among all others.
-#include <benchmark/benchmark.h>
-
+#include "bench/WholeAgent.h"
 #include "records/AgentStatus.h"
 #include "records/Bridging.h"
 #include "records/Vxlan.h"
-#include "tests/history/AgentWorld.h"
 
 namespace {
 
@@ -50,27 +48,13 @@ void configure(unsigned vlans) {
   }
 }
 
-double perRow(std::size_t rows) {
-  return static_cast<double>(rows);
-}
-
 /// Until the last forwarding row stands, the agent's start included.
 void startToRows(benchmark::State& state) {
   History::AgentWorld world;
   configure(static_cast<unsigned>(state.range(0)));
-  std::size_t rows = 0;
-  for (auto _ : state) {
-    world.begin(0);
-    world.settle();
-    state.PauseTiming();
-    rows = History::publishedRows(History::domains[0]).size();
-    world.clearRows();
-    state.ResumeTiming();
-  }
+  const std::size_t rows = Bench::startUntilLastRow(state, world);
   world.reset();
-  state.counters["rows"] = perRow(rows);
-  state.counters["per row"] = benchmark::Counter(
-      perRow(rows), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  Bench::count(state, rows, "per row", static_cast<double>(rows));
 }
 BENCHMARK(startToRows)->Arg(100)->Arg(1000)->Arg(4000)->Unit(benchmark::kMillisecond);
 
@@ -82,9 +66,7 @@ void directComputation(benchmark::State& state) {
   for (auto _ : state)
     rows = History::wantedRows(History::domains[0]).size();
   world.reset();
-  state.counters["rows"] = perRow(rows);
-  state.counters["per row"] = benchmark::Counter(
-      perRow(rows), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  Bench::count(state, rows, "per row", static_cast<double>(rows));
 }
 BENCHMARK(directComputation)->Arg(100)->Arg(1000)->Arg(4000)->Unit(benchmark::kMillisecond);
 

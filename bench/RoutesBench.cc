@@ -6,14 +6,12 @@
 #include <ctime>
 #include <malloc.h>
 
-#include <benchmark/benchmark.h>
-
+#include "bench/WholeAgent.h"
 #include "records/AgentStatus.h"
 #include "records/Bridging.h"
 #include "records/BriskelInputs.h"
 #include "records/Fib.h"
 #include "records/Vxlan.h"
-#include "tests/history/AgentWorld.h"
 
 namespace {
 
@@ -111,10 +109,7 @@ void sizes(benchmark::internal::Benchmark* bench) {
 }
 
 void count(benchmark::State& state, std::size_t rows) {
-  state.counters["rows"] = static_cast<double>(rows);
-  state.counters["per route"] = benchmark::Counter(
-      static_cast<double>(state.range(0)),
-      benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  Bench::count(state, rows, "per route", static_cast<double>(state.range(0)));
 }
 
 /// Until the last forwarding row stands, the agent's start included.
@@ -122,15 +117,7 @@ void routesToRows(benchmark::State& state) {
   History::AgentWorld world;
   configure(vrfsOf(state));
   fillFib(vrfsOf(state));
-  std::size_t rows = 0;
-  for (auto _ : state) {
-    world.begin(0);
-    world.settle();
-    state.PauseTiming();
-    rows = History::publishedRows(History::domains[0]).size();
-    world.clearRows();
-    state.ResumeTiming();
-  }
+  const std::size_t rows = Bench::startUntilLastRow(state, world);
   world.reset();
   count(state, rows);
 }

@@ -106,18 +106,12 @@ class IngressL3RouteVrfSm final : public Vesk::Machine {
   };
   [[nodiscard]] Verdict judgeRoute(const RouteStatus& route, double now) const;
   [[nodiscard]] Verdict judgeProactiveArp(const RouteStatus& route, double now) const;
-  [[nodiscard]] bool allowRoute(const RouteStatus& route, double now) const {
-    return judgeRoute(route, now).allowed();
-  }
   [[nodiscard]] bool allowProactiveArp(const RouteStatus& route, double now) const {
     return judgeProactiveArp(route, now).allowed();
   }
 
   [[nodiscard]] SourceVerdict judgeSource(Pavlin::IntfId intf,
                                           const Pavlin::IpGenAddr& source) const;
-  [[nodiscard]] bool isLocalSource(Pavlin::IntfId intf, const Pavlin::IpGenAddr& source) const {
-    return judgeSource(intf, source).step == SourceVerdict::Step::local;
-  }
 
   [[nodiscard]] bool isVxlanVlan(Pavlin::IntfId intf) const;
   [[nodiscard]] bool isExternalIntf(Pavlin::IntfId intf) const { return !isVxlanVlan(intf); }

@@ -114,23 +114,8 @@ void setValues(const RowFile& file, Vesk::Entity& entity, std::string_view value
   }
 }
 
-const std::string rootKey(1, '\0');
-
-}  // namespace
-
-std::vector<RowFile> rowFilesOf(const std::string& directory, const std::string& path,
-                                const RecordType& type,
-                                const std::vector<VeskBriskel::CollectionInfo>& sizes) {
-  Collector collector{directory, path, sizes, {}};
-  if (RowFile own; !(own.values = rowValues(type)).empty()) {
-    finish(own, directory, path, 1);
-    collector.files.push_back(std::move(own));
-  }
-  collector.collect(type, {});
-  return std::move(collector.files);
-}
-
-bool applyRow(Vesk::Entity& root, const RowFile& file, std::string_view key, std::string_view value,
+/// Throws RangeException if the bytes are no values of their types.
+bool enterRow(Vesk::Entity& root, const RowFile& file, std::string_view key, std::string_view value,
               bool corrupt) {
   if (file.chain.empty()) {
     setValues(file, root, value);
@@ -152,6 +137,38 @@ bool applyRow(Vesk::Entity& root, const RowFile& file, std::string_view key, std
   }
   if (corrupt) field.corruptIs(*holder, key, true);
   return true;
+}
+
+const std::string rootKey(1, '\0');
+
+}  // namespace
+
+std::vector<RowFile> rowFilesOf(const std::string& directory, const std::string& path,
+                                const RecordType& type,
+                                const std::vector<VeskBriskel::CollectionInfo>& sizes) {
+  Collector collector{directory, path, sizes, {}};
+  if (RowFile own; !(own.values = rowValues(type)).empty()) {
+    finish(own, directory, path, 1);
+    collector.files.push_back(std::move(own));
+  }
+  collector.collect(type, {});
+  return std::move(collector.files);
+}
+
+bool applyRow(Vesk::Entity& root, const RowFile& file, std::string_view key, std::string_view value,
+              bool corrupt) {
+  if (!corrupt) return enterRow(root, file, key, value, false);
+  // The bytes of a damaged row need not be values of their types.
+  const bool isMap = !file.chain.empty() && file.chain.back()->kind == FieldKind::valueMap;
+  for (const std::string& bytes :
+       {std::string(value), isMap ? file.chain.back()->valueType->defaultBytes() : ""}) {
+    try {
+      return enterRow(root, file, key, bytes, true);
+    } catch (const Ombra::RangeException&) {
+      if (!isMap) break;
+    }
+  }
+  return false;
 }
 
 SharedEntity::SharedEntity(const std::string& directory, const std::string& path,
@@ -181,22 +198,6 @@ bool SharedEntity::holds(const Vesk::Entity& entity) const {
   return find(entity) != nullptr;
 }
 
-bool SharedEntity::enter(const RowFile& file, std::string_view key, std::string_view value,
-                         bool corrupt) {
-  if (!corrupt) return applyRow(*entity_, file, key, value, false);
-  // The bytes of a damaged row need not be values of their types.
-  const bool isMap = !file.chain.empty() && file.chain.back()->kind == FieldKind::valueMap;
-  for (const std::string& bytes :
-       {std::string(value), isMap ? file.chain.back()->valueType->defaultBytes() : ""}) {
-    try {
-      return applyRow(*entity_, file, key, bytes, true);
-    } catch (const Ombra::RangeException&) {
-      if (!isMap) break;
-    }
-  }
-  return false;
-}
-
 void SharedEntity::load() {
   for (RowFile& file : files_) {
     if (!std::filesystem::exists(file.file)) continue;
@@ -205,22 +206,28 @@ void SharedEntity::load() {
     file.writer->forEach([&](const void* key, const void* value, bool corrupt) {
       const std::string_view keyBytes(static_cast<const char*>(key), file.shape.keySize);
       const std::string_view valueBytes(static_cast<const char*>(value), file.shape.valueSize);
-      if (!enter(file, keyBytes, valueBytes, corrupt)) orphans.emplace_back(keyBytes);
+      if (!applyRow(*entity_, file, keyBytes, valueBytes, corrupt)) orphans.emplace_back(keyBytes);
     });
     for (const std::string& key : orphans)
       file.writer->erase(key.data());
   }
 }
 
-RowFile& SharedEntity::fileOf(const Node* node, const FieldInfo* field) {
+RowFile* SharedEntity::findFile(const Node& node, const FieldInfo* field) {
   // One type of entity may stand in several collections, so the whole way down has to agree.
   std::vector<const FieldInfo*> chain;
   if (field != nullptr) chain.push_back(field);
-  for (const Node* n = node; n->parent != nullptr; n = n->parent)
+  for (const Node* n = &node; n->parent != nullptr; n = n->parent)
     chain.push_back(n->field);
   for (RowFile& file : files_)
-    if (std::equal(file.chain.begin(), file.chain.end(), chain.rbegin(), chain.rend())) return file;
-  if (field == nullptr) field = node->field;
+    if (std::equal(file.chain.begin(), file.chain.end(), chain.rbegin(), chain.rend()))
+      return &file;
+  return nullptr;
+}
+
+RowFile& SharedEntity::fileOf(const Node& node, const FieldInfo* field) {
+  if (RowFile* file = findFile(node, field)) return *file;
+  if (field == nullptr) field = node.field;
   Ombra::fatal(fmt::format("table {}: no rows for attribute {}", path_,
                            field == nullptr ? "values" : field->name));
 }
@@ -247,9 +254,9 @@ void SharedEntity::markRow(const Vesk::Entity& holder, const FieldInfo& field, s
     valueChanged(*node, field, key);
     return;
   }
-  RowFile& file = fileOf(node, &field);
+  RowFile& file = fileOf(*node, &field);
   const std::string rowKey = keyOf(*node) + std::string(key);
-  if (file.writer) file.writer->markCorrupt(rowKey.data());
+  if (file.writer && file.writer->markCorrupt(rowKey.data())) file.writer->wakeReaders();
 }
 
 void SharedEntity::valueChanged(const Node& node, const FieldInfo& field, std::string_view key) {
@@ -258,7 +265,7 @@ void SharedEntity::valueChanged(const Node& node, const FieldInfo& field, std::s
     return;
   }
   if (!field.isCollection()) return;
-  RowFile& file = fileOf(&node, &field);
+  RowFile& file = fileOf(node, &field);
   const std::string rowKey = keyOf(node) + std::string(key);
   if (!field.has(*node.entity, key)) {
     erase(file, rowKey);
@@ -269,20 +276,20 @@ void SharedEntity::valueChanged(const Node& node, const FieldInfo& field, std::s
 }
 
 void SharedEntity::putValues(const Node& node) {
-  if (rowValues(node.entity->recordType()).empty()) return;
-  RowFile& file = fileOf(&node, nullptr);
-  put(file, node.parent == nullptr ? rootKey : keyOf(node), valuesOf(file, *node.entity));
+  RowFile* const file = findFile(node, nullptr);
+  if (file == nullptr || file->values.empty()) return;
+  put(*file, node.parent == nullptr ? rootKey : keyOf(node), valuesOf(*file, *node.entity));
 }
 
 void SharedEntity::entityCame(const Node& node) {
-  RowFile& file = fileOf(&node, nullptr);
+  RowFile& file = fileOf(node, nullptr);
   put(file, keyOf(node), valuesOf(file, *node.entity));
   putContent(node);
 }
 
 void SharedEntity::entityWent(const Node& node) {
   eraseContent(node);
-  erase(fileOf(&node, nullptr), keyOf(node));
+  erase(fileOf(node, nullptr), keyOf(node));
 }
 
 void SharedEntity::putContent(const Node& node) {
@@ -303,7 +310,7 @@ void SharedEntity::eraseContent(const Node& node) {
     if (field->owns()) {
       node.forEachChild(*field, [&](const Node& child) { entityWent(child); });
     } else {
-      RowFile& file = fileOf(&node, field);
+      RowFile& file = fileOf(node, field);
       for (const std::string& key : field->keys(*node.entity))
         erase(file, keyOf(node) + key);
     }

@@ -36,7 +36,8 @@ struct RowFile {
     const std::string& directory, const std::string& path, const Vesk::RecordType& type,
     const std::vector<VeskBriskel::CollectionInfo>& sizes = {});
 /// Enters one row of a file into an entity of the type that the file belongs to; false if its
-/// parent is not there.
+/// parent is not there, or if it is damaged so far that its key does not read. A damaged value that
+/// does not read is entered as the default one, under its mark.
 bool applyRow(Vesk::Entity& root, const RowFile& file, std::string_view key, std::string_view value,
               bool corrupt);
 
@@ -63,8 +64,9 @@ class SharedEntity final : public Vesk::TreeObserver {
   void entityWent(const Node& node) override;
 
   void load();
-  bool enter(const RowFile& file, std::string_view key, std::string_view value, bool corrupt);
-  [[nodiscard]] RowFile& fileOf(const Node* node, const Vesk::FieldInfo* field);
+  /// The file of a node's attribute, or of the node itself if `field` is null.
+  [[nodiscard]] RowFile* findFile(const Node& node, const Vesk::FieldInfo* field);
+  [[nodiscard]] RowFile& fileOf(const Node& node, const Vesk::FieldInfo* field);
   void put(RowFile& file, const std::string& key, const std::string& value);
   void erase(RowFile& file, const std::string& key);
   void putValues(const Node& node);
