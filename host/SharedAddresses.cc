@@ -28,15 +28,4 @@ std::string tablesDirectory(const std::string& directory) {
   return std::filesystem::is_directory(own) ? own : directory;
 }
 
-std::unique_ptr<VeskSharedMem::TableReader> readerOf(const std::string& file,
-                                                     const VeskSharedMem::TableShape& expected) {
-  auto reader = VeskSharedMem::TableReader::openAny(file);
-  const auto& shape = reader->shape();
-  // The capacity is the writer's choice; the meaning of the bytes is not.
-  if (shape.signature != expected.signature || shape.keySize != expected.keySize ||
-      shape.valueSize != expected.valueSize)
-    throw VeskSharedMem::TableError(fmt::format("{}: a table of another layout", file));
-  return reader;
-}
-
 }  // namespace Host

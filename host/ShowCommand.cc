@@ -8,7 +8,7 @@
 #include "host/SharedAddresses.h"
 #include "host/play/Report.h"
 #include "runtime/Dir.h"
-#include "runtime/SharedEntity.h"
+#include "runtime/RowFile.h"
 
 namespace Host {
 namespace {
@@ -27,7 +27,7 @@ Ombra::Ptr<Vesk::Entity> copied(const std::string& directory, const Address& add
   for (const auto& rows : VeskSharedMem::rowFilesOf(directory, address.path, *address.rootType)) {
     if (!fs::exists(rows.file)) continue;
     isThere = true;
-    const auto reader = readerOf(rows.file, rows.shape);
+    const auto reader = VeskSharedMem::readerOf(rows.file, rows.shape);
     const auto& shape = reader->shape();
     reader->forEach(
         [&](std::uint32_t, const std::byte* key, const std::byte* value, bool corrupt) {

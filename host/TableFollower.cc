@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <thread>
 #include <utility>
 
 #include "runtime/Assert.h"
@@ -16,16 +15,10 @@ using Vesk::FieldInfo;
 using Vesk::FieldKind;
 using VeskSharedMem::RowFile;
 using VeskSharedMem::RowState;
-using VeskSharedMem::TableReader;
+using VeskSharedMem::TableWaiter;
 
 /// A writer takes the rows of an entity away one by one and the entity's own row last.
 constexpr std::chrono::milliseconds holdTime{10};
-/// Rows that a writer hammers on may be missed by a scan; they change again and are found then.
-constexpr int scanAttempts = 3;
-
-std::string bytesAt(const std::byte* bytes, std::size_t size) {
-  return {reinterpret_cast<const char*>(bytes), size};
-}
 
 /// Calls f(field, part of the key) for each collection on the way to a row.
 template <class F>
@@ -139,24 +132,25 @@ TableFollower::Scope TableFollower::scopeOf(const Table& table, const std::strin
 void TableFollower::findFiles() {
   const std::string directory = tablesDirectory(directory_);
   for (const auto& table : tables_) {
-    if (table->reader && table->reader->isReplaced()) {
-      table->reader.reset();
-      table->keyOfNumber.clear();
-      for (auto& [key, row] : table->rows) {
-        row.now.reset();
-        table->touched.push_back(key);
-      }
-      sort(table->layout, table->touched);
-    }
+    if (table->follower && table->follower->reader().isReplaced()) letGo(*table);
     const std::string file = directory + table->layout.file;
-    if (table->reader || !fs::exists(file)) continue;
+    if (table->follower || !fs::exists(file)) continue;
     try {
-      table->reader = readerOf(file, table->layout.shape);
-      table->isScanDue = true;
+      table->follower = std::make_unique<VeskSharedMem::RowFollower>(
+          VeskSharedMem::readerOf(file, table->layout.shape));
     } catch (const VeskSharedMem::TableError&) {
       if (fs::exists(file)) throw;
     }
   }
+}
+
+void TableFollower::letGo(Table& table) {
+  table.follower.reset();
+  for (auto& [key, row] : table.rows) {
+    row.now.reset();
+    table.touched.push_back(key);
+  }
+  sort(table.layout, table.touched);
 }
 
 void TableFollower::tellChanges(bool isEnd) {
@@ -172,46 +166,15 @@ void TableFollower::tellChanges(bool isEnd) {
 }
 
 void TableFollower::takeUp(Table& table) {
-  if (!table.reader) return;
-  if (!table.isScanDue) {
-    const std::size_t keySize = table.layout.shape.keySize;
-    const auto position = table.cursor.position;
-    const auto changes = table.reader->changesSince(
-        table.cursor,
-        [&](std::uint32_t number, RowState state, const std::byte* key, const std::byte* value) {
-          if (state == RowState::missing) return leave(table, number, {});
-          enter(table, number, bytesAt(key, keySize), bytesAt(value, table.layout.shape.valueSize),
-                state == RowState::corrupt);
-        });
-    if (table.cursor.position != position) latest_ = &table;
-    table.isScanDue = changes == TableReader::Changes::overrun;
-  }
-  if (table.isScanDue) scan(table);
+  if (!table.follower) return;
+  const bool isFirst = table.rows.empty();
+  table.follower->follow([&](std::string_view key, RowState state, std::string_view bytes) {
+    enter(table, std::string(key), state, bytes);
+  });
+  if (isFirst) sort(table.layout, table.touched);
 }
 
-void TableFollower::scan(Table& table) {
-  table.isScanDue = false;
-  table.touched.clear();
-  for (int attempt = 0; attempt < scanAttempts; ++attempt) {
-    table.keyOfNumber.clear();
-    for (auto& [key, row] : table.rows)
-      row.now.reset();
-    table.cursor = table.reader->cursor();
-    const auto skipped = table.reader->forEach(
-        [&](std::uint32_t number, const std::byte* key, const std::byte* value, bool isCorrupt) {
-          enter(table, number, bytesAt(key, table.layout.shape.keySize),
-                bytesAt(value, table.layout.shape.valueSize), isCorrupt);
-        },
-        TableReader::Check::checksum);
-    if (skipped == 0) break;
-  }
-  table.touched = keysBelow(table.rows, {});
-  sort(table.layout, table.touched);
-}
-
-void TableFollower::enter(Table& table, std::uint32_t number, std::string key, std::string bytes,
-                          bool isCorrupt) {
-  leave(table, number, key);
+void TableFollower::enter(Table& table, std::string key, RowState state, std::string_view bytes) {
   if (!scopeOf(table, &key).isOnWay) return;
   try {
     static_cast<void>(addressOf(table.path, table.layout, key));
@@ -219,23 +182,12 @@ void TableFollower::enter(Table& table, std::uint32_t number, std::string key, s
     return;  // a damaged row may have damaged keys
   }
   Row& row = table.rows[key];
-  row.now = Content{std::move(bytes), isCorrupt};
-  row.number = number;
-  row.heldSince.reset();
-  table.touched.push_back(key);
-  table.keyOfNumber[number] = std::move(key);
-}
-
-/// The key that this row had is gone, unless it is this one or stands in another row by now.
-void TableFollower::leave(Table& table, std::uint32_t number, std::string_view unless) {
-  const auto former = table.keyOfNumber.find(number);
-  if (former == table.keyOfNumber.end() || former->second == unless) return;
-  Row& row = table.rows[former->second];
-  if (row.number == number) {
-    row.now.reset();
-    table.touched.push_back(former->second);
+  row.now.reset();
+  if (state != RowState::missing) {
+    row.now = Content{std::string(bytes), state == RowState::corrupt};
+    row.heldSince.reset();
   }
-  table.keyOfNumber.erase(former);
+  table.touched.push_back(std::move(key));
 }
 
 void TableFollower::settle(Table& table, const std::string& key, bool isEnd) {
@@ -350,16 +302,15 @@ void TableFollower::say(const AddressText& at, RowChange::Kind kind) const {
 }
 
 void TableFollower::wait(std::chrono::milliseconds timeout) {
-  if (latest_ == nullptr || !latest_->reader) {
-    latest_ = nullptr;
-    for (const auto& table : tables_)
-      if (table->reader) latest_ = table.get();
+  const std::string directory = tablesDirectory(directory_);
+  TableWaiter::Watched watched;
+  for (const auto& table : tables_) {
+    if (!table->touched.empty()) timeout = std::min(timeout, holdTime);
+    watched.paths.push_back(directory + table->layout.file);
+    if (table->follower)
+      watched.tables.push_back({&table->follower->reader(), table->follower->cursor()});
   }
-  if (latest_ == nullptr) {
-    std::this_thread::sleep_for(timeout);
-  } else {
-    static_cast<void>(latest_->reader->waitForChange(latest_->cursor, timeout));
-  }
+  if (waiter_.wait(watched, timeout) == TableWaiter::Woken::byFile) findFiles();
 }
 
 }  // namespace Host

@@ -15,11 +15,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "host/SharedAddresses.h"
 #include "host/print/EntityJson.h"
+#include "runtime/RowFile.h"
+#include "runtime/shm/RowFollower.h"
+#include "runtime/shm/TableWaiter.h"
 
 namespace Host {
 
@@ -36,12 +38,13 @@ class TableFollower {
   using Sink = std::function<void(const RowChange&)>;
   TableFollower(std::string directory, std::vector<Address> addresses, Sink sink);
 
-  /// Opens files that came, and lets go of files that are gone or that others replace.
+  /// Opens files that came, and lets go of files that are gone or that others replace. Once before
+  /// the first look; `wait` does it from then on.
   void findFiles();
   /// Tells what has changed. What lies within an entity that seems about to go is held back for a
   /// moment, unless this is the end.
   void tellChanges(bool isEnd);
-  /// Returns early when the file that changed last changes again.
+  /// Returns early when there is something to tell, or something to hold back no longer.
   void wait(std::chrono::milliseconds timeout);
 
  private:
@@ -54,7 +57,6 @@ class TableFollower {
   struct Row {
     std::optional<Content> now;
     std::optional<Content> told;
-    std::uint32_t number = 0;  ///< of the row that has the key now
     std::optional<Clock::time_point> heldSince;
   };
   /// One file: a collection of a record, or the record's own values.
@@ -64,11 +66,8 @@ class TableFollower {
     VeskSharedMem::RowFile layout;
     Table* parent = nullptr;
     std::vector<Table*> children;
-    std::unique_ptr<VeskSharedMem::TableReader> reader;
-    VeskSharedMem::TableCursor cursor;
-    bool isScanDue = false;
-    std::map<std::string, Row> rows;  ///< by key, so that what an entity holds stands together
-    std::unordered_map<std::uint32_t, std::string> keyOfNumber;
+    std::unique_ptr<VeskSharedMem::RowFollower> follower;
+    std::map<std::string, Row> rows;   ///< by key, so that what an entity holds stands together
     std::vector<std::string> touched;  ///< keys to look at, in order of change
   };
   /// What of a row was asked for.
@@ -80,11 +79,9 @@ class TableFollower {
 
   void addTables(const Address& address);
   [[nodiscard]] Scope scopeOf(const Table& table, const std::string* key) const;
+  void letGo(Table& table);
   void takeUp(Table& table);
-  void scan(Table& table);
-  void enter(Table& table, std::uint32_t number, std::string key, std::string bytes,
-             bool isCorrupt);
-  void leave(Table& table, std::uint32_t number, std::string_view unless);
+  void enter(Table& table, std::string key, VeskSharedMem::RowState state, std::string_view bytes);
   void settle(Table& table, const std::string& key, bool isEnd);
   void forgetBelow(Table& table, const std::string& key);
   void settleBelow(Table& table, const std::string& key);
@@ -100,7 +97,7 @@ class TableFollower {
   std::vector<Address> addresses_;
   Sink sink_;
   std::vector<std::unique_ptr<Table>> tables_;  ///< parents before children
-  Table* latest_ = nullptr;                     ///< the one that changed last
+  VeskSharedMem::TableWaiter waiter_;
 };
 
 }  // namespace Host

@@ -15,9 +15,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How long a change may go unnoticed in a file other than the one that is waited for.
-constexpr std::chrono::milliseconds lookInterval{20};
-constexpr std::chrono::milliseconds fileInterval{100};
+/// A writer that is killed may wake nobody: how long its last change may go unnoticed.
+constexpr std::chrono::milliseconds lookInterval{250};
 
 volatile std::sig_atomic_t isInterrupted = 0;
 
@@ -70,18 +69,18 @@ int watchCommand(const std::vector<std::string>& addresses, const std::string& d
     std::fflush(stdout);
   });
   const auto start = Clock::now();
-  const auto isOver = [&] {
-    return isInterrupted != 0 ||
-           (seconds && std::chrono::duration<double>(Clock::now() - start).count() >= *seconds);
+  const auto timeLeft = [&] {
+    if (!seconds) return lookInterval;
+    const std::chrono::duration<double> left =
+        std::chrono::duration<double>(*seconds) - (Clock::now() - start);
+    return std::chrono::ceil<std::chrono::milliseconds>(
+        std::max(left, std::chrono::duration<double>::zero()));
   };
-  auto filesDue = start;
+  const auto isOver = [&] { return isInterrupted != 0 || timeLeft().count() == 0; };
+  follower.findFiles();
   while (!isOver()) {
-    if (Clock::now() >= filesDue) {
-      follower.findFiles();
-      filesDue = Clock::now() + fileInterval;
-    }
     follower.tellChanges(false);
-    follower.wait(lookInterval);
+    follower.wait(std::min(lookInterval, timeLeft()));
   }
   follower.findFiles();
   follower.tellChanges(true);

@@ -15,6 +15,10 @@ namespace VeskSharedMem {
 /// row. Always true.
 bool damagedRow(const Vesk::Entity& holder, const std::string& keyText);
 
+/// Stands in place of the key's text in a report of a row whose key, or whose entity, cannot be
+/// read.
+inline const std::string unreadableKey = "(unreadable)";
+
 /// Who hears of corruption: path of the table, and the text.
 using CorruptionSink = std::function<void(const std::string& table, const std::string& text)>;
 void corruptionSinkIs(CorruptionSink sink);

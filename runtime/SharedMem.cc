@@ -75,42 +75,61 @@ const std::string& EntityManager::directory() {
   return theDirectory();
 }
 
+EntityManager::EntityManager() = default;
 EntityManager::~EntityManager() = default;
 
+SharedEntity* EntityManager::find(const std::string& path) const {
+  const auto it = tables_.find(path);
+  return it == tables_.end() ? nullptr : it->second.get();
+}
+
 SharedEntity& EntityManager::table(const std::string& path, std::string_view typeName,
-                                   const std::vector<VeskBriskel::CollectionInfo>& sizes) {
-  auto it = tables_.find(path);
-  if (it == tables_.end())
-    it =
-        tables_.emplace(path, std::make_unique<SharedEntity>(theDirectory(), path, typeName, sizes))
-            .first;
-  const std::string_view present = it->second->entity()->recordType().name();
-  if (present != typeName)
-    throw TableError(fmt::format("{}: is a {}, not a {}", path, present, typeName));
-  return *it->second;
+                                   bool isWriter, const std::vector<CollectionSize>& sizes) {
+  SharedEntity* present = find(path);
+  std::unique_ptr<SharedEntity> made;
+  if (present == nullptr) {
+    made = std::make_unique<SharedEntity>(theDirectory(), path, typeName, sizes);
+    present = made.get();
+  }
+  const std::string_view presentType = present->entity()->recordType().name();
+  if (presentType != typeName)
+    throw TableError(fmt::format("{}: is a {}, not a {}", path, presentType, typeName));
+  if (isWriter) {
+    present->claim();
+  } else if (!present->isWriter()) {
+    present->follow();
+  }
+  if (made) tables_.emplace(path, std::move(made));
+  return *present;
+}
+
+Ombra::Ptr<Vesk::Entity> EntityManager::mount(const std::string& path, std::string_view typeName,
+                                              bool isWriter,
+                                              const std::vector<CollectionSize>& sizes) {
+  SharedEntity& mounted = table(path, typeName, isWriter, sizes);
+  mounted.mountedIs(isWriter ? SharedEntity::Mount::toWrite : SharedEntity::Mount::toRead);
+  return mounted.entity();
 }
 
 Ombra::Ptr<Vesk::Entity> EntityManager::doMount(const std::string& path, std::string_view typeName,
                                                 const VeskBriskel::MountInfo& info) {
-  SharedEntity& mounted = table(path, typeName, info.collections());
-  mounted.mountedIs(true);
-  return mounted.entity();
+  return mount(path, typeName, info.type() == VeskBriskel::VeskBriskelType::writer,
+               info.collections());
 }
 
 Ombra::Ptr<Vesk::Entity> EntityManager::doMount(const std::string& path, std::string_view typeName,
-                                                VeskSkarel::MountInfo) {
-  SharedEntity& mounted = table(path, typeName, {});
-  mounted.mountedIs(true);
-  return mounted.entity();
+                                                VeskSkarel::MountInfo info) {
+  return mount(path, typeName, !info.second, {});
 }
 
 Ombra::Ptr<Vesk::Entity> EntityManager::getEntity(const std::string& path) const {
-  const auto it = tables_.find(path);
-  return it != tables_.end() && it->second->mounted() ? it->second->entity() : nullptr;
+  const SharedEntity* const table = find(path);
+  return table != nullptr && table->mounted() != SharedEntity::Mount::no ? table->entity()
+                                                                         : nullptr;
 }
 
 void EntityManager::doUnmount(const std::string& path) {
-  if (const auto it = tables_.find(path); it != tables_.end()) it->second->mountedIs(false);
+  if (SharedEntity* const table = find(path)) table->mountedIs(SharedEntity::Mount::no);
 }
 
 void EntityManager::cleanup(const std::string& path) {
@@ -130,12 +149,43 @@ void EntityManager::assertSafeToAccess(const Ombra::Ptr<const Vesk::Entity>& ent
 }
 
 Ombra::Ptr<Vesk::Entity> EntityManager::open(const std::string& path, std::string_view typeName) {
-  return table(path, typeName, {}).entity();
+  return table(path, typeName, true).entity();
 }
 
 Ombra::Ptr<Vesk::Entity> EntityManager::peek(const std::string& path, std::string_view typeName) {
-  if (const auto it = tables_.find(path); it != tables_.end()) return it->second->entity();
-  return SharedEntity::hasFiles(theDirectory(), path, typeName) ? open(path, typeName) : nullptr;
+  return table(path, typeName, false).entity();
+}
+
+void EntityManager::leaveToOthers() {
+  for (const auto& [path, table] : tables_)
+    if (table->mounted() != SharedEntity::Mount::toWrite) table->follow();
+}
+
+bool EntityManager::takeUpChanges(const std::function<bool()>& mustStop) {
+  for (const auto& [path, table] : tables_) {
+    EntityFollower* const follower = table->follower();
+    if (follower != nullptr && follower->hasChanges() && !follower->takeUp(mustStop)) return false;
+  }
+  return true;
+}
+
+void EntityManager::waitForChanges(std::chrono::milliseconds timeout) {
+  if (!waiter_) waiter_ = std::make_unique<TableWaiter>();
+  TableWaiter::Watched watched;
+  for (const auto& [path, table] : tables_)
+    if (const EntityFollower* const follower = table->follower()) follower->addTo(watched);
+  if (waiter_->wait(watched, timeout) != TableWaiter::Woken::byFile) return;
+  for (const auto& [path, table] : tables_) {
+    const auto refused = [&at = path](const TableError& error) {
+      if (theSink()) theSink()(at, error.what());
+    };
+    if (EntityFollower* const follower = table->follower()) follower->findFiles(refused);
+  }
+}
+
+void EntityManager::wakeReaders() {
+  for (const auto& [path, table] : tables_)
+    if (EntityWriter* const writer = table->writer()) writer->wakeReaders();
 }
 
 std::string EntityManager::pathOf(const Vesk::Entity& entity) const {
@@ -146,9 +196,12 @@ std::string EntityManager::pathOf(const Vesk::Entity& entity) const {
 
 void EntityManager::corruptIs(Vesk::Entity& holder, const Vesk::FieldInfo& field,
                               std::string_view key, bool corrupt) {
-  if (!field.corruptIs(holder, key, corrupt)) return;
-  for (const auto& [path, table] : tables_)
-    if (table->holds(holder)) table->markRow(holder, field, key, corrupt);
+  for (const auto& [path, table] : tables_) {
+    if (!table->holds(holder)) continue;
+    table->claim();
+    if (field.corruptIs(holder, key, corrupt))
+      table->writer()->markRow(holder, field, key, corrupt);
+  }
 }
 
 void MountGroup::doClose() {

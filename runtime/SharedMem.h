@@ -1,11 +1,15 @@
 // Shared-memory tables as the agent sees them: entities at paths whose rows live in mapped files.
-// Owns: one entity per path for the process's life, and for each of its collections the file that
-// holds its rows. A table's content survives unmounting, the agent and the process; what a dead
-// process left is there at the next mount. A write to such an entity is in its file when the write
-// returns. A full table ends the process with its name.
+// Owns: one entity per path for the process's life. A table's content survives unmounting, the agent
+// and the process; what a dead process left is there at the next mount. A write to a table that is
+// mounted to be written is in its file when the write returns; a full table ends the process with
+// its name. A table that is mounted to be read is as another process has it.
+// Runs: whoever drives the scheduler calls wakeReaders between slices, and takeUpChanges whenever
+// waitForChanges returns.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -13,6 +17,7 @@
 #include <vector>
 
 #include "runtime/Reflect.h"
+#include "runtime/RowFile.h"
 
 namespace VeskBriskel {
 
@@ -20,21 +25,22 @@ namespace VeskBriskel {
 enum class VeskBriskelType : std::uint8_t { writer = 0, reader = 1, readerTracked = 3 };
 
 /// Sizes one collection of a table.
-struct CollectionInfo {
-  std::string name;
-  std::uint32_t maxEntries;
+struct CollectionInfo : VeskSharedMem::CollectionSize {
   bool flag = false;
 };
 
 class MountInfo {
  public:
   explicit MountInfo(VeskBriskelType type) : type_(type) {}
+  /// Name, maximum entries, flag. The flag has no meaning here.
   MountInfo& collectionInfoIs(CollectionInfo info) {
     collections_.push_back(std::move(info));
     return *this;
   }
   [[nodiscard]] VeskBriskelType type() const { return type_; }
-  [[nodiscard]] const std::vector<CollectionInfo>& collections() const { return collections_; }
+  [[nodiscard]] std::vector<VeskSharedMem::CollectionSize> collections() const {
+    return {collections_.begin(), collections_.end()};
+  }
 
  private:
   VeskBriskelType type_;
@@ -45,7 +51,8 @@ class MountInfo {
 
 namespace VeskSkarel {
 
-/// Mount flags of a nested entity, in the order in which mounts give them.
+/// Mount flags of a nested entity, in the order in which mounts give them. The second says that it
+/// is read here and written by another process.
 struct MountInfo {
   bool first = false;
   bool second = false;
@@ -57,6 +64,7 @@ struct MountInfo {
 namespace VeskSharedMem {
 
 class SharedEntity;
+class TableWaiter;
 
 /// A group of mounts that are made when it is closed.
 class MountGroup;
@@ -75,8 +83,8 @@ class EntityManager {
 
   ~EntityManager();
 
-  /// Mounts at once and returns the entity. Throws TableError for a file of another layout or a
-  /// writer that lives.
+  /// Mounts at once and returns the entity. Throws TableError for a file of another layout, and in
+  /// a mount to write for one that a living process has claimed; nothing is mounted then.
   Ombra::Ptr<Vesk::Entity> doMount(const std::string& path, std::string_view typeName,
                                    const VeskBriskel::MountInfo&);
   Ombra::Ptr<Vesk::Entity> doMount(const std::string& path, std::string_view typeName,
@@ -93,11 +101,24 @@ class EntityManager {
   void assertSafeToAccess(const Ombra::Ptr<const Vesk::Entity>& entity,
                           std::string_view name) const;
 
-  /// The entity at a path, opened if its files are there or made empty, mounted or not. For whoever
-  /// plays other agents.
+  /// The entity at a path, claimed for this process to write, mounted or not. For whoever plays
+  /// other agents.
   Ombra::Ptr<Vesk::Entity> open(const std::string& path, std::string_view typeName);
-  /// The same without making anything: null if nobody has opened it and no file is there.
+  /// The entity at a path to look at, without a claim.
   [[nodiscard]] Ombra::Ptr<Vesk::Entity> peek(const std::string& path, std::string_view typeName);
+  /// Gives up the claim on each table that is not mounted to be written: whoever played other
+  /// agents leaves, and others may come.
+  void leaveToOthers();
+
+  /// Takes up what other processes have written, a key at a time, so that reactors run per changed
+  /// key. False if `mustStop` ended it before all was done. A file that is refused is reported as
+  /// corruption of its table, and the table does without.
+  bool takeUpChanges(const std::function<bool()>& mustStop);
+  /// Sleeps until there is something to take up, at most so long; a signal ends it too.
+  void waitForChanges(std::chrono::milliseconds timeout);
+  /// The end of a batch: rouses the processes that sleep on tables which this one has changed.
+  void wakeReaders();
+
   /// Path of the table that holds this entity; empty if none does.
   [[nodiscard]] std::string pathOf(const Vesk::Entity& entity) const;
   /// Marks a row damaged, or takes the mark away, in the entity and in its file.
@@ -105,10 +126,17 @@ class EntityManager {
                  bool corrupt);
 
  private:
-  EntityManager() = default;
-  SharedEntity& table(const std::string& path, std::string_view typeName,
-                      const std::vector<VeskBriskel::CollectionInfo>& sizes);
+  EntityManager();
+  /// Null if there is none.
+  [[nodiscard]] SharedEntity* find(const std::string& path) const;
+  /// The table, made if need be, and with the claim or following.
+  SharedEntity& table(const std::string& path, std::string_view typeName, bool isWriter,
+                      const std::vector<CollectionSize>& sizes = {});
+  Ombra::Ptr<Vesk::Entity> mount(const std::string& path, std::string_view typeName, bool isWriter,
+                                 const std::vector<CollectionSize>& sizes);
+
   std::map<std::string, std::unique_ptr<SharedEntity>, std::less<>> tables_;
+  std::unique_ptr<TableWaiter> waiter_;
 };
 
 class MountGroup {

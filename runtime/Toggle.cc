@@ -74,8 +74,10 @@ void validateToggleFiles(const std::filesystem::path& dir, std::span<const Toggl
     auto content = readFile(path);
     for (const auto& [name, value] : content.items()) {
       static_cast<void>(stateOf(path, name, value));
-      if (std::ranges::none_of(
-              known, [&](const auto* t) { return t->name() == name && t->file() == file; })) {
+      const auto isMeant = [&file, &name = name](const Toggle* toggle) {
+        return toggle->name() == name && toggle->file() == file;
+      };
+      if (std::ranges::none_of(known, isMeant)) {
         throw ConfigError(fmt::format("toggle file {}: key {}: value {}: no toggle has this name",
                                       path.string(), name, value.dump()));
       }

@@ -184,7 +184,7 @@ void Watch::attach() {
   if (address_.inProcess) {
     root = world_.agent().root();
   } else if (address_.shared) {
-    root = VeskSharedMem::EntityManager::getEntityManager()->open(address_.path,
+    root = VeskSharedMem::EntityManager::getEntityManager()->peek(address_.path,
                                                                   address_.rootType->name());
   } else {
     root = Halden::StateDatabase::instance().root();

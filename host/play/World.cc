@@ -23,6 +23,10 @@ std::string joined(const std::string& path, std::string_view key) {
   return path + "/" + Vesk::fromBytes<std::string>(key);
 }
 
+VeskSharedMem::EntityManager& tables() {
+  return *VeskSharedMem::EntityManager::getEntityManager();
+}
+
 }  // namespace
 
 World::World(std::size_t slice)
@@ -51,9 +55,7 @@ bool World::advance(double seconds) {
 
 Ombra::Ptr<Entity> World::root(const Address& address) const {
   if (address.inProcess) return agent_.root();
-  if (address.shared)
-    return VeskSharedMem::EntityManager::getEntityManager()->peek(address.path,
-                                                                  address.rootType->name());
+  if (address.shared) return tables().peek(address.path, address.rootType->name());
   return Halden::StateDatabase::instance().find(address.path);
 }
 
@@ -83,7 +85,8 @@ std::vector<Failure> World::write(const Address& address, const Content& patch) 
     return std::move(failures_);
   }
   const bool deletes = patch.kind == Content::Kind::absent;
-  Ombra::Ptr<Entity> at = root(address);
+  Ombra::Ptr<Entity> at = address.shared ? tables().open(address.path, address.rootType->name())
+                                         : root(address);
   if (!at && !deletes && !address.inProcess) {
     Content present;
     present.kind = Content::Kind::entity;
@@ -135,10 +138,7 @@ void World::writePath(const std::string& path, const Content& patch) {
   const auto info = pathInfo(path);
   auto& database = Halden::StateDatabase::instance();
   if (info->shared) {
-    const auto table =
-        VeskSharedMem::EntityManager::getEntityManager()->open(path, info->type->name());
-    patchEntity(*table, path, patch);
-    return;
+    return patchEntity(*tables().open(path, info->type->name()), path, patch);
   }
   Ombra::Ptr<Entity> present = database.find(path);
   if (patch.kind == Content::Kind::absent) {
@@ -252,8 +252,7 @@ std::vector<Failure> World::corrupt(const Address& address) {
   const AddressStep& last = address.steps.back();
   if (!found.holder || !last.field->has(*found.holder, *last.key))
     return {{address.text(), "an entry to mark", "absent"}};
-  VeskSharedMem::EntityManager::getEntityManager()->corruptIs(*found.holder, *last.field, *last.key,
-                                                              true);
+  tables().corruptIs(*found.holder, *last.field, *last.key, true);
   if (!last.field->corrupt(*found.holder, *last.key))
     return {{address.text(), "an entry of a shared table", "another"}};
   return {};

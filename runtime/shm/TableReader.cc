@@ -150,28 +150,31 @@ bool TableReader::isCaughtUp(const TableCursor& cursor) const {
   return latest.epoch == cursor.epoch && latest.position == cursor.position;
 }
 
+TableReader::Bell TableReader::bellBeforeSleep() const {
+  TableHeader* const bell = file_.bell();
+  if (bell == nullptr) return {};
+  const uint32_t ring = sharedWord(bell->wakeWord).load(std::memory_order_seq_cst);
+  sharedWord(bell->sleeping).store(1, std::memory_order_seq_cst);
+  // Pairs with the fence of the writer, which looks for sleepers after its changes.
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  return {&bell->wakeWord, ring};
+}
+
 bool TableReader::waitForChange(const TableCursor& cursor, std::chrono::milliseconds timeout) {
   constexpr std::chrono::nanoseconds kPollStep = std::chrono::milliseconds(1);
   const auto deadline = Clock::now() + timeout;
-  TableHeader* bell = file_.bell();
   if (!isCaughtUp(cursor)) return true;
   for (;;) {
-    uint32_t ring = 0;
-    if (bell != nullptr) {
-      ring = sharedWord(bell->wakeWord).load(std::memory_order_seq_cst);
-      sharedWord(bell->sleeping).store(1, std::memory_order_seq_cst);
-      // Pairs with the fence of the writer, which looks for sleepers after its changes.
-      std::atomic_thread_fence(std::memory_order_seq_cst);
-    }
+    const Bell bell = bellBeforeSleep();
     if (!isCaughtUp(cursor)) return true;
     const std::chrono::nanoseconds left = deadline - Clock::now();
     if (left <= std::chrono::nanoseconds::zero()) return false;
-    if (bell == nullptr) {
+    if (bell.word == nullptr) {
       const timespec pause = toTimespec(std::min(left, kPollStep));
       nanosleep(&pause, nullptr);
     } else {
       const timespec pause = toTimespec(left);
-      syscall(SYS_futex, &bell->wakeWord, FUTEX_WAIT, ring, &pause, nullptr, 0);
+      syscall(SYS_futex, bell.word, FUTEX_WAIT, bell.value, &pause, nullptr, 0);
     }
   }
 }

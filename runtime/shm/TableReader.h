@@ -51,8 +51,17 @@ class TableReader {
   // key than before, which means that the former one is gone.
   template <class Function>
   Changes changesSince(TableCursor& cursor, Function f);
+  bool isCaughtUp(const TableCursor& cursor) const;
   // False after the timeout. Returns at once when changes are there already.
   bool waitForChange(const TableCursor& cursor, std::chrono::milliseconds timeout);
+  // A futex word, and the value with which to wait on it. `word` is null if this process may not
+  // say that it sleeps: it has to look from time to time.
+  struct Bell {
+    const uint32_t* word = nullptr;
+    uint32_t value = 0;
+  };
+  // Says that somebody is about to sleep. Ask isCaughtUp afterwards, and sleep only if it is so.
+  Bell bellBeforeSleep() const;
 
   uint32_t size() const;
   const TableShape& shape() const { return layout_.shape; }
@@ -60,6 +69,10 @@ class TableReader {
   bool hasWriter() const { return file_.isClaimed(); }
   // The path leads elsewhere by now; what is mapped here will not change any more.
   bool isReplaced() const { return file_.isReplaced(); }
+  // A writer is at it, or died while it was: each `find` looks through all rows.
+  bool isIndexUnderRepair() const {
+    return (sharedWord(header_.indexVersion).load(std::memory_order_acquire) & 1) != 0;
+  }
 
  private:
   explicit TableReader(TableFile file);
@@ -73,7 +86,6 @@ class TableReader {
   RowState judge(uint32_t state, uint32_t checksum, Check check) const;
   RowState findByIndex(const void* key, uint64_t hash);
   RowState findByScan(const void* key);
-  bool isCaughtUp(const TableCursor& cursor) const;
 
   TableFile file_;
   TableLayout layout_;

@@ -24,7 +24,12 @@ std::unique_ptr<TableWriter> TableWriter::open(const std::string& path, const Ta
 }
 
 TableWriter::TableWriter(TableFile file)
-    : file_(std::move(file)), layout_(file_.layout()), header_(file_.header()) {}
+    : file_(std::move(file)),
+      layout_(file_.layout()),
+      header_(file_.header()),
+      journalHead_(header_.journalHead),
+      highWater_(std::min(header_.highWater, layout_.shape.capacity)),
+      indexVersion_(header_.indexVersion) {}
 
 TableWriter::~TableWriter() {
   // A forked child that drops its copy must not take the name off its parent's claim.
@@ -36,9 +41,9 @@ TableWriter::~TableWriter() {
 // free list and the count follow from them. Each step may be cut short and done again.
 void TableWriter::recover() {
   undoUnfinished();
-  const uint32_t version = beginIndexRebuild();
+  beginIndexRebuild();
   settleRows();
-  sharedWord(header_.indexVersion).store(version + 1, std::memory_order_release);
+  endIndexRebuild();
   // Changes from before may have missed the journal; a new epoch tells every reader to rescan.
   sharedWord(header_.writerEpoch).fetch_add(1, std::memory_order_release);
   wakeReaders();
@@ -62,16 +67,14 @@ void TableWriter::settleRows() {
   for (uint32_t slot = 0; slot < layout_.indexSlots; ++slot) {
     sharedWord(file_.index()[slot]).store(0, std::memory_order_relaxed);
   }
-  const uint32_t end = header_.highWater;
   // Downwards, so that the free list hands out low numbers first and scans stay short.
-  for (uint32_t number = end; number-- > 0;) {
+  for (uint32_t number = highWater_; number-- > 0;) {
     const RowView row = file_.row(number);
     const uint32_t word = row.word().load(std::memory_order_relaxed);
     const uint32_t state = RowWord::state(word);
     // Covers an insert cut short: a busy free row is as free as any.
     if (state == RowWord::kFree) {
-      row.checksum().store(freeRow_, std::memory_order_relaxed);
-      freeRow_ = number;
+      listFreeRow(number);
       continue;
     }
     // Neither a busy row without its undo nor an unknown state comes from a mere kill.
@@ -98,23 +101,36 @@ void TableWriter::indexRow(uint32_t number, uint64_t hash) {
       .store(layout_.slotEntry(hash, keeper), std::memory_order_relaxed);
 }
 
-uint32_t TableWriter::beginIndexRebuild() {
-  const uint32_t version = header_.indexVersion | 1;
-  sharedWord(header_.indexVersion).store(version, std::memory_order_relaxed);
+void TableWriter::beginIndexRebuild() {
+  indexVersion_ |= 1;
+  sharedWord(header_.indexVersion).store(indexVersion_, std::memory_order_relaxed);
   std::atomic_thread_fence(std::memory_order_release);
-  return version;
 }
 
+void TableWriter::endIndexRebuild() {
+  ++indexVersion_;
+  sharedWord(header_.indexVersion).store(indexVersion_, std::memory_order_release);
+}
+
+// An index without an empty slot is damaged; then one entry more or less makes no difference.
 TableWriter::Place TableWriter::locate(const void* key, uint64_t hash) const {
-  for (uint32_t slot = layout_.homeSlot(hash);; slot = layout_.nextSlot(slot)) {
-    const uint32_t entry = file_.index()[slot];
+  const uint32_t home = layout_.homeSlot(hash);
+  uint32_t slot = home;
+  do {
+    const uint32_t entry = sharedWord(file_.index()[slot]).load(std::memory_order_relaxed);
     if (entry == 0) return {slot, kNoRow};
-    if (!layout_.slotMatches(entry, hash)) continue;
     const uint32_t number = layout_.slotRow(entry);
-    if (std::memcmp(file_.row(number).bytes(), key, layout_.shape.keySize) == 0) {
+    if (layout_.slotMatches(entry, hash) && isUsable(number) &&
+        std::memcmp(file_.row(number).bytes(), key, layout_.shape.keySize) == 0) {
       return {slot, number};
     }
-  }
+    slot = layout_.nextSlot(slot);
+  } while (slot != home);
+  return {home, kNoRow};
+}
+
+bool TableWriter::isUsable(uint32_t number) const {
+  return number < capacity() && stateOf(number) != RowWord::kFree;
 }
 
 uint32_t TableWriter::stateOf(uint32_t number) const {
@@ -130,8 +146,9 @@ TableWriter::Put TableWriter::put(const void* key, const void* value) {
   const uint64_t hash = layout_.hashOfKey(key);
   const Place place = locate(key, hash);
   if (place.row == kNoRow) {
-    if (rowCount_ == capacity()) return Put::full;
-    insertRow(place, hash, key, value);
+    const uint32_t number = takeFreeRow();
+    if (number == kNoRow) return Put::full;
+    insertRow(number, place, hash, key, value);
     return Put::inserted;
   }
   const uint32_t checksum = layout_.checksumOf(hash, value);
@@ -145,17 +162,12 @@ TableWriter::Put TableWriter::put(const void* key, const void* value) {
   return Put::updated;
 }
 
-// The row's word commits. Before it the row counts as free, whatever its bytes are.
-void TableWriter::insertRow(Place place, uint64_t hash, const void* key, const void* value) {
-  uint32_t number = freeRow_;
-  if (number != kNoRow) {
-    freeRow_ = file_.row(number).checksum().load(std::memory_order_relaxed);
-  } else {
-    number = header_.highWater;
-    sharedWord(header_.highWater).store(number + 1, std::memory_order_release);
-  }
+// The row's word commits. Before it the row counts as free, whatever its bytes are, and whatever
+// stands in the word of a row that was not in use yet.
+void TableWriter::insertRow(uint32_t number, Place place, uint64_t hash, const void* key,
+                            const void* value) {
   const RowView row = file_.row(number);
-  const uint32_t word = row.word().load(std::memory_order_relaxed);
+  const uint32_t word = row.word().load(std::memory_order_relaxed) & ~RowWord::kStateMask;
   row.word().store(word | RowWord::kBusy, std::memory_order_release);
   std::atomic_thread_fence(std::memory_order_release);
   std::memcpy(row.bytes(), key, layout_.shape.keySize);
@@ -200,15 +212,40 @@ bool TableWriter::erase(const void* key) {
   if (place.row == kNoRow) return false;
   freeRow(place.row);
   dropSlot(place.slot);
-  setRowCount(rowCount_ - 1);
+  setRowCount(std::max(rowCount_, 1U) - 1);
   announce(place.row);
   return true;
 }
 
-void TableWriter::freeRow(uint32_t number) {
-  setRowState(number, RowWord::kFree);
+// kNoRow when the table is full.
+uint32_t TableWriter::takeFreeRow() {
+  const auto isListed = [this](uint32_t number) {
+    return number < highWater_ && stateOf(number) == RowWord::kFree;
+  };
+  if (!isListed(freeRow_)) {
+    if (highWater_ < capacity()) {
+      sharedWord(header_.highWater).store(highWater_ + 1, std::memory_order_release);
+      return highWater_++;
+    }
+    if (rowCount_ >= capacity()) return kNoRow;
+    // The list runs through the file, where somebody has cut it.
+    freeRow_ = kNoRow;
+    for (uint32_t number = highWater_; number-- > 0;) {
+      if (isListed(number)) listFreeRow(number);
+    }
+    if (freeRow_ == kNoRow) return kNoRow;
+  }
+  return std::exchange(freeRow_, file_.row(freeRow_).checksum().load(std::memory_order_relaxed));
+}
+
+void TableWriter::listFreeRow(uint32_t number) {
   file_.row(number).checksum().store(freeRow_, std::memory_order_relaxed);
   freeRow_ = number;
+}
+
+void TableWriter::freeRow(uint32_t number) {
+  setRowState(number, RowWord::kFree);
+  listFreeRow(number);
 }
 
 // Closes the gap by moving later entries of the run back. An entry is copied before its old slot
@@ -220,11 +257,12 @@ void TableWriter::dropSlot(uint32_t slot) {
     return to >= from ? to - from : to + slots - from;
   };
   uint32_t hole = slot;
-  for (uint32_t at = layout_.nextSlot(slot);; at = layout_.nextSlot(at)) {
-    const uint32_t entry = file_.index()[at];
+  for (uint32_t at = layout_.nextSlot(slot); at != slot; at = layout_.nextSlot(at)) {
+    const uint32_t entry = sharedWord(file_.index()[at]).load(std::memory_order_relaxed);
     if (entry == 0) break;
-    const uint32_t home =
-        layout_.homeSlot(layout_.hashOfKey(file_.row(layout_.slotRow(entry)).bytes()));
+    const uint32_t number = layout_.slotRow(entry);
+    if (!isUsable(number)) continue;
+    const uint32_t home = layout_.homeSlot(layout_.hashOfKey(file_.row(number).bytes()));
     if (distance(home, at) < distance(hole, at)) continue;
     storeSlotAfterBump(hole, entry);
     hole = at;
@@ -233,15 +271,15 @@ void TableWriter::dropSlot(uint32_t slot) {
 }
 
 void TableWriter::storeSlotAfterBump(uint32_t slot, uint32_t entry) {
-  sharedWord(header_.indexVersion).store(header_.indexVersion + 2, std::memory_order_relaxed);
+  indexVersion_ += 2;
+  sharedWord(header_.indexVersion).store(indexVersion_, std::memory_order_relaxed);
   std::atomic_thread_fence(std::memory_order_release);
   sharedWord(file_.index()[slot]).store(entry, std::memory_order_relaxed);
 }
 
 void TableWriter::clear() {
-  const uint32_t version = beginIndexRebuild();
-  const uint32_t end = header_.highWater;
-  for (uint32_t number = 0; number < end; ++number) {
+  beginIndexRebuild();
+  for (uint32_t number = 0; number < highWater_; ++number) {
     if (stateOf(number) == RowWord::kFree) continue;
     setRowState(number, RowWord::kFree);
     announce(number);
@@ -250,9 +288,10 @@ void TableWriter::clear() {
     sharedWord(file_.index()[slot]).store(0, std::memory_order_relaxed);
   }
   freeRow_ = kNoRow;
+  highWater_ = 0;
   sharedWord(header_.highWater).store(0, std::memory_order_release);
   setRowCount(0);
-  sharedWord(header_.indexVersion).store(version + 1, std::memory_order_release);
+  endIndexRebuild();
 }
 
 RowState TableWriter::find(const void* key, void* value) const {
@@ -289,10 +328,9 @@ void TableWriter::setRowCount(uint32_t count) {
 }
 
 void TableWriter::announce(uint32_t number) {
-  const uint64_t head = header_.journalHead;
-  sharedWord(file_.journal()[head & (layout_.journalSlots - 1)])
+  sharedWord(file_.journal()[journalHead_ & (layout_.journalSlots - 1)])
       .store(number, std::memory_order_release);
-  sharedWord(header_.journalHead).store(head + 1, std::memory_order_release);
+  sharedWord(header_.journalHead).store(++journalHead_, std::memory_order_release);
 }
 
 // The fence pairs with the one in the reader: either we see that it sleeps or it sees our change.

@@ -2,7 +2,9 @@
 // Owns: the claim on the file while it lives, and the list of free rows.
 // Reads: what an earlier writer left behind, however that ended.
 // Writes: rows, index, journal and counts, in an order that leaves every row old or new at any
-// instant; see docs/shared-tables.md. Caveat: one thread at a time.
+// instant; see docs/shared-tables.md. Caveats: one thread at a time. What another process scribbles
+// into the file costs rows, never this process: the counters are our own, and row numbers that come
+// out of the file are looked at before use.
 #pragma once
 
 #include <cstdint>
@@ -62,29 +64,35 @@ class TableWriter {
   uint32_t stateOf(uint32_t number) const;
   const std::byte* valueOf(RowView row) const { return row.bytes() + layout_.shape.keySize; }
   bool isIntact(RowView row, uint64_t keyHash) const;
-  void insertRow(Place place, uint64_t hash, const void* key, const void* value);
+  bool isUsable(uint32_t number) const;
+  void insertRow(uint32_t number, Place place, uint64_t hash, const void* key, const void* value);
   void updateRow(uint32_t number, uint32_t checksum, const void* value);
   void copyRow(RowView to, RowView from);
   void storeValue(RowView row, uint32_t checksum, const void* value);
+  uint32_t takeFreeRow();
+  void listFreeRow(uint32_t number);
   void freeRow(uint32_t number);
   void dropSlot(uint32_t slot);
   void storeSlotAfterBump(uint32_t slot, uint32_t entry);
   void setRowState(uint32_t number, uint32_t state);
   void setRowCount(uint32_t count);
   void announce(uint32_t number);
-  uint32_t beginIndexRebuild();
+  void beginIndexRebuild();
+  void endIndexRebuild();
 
   TableFile file_;
   TableLayout layout_;
   TableHeader& header_;
+  uint64_t journalHead_;
+  uint32_t highWater_;
+  uint32_t indexVersion_;
   uint32_t rowCount_ = 0;
   uint32_t freeRow_ = kNoRow;  // the rest of the list goes through the free rows' checksum words
 };
 
 template <class Function>
 void TableWriter::forEach(Function f) const {
-  const uint32_t end = header_.highWater;
-  for (uint32_t number = 0; number < end; ++number) {
+  for (uint32_t number = 0; number < highWater_; ++number) {
     const uint32_t state = stateOf(number);
     if (state == RowWord::kFree) continue;
     const std::byte* key = file_.row(number).bytes();

@@ -1,0 +1,180 @@
+#include "runtime/EntityWriter.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "runtime/Assert.h"
+#include "runtime/Corruption.h"
+
+namespace VeskSharedMem {
+namespace {
+
+using Vesk::FieldInfo;
+using Vesk::FieldKind;
+
+std::string keyOf(const Vesk::TreeObserver::Node& node) {
+  std::string key;
+  for (const auto* n = &node; n->parent != nullptr; n = n->parent)
+    key.insert(0, n->key);
+  return key;
+}
+
+}  // namespace
+
+EntityWriter::EntityWriter(std::string path, const std::vector<RowFile>& files)
+    : path_(std::move(path)) {
+  for (const RowFile& layout : files) {
+    OwnFile& own = files_.emplace_back(OwnFile{&layout, nullptr});
+    if (std::filesystem::exists(layout.file))
+      own.writer = TableWriter::open(layout.file, layout.shape);
+  }
+}
+
+void EntityWriter::load(Vesk::Entity& entity) {
+  for (OwnFile& file : files_) {
+    if (!file.writer) continue;
+    const TableShape& shape = file.layout->shape;
+    std::vector<std::string> useless;
+    file.writer->forEach([&](const void* key, const void* value, bool corrupt) {
+      const std::string_view keyBytes(static_cast<const char*>(key), shape.keySize);
+      const std::string_view valueBytes(static_cast<const char*>(value), shape.valueSize);
+      const Applied applied = applyRow(entity, *file.layout, keyBytes, valueBytes, corrupt);
+      if (applied == Applied::done) return;
+      if (applied == Applied::unreadable) damagedRow(entity, unreadableKey);
+      useless.emplace_back(keyBytes);
+    });
+    for (const std::string& key : useless)
+      erase(file, key);
+  }
+}
+
+EntityWriter::OwnFile* EntityWriter::findFile(const Node& node, const FieldInfo* field) {
+  // One type of entity may stand in several collections, so the whole way down has to agree.
+  std::vector<const FieldInfo*> chain;
+  if (field != nullptr) chain.push_back(field);
+  for (const Node* n = &node; n->parent != nullptr; n = n->parent)
+    chain.push_back(n->field);
+  for (OwnFile& file : files_) {
+    const auto& own = file.layout->chain;
+    if (std::equal(own.begin(), own.end(), chain.rbegin(), chain.rend())) return &file;
+  }
+  return nullptr;
+}
+
+EntityWriter::OwnFile& EntityWriter::fileOf(const Node& node, const FieldInfo* field) {
+  if (OwnFile* file = findFile(node, field)) return *file;
+  if (field == nullptr) field = node.field;
+  Ombra::fatal(fmt::format("table {}: no rows for attribute {}", path_,
+                           field == nullptr ? "values" : field->name));
+}
+
+/// Whoever wrote such a file since this table was opened is dead, and what counts is the entity.
+void EntityWriter::make(OwnFile& file) {
+  const RowFile& layout = *file.layout;
+  std::filesystem::create_directories(std::filesystem::path(layout.file).parent_path());
+  file.writer = TableWriter::open(layout.file, layout.shape);
+  if (file.writer->size() != 0) file.writer->clear();
+}
+
+void EntityWriter::put(OwnFile& file, const std::string& key, const std::string& value) {
+  if (!file.writer) make(file);
+  switch (file.writer->put(key.data(), value.data())) {
+    case TableWriter::Put::full:
+      Ombra::fatal(fmt::format("table {}{} is full: capacity {}", path_, file.layout->name(),
+                               file.layout->shape.capacity));
+    case TableWriter::Put::unchanged:
+      return;
+    default:
+      changed(file);
+  }
+}
+
+void EntityWriter::erase(OwnFile& file, const std::string& key) {
+  if (file.writer && file.writer->erase(key.data())) changed(file);
+}
+
+void EntityWriter::changed(OwnFile& file) {
+  file.isDirty = isDirty_ = true;
+}
+
+void EntityWriter::wakeReaders() {
+  if (!isDirty_) return;
+  isDirty_ = false;
+  for (OwnFile& file : files_)
+    if (std::exchange(file.isDirty, false)) file.writer->wakeReaders();
+}
+
+void EntityWriter::markRow(const Vesk::Entity& holder, const FieldInfo& field, std::string_view key,
+                           bool corrupt) {
+  const Node* node = find(holder);
+  if (!corrupt) {
+    valueChanged(*node, field, key);
+    return;
+  }
+  OwnFile& file = fileOf(*node, &field);
+  const std::string rowKey = keyOf(*node) + std::string(key);
+  if (file.writer && file.writer->markCorrupt(rowKey.data())) changed(file);
+}
+
+void EntityWriter::valueChanged(const Node& node, const FieldInfo& field, std::string_view key) {
+  if (field.kind == FieldKind::value) {
+    putValues(node);
+    return;
+  }
+  if (!field.isCollection()) return;
+  OwnFile& file = fileOf(node, &field);
+  const std::string rowKey = keyOf(node) + std::string(key);
+  if (!field.has(*node.entity, key)) {
+    erase(file, rowKey);
+  } else {
+    put(file, rowKey,
+        field.kind == FieldKind::valueMap ? field.get(*node.entity, key) : std::string());
+  }
+}
+
+void EntityWriter::putValues(const Node& node) {
+  OwnFile* const file = findFile(node, nullptr);
+  if (file == nullptr || file->layout->values.empty()) return;
+  put(*file, node.parent == nullptr ? rootKey : keyOf(node), file->layout->valuesOf(*node.entity));
+}
+
+void EntityWriter::entityCame(const Node& node) {
+  OwnFile& file = fileOf(node, nullptr);
+  put(file, keyOf(node), file.layout->valuesOf(*node.entity));
+  putContent(node);
+}
+
+void EntityWriter::entityWent(const Node& node) {
+  eraseContent(node);
+  erase(fileOf(node, nullptr), keyOf(node));
+}
+
+void EntityWriter::putContent(const Node& node) {
+  for (const FieldInfo* field : node.entity->recordType().fields()) {
+    if (!field->isCollection()) continue;
+    if (field->owns()) {
+      node.forEachChild(*field, [&](const Node& child) { entityCame(child); });
+    } else {
+      for (const std::string& key : field->keys(*node.entity))
+        valueChanged(node, *field, key);
+    }
+  }
+}
+
+void EntityWriter::eraseContent(const Node& node) {
+  for (const FieldInfo* field : node.entity->recordType().fields()) {
+    if (!field->isCollection()) continue;
+    if (field->owns()) {
+      node.forEachChild(*field, [&](const Node& child) { entityWent(child); });
+    } else {
+      OwnFile& file = fileOf(node, field);
+      for (const std::string& key : field->keys(*node.entity))
+        erase(file, keyOf(node) + key);
+    }
+  }
+}
+
+}  // namespace VeskSharedMem

@@ -1,0 +1,63 @@
+// Writes a shared table through to its files, as the one process that may.
+// Owns: the claim on each file that is there, and the making of files at their first row.
+// Reads: every change of the entity, at any depth, before any machine hears of it.
+// Writes: the rows; a write to the entity is in its file when the write returns. A full table ends
+// the process with its name. Caveat: readers that sleep are woken by wakeReaders only, so that a
+// batch costs one wake-up.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "runtime/RowFile.h"
+#include "runtime/TreeObserver.h"
+#include "runtime/shm/TableWriter.h"
+
+namespace VeskSharedMem {
+
+class EntityWriter final : public Vesk::TreeObserver {
+ public:
+  /// Claims the files that are there. Throws TableError for a file of another layout or one that a
+  /// living process has claimed; nothing is claimed then.
+  EntityWriter(std::string path, const std::vector<RowFile>& files);
+
+  /// Enters the rows of the files into the entity. A row without its parent, left by a process that
+  /// died, goes, and so does one that cannot be read.
+  void load(Vesk::Entity& entity);
+  /// Writes through from here on.
+  void begin(const Ombra::Ptr<Vesk::Entity>& entity) { rootIs(entity); }
+  /// Marks one row of a collection damaged in its file, or writes it anew.
+  void markRow(const Vesk::Entity& holder, const Vesk::FieldInfo& field, std::string_view key,
+               bool corrupt);
+  void wakeReaders();
+
+ private:
+  struct OwnFile {
+    const RowFile* layout;
+    std::unique_ptr<TableWriter> writer;  ///< null until the first row
+    bool isDirty = false;                 ///< readers have not been woken since its last change
+  };
+
+  void valueChanged(const Node& node, const Vesk::FieldInfo& field, std::string_view key) override;
+  void entityCame(const Node& node) override;
+  void entityWent(const Node& node) override;
+
+  /// The file of a node's attribute, or of the node itself if `field` is null.
+  [[nodiscard]] OwnFile* findFile(const Node& node, const Vesk::FieldInfo* field);
+  [[nodiscard]] OwnFile& fileOf(const Node& node, const Vesk::FieldInfo* field);
+  void make(OwnFile& file);
+  void put(OwnFile& file, const std::string& key, const std::string& value);
+  void erase(OwnFile& file, const std::string& key);
+  void changed(OwnFile& file);
+  void putValues(const Node& node);
+  void putContent(const Node& node);
+  void eraseContent(const Node& node);
+
+  std::string path_;
+  std::vector<OwnFile> files_;
+  bool isDirty_ = false;
+};
+
+}  // namespace VeskSharedMem
