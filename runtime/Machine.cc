@@ -40,7 +40,7 @@ Part::~Part() {
 
 Watch::Watch(Machine* owner, Ombra::Ptr<const Entity> input, Ombra::FieldId field,
              Listener::Call call)
-    : Part(owner), input_(std::move(input)), listener_(owner, field, call) {
+    : Part(owner), listener_(owner, field, call), input_(std::move(input)) {
   Watch::activeIs(owner->hasNotificationActive());
 }
 

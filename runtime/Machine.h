@@ -44,8 +44,8 @@ class Watch final : public Part {
 
  private:
   void activeIs(bool active) override;
+  Listener listener_;  // first, to lie close to what its machine's handlers read
   Ombra::Ptr<const Entity> input_;
-  Listener listener_;
 };
 
 template <class... Tags>

@@ -9,12 +9,13 @@ namespace {
 
 /// One dispatch in progress. A listener that leaves moves every cursor that stands on it.
 struct Dispatch {
-  Listener* next;
+  Listener* next = nullptr;
   Dispatch* outer;
+  bool moved = false;  // `next` is another one than before the call
 };
 
 Dispatch* innermost = nullptr;
-std::uint64_t events = 0;
+std::uint64_t joins = 0;
 std::mt19937_64* shuffle = nullptr;
 
 }  // namespace
@@ -28,35 +29,38 @@ void Listener::detach() {
   if (publisher_ != nullptr) publisher_->remove(this);
 }
 
-void Listener::fire(Ombra::FieldId field, const void* key) {
-  if (owner_ == nullptr) {
-    call_(*this, field, key);
-    return;
-  }
-  if (owner_->zombie()) return;
-  const Ombra::Ptr<Machine> alive(owner_);
-  call_(*this, field, key);
+inline bool Listener::hears(Ombra::FieldId field) const {
+  return (field_ == field || field_ == anyField) && (owner_ == nullptr || !owner_->zombie());
 }
 
 void Publisher::dispatch(Ombra::FieldId field, const void* key) {
-  const std::uint64_t event = ++events;
-  Dispatch self{head_, innermost};
+  const std::uint64_t present = joins;
+  Dispatch self{.outer = innermost};
   innermost = &self;
   struct Leave {
     Dispatch* outer;
     ~Leave() { innermost = outer; }
   } leave{self.outer};
-  while (Listener* listener = self.next) {
-    self.next = listener->next_ == head_ ? nullptr : listener->next_;
-    if ((listener->field_ == field || listener->field_ == Listener::anyField) &&
-        listener->joined_ < event)
-      listener->fire(field, key);
+  for (Listener* listener = head_; listener != nullptr;) {
+    Listener* next = listener->next_ == head_ ? nullptr : listener->next_;
+    if (listener->joined_ <= present && listener->hears(field)) {
+      self.next = next;
+      {
+        const Ombra::Ptr<Machine> alive(listener->owner_);
+        listener->call_(*listener, field, key);
+      }
+      if (self.moved) [[unlikely]] {
+        self.moved = false;
+        next = self.next;
+      }
+    }
+    listener = next;
   }
 }
 
 void Publisher::add(Listener* listener) {
   listener->publisher_ = this;
-  listener->joined_ = events;
+  listener->joined_ = ++joins;
   if (head_ == nullptr) {
     head_ = listener->next_ = listener->previous_ = listener;
     return;
@@ -94,7 +98,10 @@ void Publisher::add(Listener* listener) {
 void Publisher::remove(Listener* listener) {
   Listener* const next = listener->next_;
   for (Dispatch* d = innermost; d != nullptr; d = d->outer)
-    if (d->next == listener) d->next = next == head_ ? nullptr : next;
+    if (d->next == listener) {
+      d->next = next == head_ ? nullptr : next;
+      d->moved = true;
+    }
   if (next == listener) {
     head_ = nullptr;
   } else {
