@@ -1,4 +1,5 @@
-# The unit tests, and a run of each scenario under several seeds.
+# The unit tests, a run of each scenario under several seeds, and one with the agent crashed in each
+# of its writes.
 
 enable_testing()
 
@@ -34,8 +35,15 @@ if(TARGET corvane)
     cmake_path(GET file STEM scenario)
     corvane_scenario_test(scenario.${scenario} corvane play "${file}")
     corvane_scenario_test(scenario.${scenario}.slice1 scripts/play-sliced $<TARGET_FILE:corvane> "${file}")
+    # Each write is a play of its own, which the sanitizers make slow.
+    if(scenario STREQUAL "fabric" OR NOT (CORVANE_SANITIZE OR scenario MATCHES "^abort-"))
+      corvane_scenario_test(scenario.${scenario}.crashes corvane play "${file}" --crash-at 0)
+    endif()
     foreach(seed 1 2)
       corvane_scenario_test(scenario.${scenario}.seed${seed} corvane play "${file}" --seed ${seed})
     endforeach()
   endforeach()
+  # Every item a slice: the agent dies in the middle of its walks as well.
+  corvane_scenario_test(scenario.fabric.crashes.slice1
+      scripts/play-sliced $<TARGET_FILE:corvane> scenarios/fabric.yaml --crash-at 0)
 endif()

@@ -24,6 +24,9 @@ namespace Host {
 [[nodiscard]] int watchCommand(const std::vector<std::string>& addresses,
                                const std::string& directory, std::optional<double> seconds,
                                Audience audience);
+/// Writes to a shared table as another agent would: claims it, writes, and leaves.
+[[nodiscard]] int writeCommand(const std::string& address, const std::string& value,
+                               const std::string& directory);
 /// Prints a trace ring, of some levels or of all if none is given.
 [[nodiscard]] int traceCommand(const std::string& file, const std::vector<std::size_t>& levels,
                                Audience audience);

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -23,9 +24,12 @@ struct Arguments {
   std::vector<std::string> files;
   std::string keep;
   std::uint64_t seed = 0;
+  std::size_t crashAt = 0;
   std::string recordName;
   std::vector<std::string> addresses;
   std::string directory = ".";
+  std::string address;
+  std::string patch;
   std::string ring;
   std::vector<std::size_t> levels;
   double seconds = 0;
@@ -42,11 +46,20 @@ int run(int argc, char** argv) {
   play->add_flag("--json", arguments.json, "One JSON document a step");
   auto* keep = play->add_option("--keep", arguments.keep,
                                 "Keep tables, toggle files and trace ring in this directory");
+  play->add_flag("--resume", arguments.play.resume,
+                 "Start over what a former run published in the kept directory")
+      ->needs(keep);
+  play->add_flag("--stay", arguments.play.stay,
+                 "Live on after the last step, in real time, and follow the tables that other "
+                 "processes write; Ctrl-C ends it");
   play->add_option("--trace", arguments.play.traceLevels,
                    "Traces on standard error: NAME/LEVELS;NAME/LEVELS, as in IpTunnel*/8,9");
   auto* seed =
       play->add_option("--seed", arguments.seed,
                        "Shuffle ready tasks of equal priority and the order of subscribers");
+  auto* crash = play->add_option("--crash-at", arguments.crashAt,
+                                 "Crash the agent in its N-th write to an output, 0: in each in "
+                                 "turn, and ask whether the outputs end up the same");
   play->add_option("--explain", arguments.play.explain,
                    "At the end of each file, why an overlay group travels as it does: VLAN,GROUP");
   play->add_option("FILE", arguments.files, "Scenario files")->required();
@@ -68,6 +81,11 @@ int run(int argc, char** argv) {
                       ->check(CLI::Range(0.0, 1e9));
   watch->add_option("ADDRESS", arguments.addresses, "Paths or attributes")->required();
 
+  auto* write = app.add_subcommand("write", "Write to a shared table as another agent would");
+  write->add_option("--dir", arguments.directory, "Directory of the tables");
+  write->add_option("ADDRESS", arguments.address, "A path, or what stands below one")->required();
+  write->add_option("PATCH", arguments.patch, "As in a scenario's write; null deletes")->required();
+
   auto* trace = app.add_subcommand("trace", "Print the trace ring of a running or ended agent");
   trace->add_flag("--json", arguments.json, "One JSON document a line");
   trace->add_option("--level", arguments.levels, "Only this level; may be given several times")
@@ -84,8 +102,11 @@ int run(int argc, char** argv) {
   arguments.play.audience = audience;
   if (keep->count() != 0) arguments.play.keep = arguments.keep;
   if (seed->count() != 0) arguments.play.seed = arguments.seed;
+  if (crash->count() != 0) arguments.play.crashAt = arguments.crashAt;
   if (play->parsed()) return Host::playCommand(arguments.files, arguments.play);
   if (records->parsed()) return Host::recordsCommand(arguments.recordName, audience);
+  if (write->parsed())
+    return Host::writeCommand(arguments.address, arguments.patch, arguments.directory);
   if (trace->parsed()) return Host::traceCommand(arguments.ring, arguments.levels, audience);
   if (watch->parsed()) {
     const auto duration = seconds->count() == 0 ? std::nullopt : std::optional(arguments.seconds);
@@ -104,12 +125,17 @@ int unusable(const std::string& message) {
 
 int main(int argc, char** argv) {
   try {
-    return run(argc, argv);
+    const int status = run(argc, argv);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+      return unusable("standard output: cannot be written");
+    return status;
   } catch (const Host::InputError& error) {
     return unusable(error.message());
   } catch (const Orlane::ConfigError& error) {
     return unusable(error.what());
   } catch (const VeskSharedMem::TableError& error) {
+    return unusable(error.what());
+  } catch (const std::system_error& error) {
     return unusable(error.what());
   }
 }

@@ -13,6 +13,7 @@ namespace Host {
 int playCommand(const std::vector<std::string>& files, const PlayOptions& options) {
   if (const auto fault = Vesk::traceLevelsIs(options.traceLevels)) throw InputError(*fault);
   (void)Vesk::traceLevelsIs("");
+  if (options.stay && files.size() > 1) throw InputError("--stay: one file only");
   std::vector<Scenario> scenarios;
   for (const std::string& file : files) {
     scenarios.push_back(readScenario(file));

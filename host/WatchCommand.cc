@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 
@@ -8,6 +7,7 @@
 
 #include "host/Commands.h"
 #include "host/InputError.h"
+#include "host/Interrupt.h"
 #include "host/TableFollower.h"
 
 namespace Host {
@@ -17,14 +17,6 @@ using Clock = std::chrono::steady_clock;
 
 /// A writer that is killed may wake nobody: how long its last change may go unnoticed.
 constexpr std::chrono::milliseconds lookInterval{250};
-
-volatile std::sig_atomic_t isInterrupted = 0;
-
-void endOnInterrupt() {
-  struct sigaction action {};
-  action.sa_handler = [](int) { isInterrupted = 1; };
-  sigaction(SIGINT, &action, nullptr);
-}
 
 void printText(const RowChange& change) {
   switch (change.kind) {
@@ -76,7 +68,7 @@ int watchCommand(const std::vector<std::string>& addresses, const std::string& d
     return std::chrono::ceil<std::chrono::milliseconds>(
         std::max(left, std::chrono::duration<double>::zero()));
   };
-  const auto isOver = [&] { return isInterrupted != 0 || timeLeft().count() == 0; };
+  const auto isOver = [&] { return isInterrupted() || timeLeft().count() == 0; };
   follower.findFiles();
   while (!isOver()) {
     follower.tellChanges(false);

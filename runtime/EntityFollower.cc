@@ -39,6 +39,18 @@ void EntityFollower::letGo(std::size_t number) {
     due_.push_back({number, RowState::missing, std::string(key), {}});
   });
   file.follower.reset();
+  // Their entities go, and their own files say nothing of it.
+  forEachBelow(file, [](OtherFile& below) { below.hasOrphans = true; });
+}
+
+template <class F>
+void EntityFollower::forEachBelow(const OtherFile& parent, F f) {
+  const auto& above = parent.layout->chain;
+  for (OtherFile& file : files_) {
+    const auto& chain = file.layout->chain;
+    if (chain.size() > above.size() && std::equal(above.begin(), above.end(), chain.begin()))
+      f(file);
+  }
 }
 
 void EntityFollower::skipPresent() {
@@ -96,14 +108,9 @@ void EntityFollower::apply(const Change& change) {
 
 /// A parent that came only now: the rows that waited for it are told again.
 void EntityFollower::takeInOrphans(const OtherFile& parent) {
-  const auto& above = parent.layout->chain;
-  for (OtherFile& file : files_) {
-    const auto& chain = file.layout->chain;
-    const bool isBelow =
-        chain.size() > above.size() && std::equal(above.begin(), above.end(), chain.begin());
-    if (isBelow && file.follower && std::exchange(file.hasOrphans, false))
-      file.follower->lookAgain();
-  }
+  forEachBelow(parent, [](OtherFile& below) {
+    if (below.follower && std::exchange(below.hasOrphans, false)) below.follower->lookAgain();
+  });
 }
 
 void EntityFollower::addTo(TableWaiter::Watched& watched) const {

@@ -54,6 +54,8 @@ class EntityFollower {
   void letGo(std::size_t number);
   void readChanges();
   void apply(const Change& change);
+  template <class F>
+  void forEachBelow(const OtherFile& parent, F f);
   void takeInOrphans(const OtherFile& parent);
 
   Ombra::Ptr<Vesk::Entity> entity_;

@@ -15,6 +15,17 @@ namespace {
 using Vesk::FieldInfo;
 using Vesk::FieldKind;
 
+/// One type of entity may stand in several collections, so the whole way down has to agree.
+bool isWayTo(const std::vector<const FieldInfo*>& chain, const Vesk::TreeObserver::Node& node,
+             const FieldInfo* field) {
+  std::size_t left = chain.size();
+  const auto isNext = [&](const FieldInfo* step) { return left > 0 && chain[--left] == step; };
+  if (field != nullptr && !isNext(field)) return false;
+  for (const auto* n = &node; n->parent != nullptr; n = n->parent)
+    if (!isNext(n->field)) return false;
+  return left == 0;
+}
+
 std::string keyOf(const Vesk::TreeObserver::Node& node) {
   std::string key;
   for (const auto* n = &node; n->parent != nullptr; n = n->parent)
@@ -52,15 +63,8 @@ void EntityWriter::load(Vesk::Entity& entity) {
 }
 
 EntityWriter::OwnFile* EntityWriter::findFile(const Node& node, const FieldInfo* field) {
-  // One type of entity may stand in several collections, so the whole way down has to agree.
-  std::vector<const FieldInfo*> chain;
-  if (field != nullptr) chain.push_back(field);
-  for (const Node* n = &node; n->parent != nullptr; n = n->parent)
-    chain.push_back(n->field);
-  for (OwnFile& file : files_) {
-    const auto& own = file.layout->chain;
-    if (std::equal(own.begin(), own.end(), chain.rbegin(), chain.rend())) return &file;
-  }
+  for (OwnFile& file : files_)
+    if (isWayTo(file.layout->chain, node, field)) return &file;
   return nullptr;
 }
 
@@ -126,12 +130,15 @@ void EntityWriter::valueChanged(const Node& node, const FieldInfo& field, std::s
   }
   if (!field.isCollection()) return;
   OwnFile& file = fileOf(node, &field);
-  const std::string rowKey = keyOf(node) + std::string(key);
-  if (!field.has(*node.entity, key)) {
-    erase(file, rowKey);
+  key_ = keyOf(node);
+  key_ += key;
+  value_.clear();
+  const bool isThere = field.kind == FieldKind::valueMap ? field.find(*node.entity, key, value_)
+                                                         : field.has(*node.entity, key);
+  if (isThere) {
+    put(file, key_, value_);
   } else {
-    put(file, rowKey,
-        field.kind == FieldKind::valueMap ? field.get(*node.entity, key) : std::string());
+    erase(file, key_);
   }
 }
 

@@ -58,6 +58,9 @@ class EntityWriter final : public Vesk::TreeObserver {
   std::string path_;
   std::vector<OwnFile> files_;
   bool isDirty_ = false;
+  // Of the row that is being written; kept for their memory.
+  std::string key_;
+  std::string value_;
 };
 
 }  // namespace VeskSharedMem

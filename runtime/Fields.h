@@ -36,6 +36,7 @@ constexpr bool hasKeyMember() {
 template <class T>
 [[nodiscard]] std::string bytesOf(const T& value) {
   std::string out;
+  out.reserve(sizeof value);
   toBytes(value, out);
   return out;
 }
@@ -207,6 +208,13 @@ class MapField final : public CollectionField<Tag> {
   MapField() : Base(FieldKind::valueMap) { this->valueType = &Vesk::valueType<V>(); }
   std::string get(const Entity& e, std::string_view key) const override {
     return bytesOf(Base::attr(e).get(e, Base::readKey(key)));
+  }
+  bool find(const Entity& e, std::string_view key, std::string& value) const override {
+    const V* const found = Base::attr(e).map().find(Base::readKey(key));
+    if (found == nullptr) return false;
+    value.clear();
+    toBytes(*found, value);
+    return true;
   }
   void set(Entity& e, std::string_view key, std::string_view value) const override {
     const auto k = Base::readKey(key);

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <optional>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -269,8 +270,14 @@ namespace {
 
 class Reader {
  public:
-  explicit Reader(const std::filesystem::path& path) : path_(path), file_(path, O_RDONLY) {
+  // O_NONBLOCK keeps a pipe that happens to lie there from blocking us.
+  explicit Reader(const std::filesystem::path& path)
+      : path_(path), file_(path, O_RDONLY | O_NONBLOCK) {
     if (file_.number() < 0) fail(reason());
+    struct stat status {};
+    if (::fstat(file_.number(), &status) != 0) fail(reason());
+    if (!S_ISREG(status.st_mode)) fail("not a regular file");
+    fileBytes_ = static_cast<std::uint64_t>(status.st_size);
   }
 
   RingFile read() {
@@ -331,9 +338,8 @@ class Reader {
   }
 
   void check(const FileHeader& header) const {
-    const auto actual = std::filesystem::file_size(path_);
-    if (header.fileBytes > actual) {
-      fail(fmt::format("the file is cut short: {} of {} bytes", actual, header.fileBytes));
+    if (header.fileBytes > fileBytes_) {
+      fail(fmt::format("the file is cut short: {} of {} bytes", fileBytes_, header.fileBytes));
     }
     auto end =
         sizeof header + header.noteBytes + moduleCapacity * std::uint64_t{header.moduleBytes};
@@ -362,6 +368,7 @@ class Reader {
 
   const std::filesystem::path& path_;
   Descriptor file_;
+  std::uint64_t fileBytes_ = 0;
 };
 
 }  // namespace

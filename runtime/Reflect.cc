@@ -68,6 +68,9 @@ void FieldInfo::reset(Entity&) const {
 std::string FieldInfo::get(const Entity&, std::string_view) const {
   unfit(*this, "get by key");
 }
+bool FieldInfo::find(const Entity&, std::string_view, std::string&) const {
+  unfit(*this, "find");
+}
 void FieldInfo::set(Entity&, std::string_view, std::string_view) const {
   unfit(*this, "set by key");
 }

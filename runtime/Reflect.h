@@ -97,6 +97,8 @@ class FieldInfo {
   virtual void reset(Entity&) const;
   // value map: reads as a look-up (a corrupt entry is reported), writes one entry
   [[nodiscard]] virtual std::string get(const Entity&, std::string_view key) const;
+  /// The value of a map at a key; false if it is not there. Asks no mark of damage.
+  virtual bool find(const Entity&, std::string_view key, std::string& value) const;
   virtual void set(Entity&, std::string_view key, std::string_view value) const;
   // value set, and instance map of entities that need only their key
   virtual void add(Entity&, std::string_view key) const;

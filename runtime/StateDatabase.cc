@@ -1,5 +1,7 @@
 #include "runtime/StateDatabase.h"
 
+#include <ios>
+
 #include <fmt/format.h>
 #include <yaml-cpp/yaml.h>
 
@@ -41,6 +43,8 @@ ProfileEntry entryOf(const std::string& file, const YAML::Node& node) {
     }
   }
   if (entry.path.empty()) refuse(file, node, "a mount has no path");
+  if (('/' + entry.path + '/').find("//") != std::string::npos)
+    refuse(file, node, fmt::format("path '{}': a name in it is empty", entry.path));
   if (Vesk::RecordType::find(entry.type) == nullptr)
     refuse(file, node, fmt::format("path '{}': unknown type '{}'", entry.path, entry.type));
   if (access != "read" && access != "write")
@@ -72,6 +76,9 @@ MountProfile loadProfile(const std::string& name) {
     document = YAML::LoadFile(file);
   } catch (const YAML::BadFile&) {
     throw Orlane::ConfigError(fmt::format("{}: mount profile cannot be read", file));
+  } catch (const std::ios_base::failure& error) {
+    throw Orlane::ConfigError(
+        fmt::format("{}: mount profile cannot be read: {}", file, error.code().message()));
   } catch (const YAML::ParserException& error) {
     throw Orlane::ConfigError(fmt::format("{}:{}: {}", file, error.mark.line + 1, error.msg));
   }

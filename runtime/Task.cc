@@ -179,6 +179,7 @@ void TaskScheduler::reset() {
   readyMask_ = 0;
   timers_.clear();
   running_ = nullptr;
+  inBody_ = false;  // that body may be one that never returns
 }
 
 TaskScheduler* TaskSchedulerRoot::findOrCreateScheduler() {

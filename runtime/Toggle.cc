@@ -19,6 +19,11 @@ std::filesystem::path& toggleDir() {
   return dir;
 }
 
+// A list or object may nest deeper than a line can show.
+std::string said(const Json& value) {
+  return value.is_structured() ? fmt::format("({})", value.type_name()) : value.dump();
+}
+
 // The empty object stands for a file that is not there.
 Json readFile(const std::filesystem::path& path) {
   std::error_code error;
@@ -31,7 +36,7 @@ Json readFile(const std::filesystem::path& path) {
   try {
     auto content = Json::parse(stream);
     if (content.is_object()) return content;
-  } catch (const Json::parse_error& fault) {
+  } catch (const Json::exception& fault) {
     std::string_view text = fault.what();
     throw ConfigError(fmt::format("toggle file {}: {}", path.string(),
                                   text.substr(std::min(text.find("] ") + 2, text.size()))));
@@ -43,7 +48,7 @@ bool stateOf(const std::filesystem::path& path, const std::string& name, const J
   if (value.is_boolean()) return value.get<bool>();
   if (value.is_number_integer()) return (value.get<std::int64_t>() & 1) != 0;
   throw ConfigError(fmt::format("toggle file {}: key {}: value {} is neither a bool nor an integer",
-                                path.string(), name, value.dump()));
+                                path.string(), name, said(value)));
 }
 
 }  // namespace
@@ -79,7 +84,7 @@ void validateToggleFiles(const std::filesystem::path& dir, std::span<const Toggl
       };
       if (std::ranges::none_of(known, isMeant)) {
         throw ConfigError(fmt::format("toggle file {}: key {}: value {}: no toggle has this name",
-                                      path.string(), name, value.dump()));
+                                      path.string(), name, said(value)));
       }
     }
   }

@@ -1,7 +1,8 @@
 // Hears every change below an entity: of its attributes, and of the entities that it owns at any
 // depth. Runs before any machine hears of the change, so that what a machine writes in answer comes
-// after its cause. Owns: one listener per entity below the root. Used for recording, counting and
-// for keeping shared tables.
+// after its cause; an observer that belongs to a machine runs in that machine's turn instead.
+// Owns: one listener per entity below the root. Used for recording, counting and for keeping shared
+// tables.
 #pragma once
 
 #include <map>
@@ -35,14 +36,15 @@ class TreeObserver {
    private:
     friend class TreeObserver;
     struct Ear : Listener {
-      explicit Ear(Node* of) : Listener(&TreeObserver::heard), node(of) {}
+      explicit Ear(Node* of)
+          : Listener(of->tree->owner_, anyField, &TreeObserver::heard), node(of) {}
       Node* node;
     };
     Ear ear_;
     std::map<std::pair<Ombra::FieldId, std::string>, std::unique_ptr<Node>> children_;
   };
 
-  TreeObserver() = default;
+  explicit TreeObserver(Machine* owner = nullptr) : owner_(owner) {}
   virtual ~TreeObserver() = default;
   TreeObserver(const TreeObserver&) = delete;
   TreeObserver& operator=(const TreeObserver&) = delete;
@@ -69,6 +71,7 @@ class TreeObserver {
   void attach(Node& node);
   void follow(Node& node, const FieldInfo& field, const std::string& key);
 
+  Machine* const owner_;
   std::unique_ptr<Node> root_;
 };
 

@@ -10,12 +10,16 @@
 #include <fstream>
 #include <map>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
 
 #include "host/InputError.h"
+#include "host/play/CrashLoop.h"
+#include "host/play/KeptDatabase.h"
+#include "host/play/PlayDirectory.h"
 #include "host/play/Player.h"
 #include "runtime/Assert.h"
 #include "runtime/Fleetlog.h"
@@ -39,50 +43,19 @@ constexpr std::array agentVariables{"FLEETLOG_DISABLE", "FLEETLOGDIR", "PIMFLSIZ
   throw InputError(fmt::format("{}: {}", what, std::strerror(errno)));
 }
 
-/// The scenario's directory, empty of what an earlier run left.
-class Directory {
- public:
-  explicit Directory(const std::optional<fs::path>& keep) : isKept_(keep.has_value()) {
-    std::error_code error;
-    if (keep) {
-      path_ = *keep;
-      for (const char* part : {"shm", "toggles", "trace"})
-        fs::remove_all(path_ / part, error);
-    } else {
-      std::string pattern = (fs::temp_directory_path() / "corvane-XXXXXX").string();
-      if (mkdtemp(pattern.data()) == nullptr) systemFailed(pattern);
-      path_ = pattern;
-    }
-    for (const char* part : {"shm", "toggles", "trace"}) {
-      fs::create_directories(path_ / part, error);
-      if (error) throw InputError(fmt::format("{}: {}", (path_ / part).string(), error.message()));
-    }
-  }
-  ~Directory() {
-    std::error_code ignored;
-    if (!isKept_) fs::remove_all(path_, ignored);
-  }
-  Directory(const Directory&) = delete;
-  Directory& operator=(const Directory&) = delete;
-  [[nodiscard]] fs::path operator/(const char* part) const { return path_ / part; }
-
- private:
-  fs::path path_;
-  bool isKept_;
-};
-
 void writeToggles(const Scenario& scenario, const fs::path& directory) {
   std::map<std::string, Json> files;
   for (const auto& toggle : scenario.toggles)
     files[toggle.file][toggle.name] = Json::parse(toggle.json);
   for (const auto& [name, content] : files)
-    std::ofstream(directory / name) << content.dump(2) << "\n";
+    if (!(std::ofstream(directory / name) << content.dump(2) << std::endl))
+      systemFailed((directory / name).string());
 }
 
 /// In the child. The scenario's process ends without destructors, like the agents that it has seen
 /// die.
 [[noreturn]] void playHere(const Scenario& scenario, const PlayOptions& options, Report& report,
-                           const Directory& directory, int progress) {
+                           const PlayDirectory& directory, int progress) {
   for (const char* name : agentVariables)
     unsetenv(name);
   for (const auto& [name, value] : scenario.environment) {
@@ -92,6 +65,8 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
       unsetenv(name.c_str());
     }
   }
+  // A write beyond the limit of file sizes fails then, as one on a full disk does.
+  std::signal(SIGXFSZ, SIG_IGN);
   Ombra::installTerminateHandler();
   if (options.seed) {
     Sylva::TaskSchedulerRoot::findOrCreateScheduler()->shuffleSeedIs(*options.seed);
@@ -105,14 +80,24 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
     Fleetlog::directoryIs(directory / "trace");
     VeskSharedMem::EntityManager::directoryIs((directory / "shm").string());
     if (Vesk::traceLevelsIs(options.traceLevels)) std::abort();  // checked before
+    // Static, and the player is never destroyed: an agent that ends in order takes back what it
+    // has published.
+    static std::optional<KeptDatabase> database;
+    if (options.keep) database.emplace(directory / "database");
     const auto begins = [&](std::size_t index) {
       if (write(progress, &index, sizeof index) != sizeof index) std::abort();
     };
-    status = Player(scenario, report, begins).play() ? 0 : statusFailed;
+    const bool passed =
+        options.crashAt ? CrashLoop(scenario, report, directory / "crashes").ask(*options.crashAt)
+                        : (new Player(scenario, report, options.stay, begins))->play();
+    status = passed ? 0 : statusFailed;
   } catch (const Orlane::ConfigError& error) {
     fmt::print(stderr, "{}\n", error.what());
     status = statusUnusable;
   } catch (const VeskSharedMem::TableError& error) {
+    fmt::print(stderr, "{}\n", error.what());
+    status = statusUnusable;
+  } catch (const std::system_error& error) {
     fmt::print(stderr, "{}\n", error.what());
     status = statusUnusable;
   }
@@ -132,6 +117,18 @@ struct Pipe {
   }
 };
 
+volatile pid_t interrupted = 0;
+
+/// It is the agent that the user wants to end; the player still has to report.
+void handInterruptsTo(pid_t child) {
+  interrupted = child;
+  struct sigaction action {};
+  action.sa_handler = [](int signal) { kill(interrupted, signal); };
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
 /// What a child leaves behind.
 struct Remains {
   int status = 0;
@@ -144,7 +141,10 @@ Remains attend(pid_t child, int output, int error, int progress, bool echoesErro
   std::string steps;
   std::array<pollfd, 3> ends{{{output, POLLIN, 0}, {error, POLLIN, 0}, {progress, POLLIN, 0}}};
   for (int open = 3; open > 0;) {
-    if (poll(ends.data(), ends.size(), -1) < 0 && errno != EINTR) break;
+    if (poll(ends.data(), ends.size(), -1) < 0) {
+      if (errno == EINTR) continue;
+      break;
+    }
     for (pollfd& end : ends) {
       if (end.fd < 0 || end.revents == 0) continue;
       std::array<char, 65536> buffer;
@@ -208,7 +208,10 @@ std::string complaint(const Scenario& scenario, const Remains& remains) {
 }  // namespace
 
 Outcome runInChild(const Scenario& scenario, const PlayOptions& options, Report& report) {
-  const Directory directory(options.keep);
+  if (options.crashAt && scenario.aborts)
+    throw InputError(
+        fmt::format("{}: ends with an abort, so there is no crash to ask about", scenario.file));
+  const PlayDirectory directory(options.keep, options.resume);
   writeToggles(scenario, directory / "toggles");
   report.fileBegins(scenario);
   std::fflush(stdout);
@@ -217,23 +220,27 @@ Outcome runInChild(const Scenario& scenario, const PlayOptions& options, Report&
   const pid_t child = fork();
   if (child < 0) systemFailed("fork");
   if (child == 0) {
+    // A scenario does not outlive its player.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(output.writeEnd, STDOUT_FILENO);
     dup2(error.writeEnd, STDERR_FILENO);
     playHere(scenario, options, report, directory, progress.writeEnd);
   }
   for (const int end : {output.writeEnd, error.writeEnd, progress.writeEnd})
     close(end);
-  const bool traces = !options.traceLevels.empty();
-  const Remains remains = attend(child, output.readEnd, error.readEnd, progress.readEnd, traces);
+  if (options.stay) handInterruptsTo(child);
+  // What a long life has to say is wanted at once.
+  const bool echoes = !options.traceLevels.empty() || options.stay;
+  const Remains remains = attend(child, output.readEnd, error.readEnd, progress.readEnd, echoes);
   const std::string reason = complaint(scenario, remains);
   const bool isExpectedAbort = scenario.aborts && WIFSIGNALED(remains.status) && reason.empty();
   const bool passed = isExpectedAbort || (reason.empty() && WIFEXITED(remains.status) &&
                                           WEXITSTATUS(remains.status) == 0);
   const bool isUnusable =
       WIFEXITED(remains.status) && WEXITSTATUS(remains.status) == statusUnusable;
-  if (isUnusable || (!traces && reason.empty() && !isExpectedAbort))
+  if (isUnusable || (!echoes && reason.empty() && !isExpectedAbort))
     std::fputs(remains.standardError.c_str(), stderr);
-  report.fileEnds(scenario, passed, reason, traces ? std::string() : remains.standardError);
+  report.fileEnds(scenario, passed, reason, echoes ? std::string() : remains.standardError);
   return passed ? Outcome::passed : isUnusable ? Outcome::unusable : Outcome::failed;
 }
 

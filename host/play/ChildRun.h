@@ -17,8 +17,13 @@ namespace Host {
 struct PlayOptions {
   Audience audience = Audience::people;
   std::optional<std::filesystem::path> keep;  ///< the scenario's directory, kept afterwards
+  bool resume = false;  ///< start over what a former run left in the kept directory
+  bool stay = false;    ///< live on after the story, until the user interrupts
   std::string traceLevels;
   std::optional<std::uint64_t> seed;
+  /// Instead of the scenario's questions: does a crash in this write of the agent, counted from 1,
+  /// leave a trace in an output; 0 asks for each write in turn.
+  std::optional<std::size_t> crashAt;
   std::string explain;  ///< "vlan,group" to be explained at the end of each file; empty for none
 };
 

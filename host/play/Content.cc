@@ -42,6 +42,8 @@ bool isEmptyMapping(const YAML::Node& node) {
 
 }  // namespace
 
+Content::Content() = default;
+
 Content ContentReader::start(const YAML::Node& node) {
   Content content;
   content.said = YamlFile::said(node);

@@ -23,6 +23,8 @@ struct Content {
     collection,  ///< some entries
     text,        ///< the printed form of a reference
   };
+  Content();  // in the source file: lists of this very struct need it to be complete
+
   Kind kind = Kind::absent;
   bool whole = false;   ///< an entity that is filled first and appears at once
   bool isList = false;  ///< a set given as a list: exactly these, when matched

@@ -1,51 +1,14 @@
 #include "host/play/Oracles.h"
 
-#include <map>
 #include <memory>
 
 #include <fmt/format.h>
 
-#include "records/MountCatalog.h"
+#include "host/play/Outputs.h"
 #include "runtime/Machine.h"
 
 namespace Host {
 namespace {
-
-constexpr double settleTime = 60;
-
-/// Every output as notes of its content, by path.
-using Outputs = std::map<std::string, std::vector<std::string>>;
-
-bool isOutput(const Corvane::MountPath& mount) {
-  return mount.mounted && mount.access == Corvane::Access::write && mount.recordType() != nullptr;
-}
-
-Outputs outputsOf(const World& world) {
-  Outputs outputs;
-  for (const auto& mount : Corvane::mountCatalog()) {
-    if (!isOutput(mount)) continue;
-    const Address address = Address::parse(mount.path);
-    auto& lines = outputs[mount.path];
-    if (const auto entity = world.root(address)) contentLines(*entity, AddressText(address), lines);
-  }
-  return outputs;
-}
-
-/// One failure per note that is only on one side.
-std::vector<Failure> differences(const Outputs& before, const Outputs& after) {
-  std::vector<Failure> failures;
-  for (const auto& [path, was] : before) {
-    const auto& is = after.at(path);
-    if (was == is) continue;
-    const std::set<std::string> old(was.begin(), was.end());
-    const std::set<std::string> now(is.begin(), is.end());
-    for (const std::string& line : old)
-      if (!now.contains(line)) failures.push_back({path, line, "no such row or value"});
-    for (const std::string& line : now)
-      if (!old.contains(line)) failures.push_back({path, "no such row or value", line});
-  }
-  return failures;
-}
 
 void collectMachines(Vesk::Entity& entity, std::vector<Ombra::Ptr<Vesk::Machine>>& machines) {
   if (auto* machine = dynamic_cast<Vesk::Machine*>(&entity)) machines.emplace_back(machine);
@@ -54,8 +17,6 @@ void collectMachines(Vesk::Entity& entity, std::vector<Ombra::Ptr<Vesk::Machine>
       field->forEachChild(
           entity, [&](std::string_view, Vesk::Entity& child) { collectMachines(child, machines); });
 }
-
-const Failure restless{"scheduler", "comes to rest", "tasks schedule each other for ever"};
 
 }  // namespace
 

@@ -1,7 +1,12 @@
 #include "host/play/Player.h"
 
+#include <fmt/format.h>
+
+#include "host/Interrupt.h"
 #include "host/play/ExplainStep.h"
 #include "host/play/Matcher.h"
+#include "runtime/Corruption.h"
+#include "runtime/SharedMem.h"
 
 namespace Host {
 namespace {
@@ -11,8 +16,6 @@ void append(std::vector<Failure>& failures, std::vector<Failure> more) {
     failures.push_back(std::move(failure));
 }
 
-const Failure restless{"scheduler", "comes to rest", "tasks schedule each other for ever"};
-
 }  // namespace
 
 bool Player::play() {
@@ -20,11 +23,16 @@ bool Player::play() {
     begins_(i);
     std::vector<Shown> shown;
     std::vector<Failure> failures = run(scenario_.steps[i], shown);
+    VeskSharedMem::EntityManager::getEntityManager()->wakeReaders();
     if (scenario_.settlesByItself && !world_.run()) failures.push_back(restless);
     report_.step(scenario_, i, world_.now(), failures, shown);
     if (!failures.empty()) return false;
   }
   if (scenario_.aborts) return true;
+  if (stays_) {
+    stay();
+    return true;
+  }
   begins_(scenario_.steps.size());
   return Oracles(world_, recorder_, scenario_, report_).ask();
 }
@@ -84,6 +92,17 @@ std::vector<Failure> Player::compare(const Step& step, bool exact) {
   for (const auto& statement : step.statements)
     append(failures, Matcher(exact).compare(world_, statement.address, statement.content));
   return failures;
+}
+
+/// The closing questions are not asked: what others write is no part of the story.
+void Player::stay() {
+  recorder_.detachAgent();
+  VeskSharedMem::corruptionSinkIs([](const std::string& table, const std::string& text) {
+    fmt::print(stderr, "{}: {}\n", table, text);
+  });
+  endOnInterrupt();
+  report_.stays(VeskSharedMem::EntityManager::directory());
+  world_.stay(isInterrupted);
 }
 
 void Player::start() {

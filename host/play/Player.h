@@ -16,9 +16,12 @@ namespace Host {
 class Player {
  public:
   /// `begins` is told each step's index before it runs, and one more before the closing questions.
-  Player(const Scenario& scenario, Report& report, std::function<void(std::size_t)> begins)
+  /// With `stays` the agent lives on after the last step, in real time, until the user interrupts.
+  Player(const Scenario& scenario, Report& report, bool stays,
+         std::function<void(std::size_t)> begins)
       : scenario_(scenario),
         report_(report),
+        stays_(stays),
         begins_(std::move(begins)),
         world_(scenario.slice),
         recorder_(world_, scenario) {}
@@ -30,9 +33,11 @@ class Player {
   std::vector<Failure> compare(const Step& step, bool exact);
   void start();
   void crash();
+  void stay();
 
   const Scenario& scenario_;
   Report& report_;
+  bool stays_;
   std::function<void(std::size_t)> begins_;
   World world_;
   Recorder recorder_;

@@ -173,6 +173,11 @@ void Report::oracle(const Scenario& scenario, const std::string& name,
   failures(found);
 }
 
+void Report::stays(const std::string& directory) {
+  if (audience_ == Audience::programs) return printLine(Json{{"stays", directory}});
+  print(fmt::format("  the agent stays, its tables are in {}; Ctrl-C ends it\n", directory));
+}
+
 void Report::fileEnds(const Scenario& scenario, bool passed, const std::string& reason,
                       const std::string& standardError) {
   if (audience_ == Audience::programs) {

@@ -33,6 +33,8 @@ class Report {
             const std::vector<Failure>& failures, const std::vector<Shown>& shown);
   void oracle(const Scenario& scenario, const std::string& name,
               const std::vector<Failure>& failures);
+  /// The agent lives on, and its tables are in this directory.
+  void stays(const std::string& directory);
   /// `reason` is empty if all is well, or if the steps have told it.
   void fileEnds(const Scenario& scenario, bool passed, const std::string& reason,
                 const std::string& standardError);

@@ -49,12 +49,14 @@ class ScenarioReader {
                         [&](const std::string& name, const YAML::Node& place,
                             const YAML::Node& state) { toggle(name, place, state); });
     } else if (key == "environment") {
-      file_.forEachPair(value, "environment",
-                        [&](const std::string& name, const YAML::Node&, const YAML::Node& text) {
-                          scenario_.environment.emplace_back(name, std::nullopt);
-                          if (!text.IsNull())
-                            scenario_.environment.back().second = file_.text(text, name);
-                        });
+      file_.forEachPair(
+          value, "environment",
+          [&](const std::string& name, const YAML::Node& place, const YAML::Node& text) {
+            if (name.empty() || name.find('=') != std::string::npos)
+              file_.fail(place, fmt::format("no variable is called '{}'", name));
+            scenario_.environment.emplace_back(name, std::nullopt);
+            if (!text.IsNull()) scenario_.environment.back().second = file_.text(text, name);
+          });
     } else if (key == "settle") {
       const std::string text = file_.text(value, "settle");
       if (text != "auto" && text != "manual")
@@ -68,7 +70,7 @@ class ScenarioReader {
       file_.forEachPair(
           value, "oracles",
           [&](const std::string& name, const YAML::Node& place, const YAML::Node& reason) {
-            if (name != "review" && name != "restart" && name != "leftovers")
+            if (name != "review" && name != "restart" && name != "leftovers" && name != "crashes")
               file_.fail(place, fmt::format("no closing oracle is called '{}'", name));
             (void)file_.text(reason, "the reason");
             scenario_.oraclesOff.insert(name);
@@ -83,10 +85,11 @@ class ScenarioReader {
     const auto it =
         std::find_if(known.begin(), known.end(), [&](const auto* t) { return t->name() == name; });
     if (it == known.end()) file_.fail(place, fmt::format("no toggle is called '{}'", name));
-    const std::string text = file_.text(state, name);
+    std::string text = file_.text(state, name);
     // A toggle file may hold a number, of which the lowest bit counts.
     if (text != "true" && text != "false")
-      (void)file_.number(state, fmt::format("toggle {}, if not true or false,", name));
+      text = fmt::to_string(
+          file_.number(state, fmt::format("toggle {}, if not true or false,", name)));
     scenario_.toggles.push_back({(*it)->file(), name, text});
   }
 

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "host/EventLoop.h"
 #include "runtime/Dir.h"
 #include "runtime/SharedMem.h"
 #include "runtime/StateDatabase.h"
@@ -23,6 +24,17 @@ std::string joined(const std::string& path, std::string_view key) {
   return path + "/" + Vesk::fromBytes<std::string>(key);
 }
 
+/// Played time that has begun to run.
+class RunningClock final : public Vesk::Clock {
+ public:
+  explicit RunningClock(double start) : offset_(start - real_.now()) {}
+  [[nodiscard]] double now() const override { return real_.now() + offset_; }
+
+ private:
+  Vesk::RealClock real_;
+  double offset_;
+};
+
 VeskSharedMem::EntityManager& tables() {
   return *VeskSharedMem::EntityManager::getEntityManager();
 }
@@ -37,7 +49,10 @@ World::World(std::size_t slice)
 
 bool World::run(std::size_t slices) {
   const std::size_t limit = std::min(slices, turnLimit);
-  return scheduler_->runUntilIdle(limit) < turnLimit;
+  std::size_t done = 0;
+  for (; done < limit && scheduler_->runOne(); ++done)
+    tables().wakeReaders();
+  return done < turnLimit;
 }
 
 bool World::advance(double seconds) {
@@ -51,6 +66,16 @@ bool World::advance(double seconds) {
   }
   clock_.advanceTo(target);
   return true;
+}
+
+void World::stay(const std::function<bool()>& isOver) {
+  const RunningClock clock(clock_.now());
+  Vesk::System::clockIs(&clock);
+  tables().leaveToOthers();
+  EventLoop().run(isOver);
+  clock_.advanceTo(clock.now());
+  Vesk::System::clockIs(&clock_);
+  scheduler_->yieldPolicyIs(&yield_);
 }
 
 Ombra::Ptr<Entity> World::root(const Address& address) const {

@@ -23,6 +23,11 @@ struct Failure {
   std::string found;
 };
 
+/// The world never comes to rest.
+inline const Failure restless{"scheduler", "comes to rest", "tasks schedule each other for ever"};
+/// Seconds after which nothing is under way any more, if the world comes to rest at all.
+inline constexpr double settleTime = 60;
+
 /// What stands at an address.
 struct Found {
   Ombra::Ptr<Vesk::Entity> entity;  ///< the entity that is named, if the address names one
@@ -40,6 +45,9 @@ class World {
   /// Until nothing is runnable, or as many slices; false if it does not come to rest.
   bool run(std::size_t slices = Sylva::TaskScheduler::unlimited);
   bool advance(double seconds);
+  /// Time runs by itself from here on, and whatever tables the agent does not write are left to
+  /// other processes and followed.
+  void stay(const std::function<bool()>& isOver);
 
   // the agent
   [[nodiscard]] AgentProcess& agent() { return agent_; }

@@ -1,17 +1,47 @@
 #include "host/play/YamlFile.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <fstream>
 #include <set>
+#include <sstream>
 #include <utility>
-#include <vector>
 
 #include <fmt/format.h>
+#include <yaml-cpp/eventhandler.h>
 
 #include "host/InputError.h"
 
 namespace Host {
 namespace {
+
+/// Aliases make little text into much, and an alias of what it lies in makes it endless.
+constexpr std::size_t maxDepth = 100;
+constexpr std::size_t maxNodes = 1'000'000;
+
+/// Counted from 1. An empty document has no place of its own and gets the file's first.
+int placeOf(int mark) {
+  return std::max(mark, 0) + 1;
+}
+
+/// Notes where a document starts and nothing of what is in it.
+struct StartOfDocument final : YAML::EventHandler {
+  using Mark = YAML::Mark;
+  using Text = std::string;
+  void OnDocumentStart(const Mark& at) override { mark = at; }
+  void OnDocumentEnd() override {}
+  void OnNull(const Mark&, YAML::anchor_t) override {}
+  void OnAlias(const Mark&, YAML::anchor_t) override {}
+  void OnScalar(const Mark&, const Text&, YAML::anchor_t, const Text&) override {}
+  void OnSequenceStart(const Mark&, const Text&, YAML::anchor_t,
+                       YAML::EmitterStyle::value) override {}
+  void OnSequenceEnd() override {}
+  void OnMapStart(const Mark&, const Text&, YAML::anchor_t, YAML::EmitterStyle::value) override {}
+  void OnMapEnd() override {}
+
+  Mark mark;
+};
 
 template <class T>
 bool reads(const std::string& text, T& value) {
@@ -47,27 +77,52 @@ void flowText(const YAML::Node& node, std::string& out) {
 }  // namespace
 
 YamlFile::YamlFile(std::string name) : name_(std::move(name)) {
-  load([&] { return YAML::LoadAllFromFile(name_); });
+  std::ifstream file(name_, std::ios::binary);
+  file.peek();  // a directory opens, but does not read
+  if (!file.is_open() || file.bad()) throw InputError(name_, 0, 0, "cannot be read");
+  std::ostringstream content;
+  content << file.rdbuf();
+  load(content.str());
 }
 
 YamlFile::YamlFile(std::string name, const std::string& content) : name_(std::move(name)) {
-  load([&] { return YAML::LoadAll(content); });
+  load(content);
 }
 
-void YamlFile::load(const std::function<std::vector<YAML::Node>()>& documents) {
+// The library's own list of all documents can become endless, from a comma at the start of a line.
+void YamlFile::load(const std::string& content) {
   try {
-    const auto all = documents();
-    if (all.size() > 1) throw InputError(name_, lineOf(all[1]), 1, "a second document in the file");
-    if (!all.empty()) root_.reset(all.front());
-  } catch (const YAML::BadFile&) {
-    throw InputError(name_, 0, 0, "cannot be read");
+    root_.reset(YAML::Load(content));
+    std::istringstream stream(content);
+    YAML::Parser parser(stream);
+    StartOfDocument start;
+    if (parser.HandleNextDocument(start) && parser.HandleNextDocument(start))
+      throw InputError(name_, placeOf(start.mark.line), placeOf(start.mark.column),
+                       "a second document in the file");
   } catch (const YAML::Exception& error) {
-    throw InputError(name_, error.mark.line + 1, error.mark.column + 1, error.msg);
+    throw InputError(name_, placeOf(error.mark.line), placeOf(error.mark.column), error.msg);
+  }
+  std::size_t count = 0;
+  measure(root_, 0, count);
+}
+
+void YamlFile::measure(const YAML::Node& node, std::size_t depth, std::size_t& count) const {
+  if (depth > maxDepth)
+    fail(node, fmt::format("lies deeper than {} levels, or within an alias of itself", maxDepth));
+  if (++count > maxNodes)
+    fail(node, fmt::format("the file comes to more than {} values", maxNodes));
+  for (const auto& item : node) {
+    if (node.IsMap()) measure(item.first, depth + 1, count);
+    measure(node.IsMap() ? item.second : item, depth + 1, count);
   }
 }
 
+int YamlFile::lineOf(const YAML::Node& node) {
+  return placeOf(node.Mark().line);
+}
+
 void YamlFile::fail(const YAML::Node& at, const std::string& text) const {
-  throw InputError(name_, lineOf(at), at.Mark().column + 1, text);
+  throw InputError(name_, lineOf(at), placeOf(at.Mark().column), text);
 }
 
 std::string YamlFile::text(const YAML::Node& node, const std::string& what) const {

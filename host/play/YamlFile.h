@@ -17,7 +17,7 @@ class YamlFile {
 
   [[nodiscard]] const std::string& name() const { return name_; }
   [[nodiscard]] const YAML::Node& root() const { return root_; }
-  [[nodiscard]] static int lineOf(const YAML::Node& node) { return node.Mark().line + 1; }
+  [[nodiscard]] static int lineOf(const YAML::Node& node);
   [[noreturn]] void fail(const YAML::Node& at, const std::string& text) const;
 
   /// The text of a scalar; `what` names it in the complaint about anything else.
@@ -35,7 +35,8 @@ class YamlFile {
   [[nodiscard]] static std::string said(const YAML::Node& node);
 
  private:
-  void load(const std::function<std::vector<YAML::Node>()>& documents);
+  void load(const std::string& content);
+  void measure(const YAML::Node& node, std::size_t depth, std::size_t& count) const;
   std::string name_;
   YAML::Node root_;
 };

@@ -33,10 +33,9 @@ RowFollower::RowFollower(std::unique_ptr<TableReader> reader)
       value_(reader_->shape().valueSize, '\0') {}
 
 bool RowFollower::readJournal() {
-  const auto changes = reader_->changesSince(
-      cursor_, [&](std::uint32_t number, RowState state, const std::byte* key, const std::byte*) {
-        noteRow(number, state, keyAt(key));
-      });
+  const auto changes =
+      reader_->changesSince(cursor_, [&](std::uint32_t number, RowState state, const std::byte* key,
+                                         const std::byte*) { noteRow(number, state, keyAt(key)); });
   return changes == TableReader::Changes::ok;
 }
 
@@ -48,11 +47,15 @@ void RowFollower::noteRow(std::uint32_t number, RowState state, std::string_view
     known_.forget(number);
     return;
   }
-  if (former != key) {
-    if (!former.empty()) touch(former);
-    known_.set(number, key);
-  }
+  noteKey(number, key);
   touch(key);
+}
+
+void RowFollower::noteKey(std::uint32_t number, std::string_view key) {
+  const std::string_view former = known_.at(number);
+  if (former == key) return;
+  if (!former.empty()) touch(former);
+  known_.set(number, key);
 }
 
 void RowFollower::touch(std::string_view key) {

@@ -60,6 +60,7 @@ class RowFollower {
   /// Collects the keys that the journal names; false if it does not reach back far enough.
   bool readJournal();
   void noteRow(std::uint32_t number, RowState state, std::string_view key);
+  void noteKey(std::uint32_t number, std::string_view key);
   void touch(std::string_view key);
   /// The keys that were known before the scan that comes now.
   [[nodiscard]] absl::flat_hash_set<std::string> beginScan();
@@ -115,6 +116,9 @@ void RowFollower::tellTouched(F& f) {
     if (state == RowState::busy) {
       touch(key);  // the writer hammers on it
     } else {
+      // It may have come to this number since the journal was read, and go from there before the
+      // journal is read again.
+      if (state != RowState::missing) noteKey(reader_->foundRow(), key);
       f(std::string_view(key), state,
         state == RowState::missing ? std::string_view() : std::string_view(value_));
     }

@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <optional>
 #include <signal.h>
 #include <string_view>
 #include <sys/mman.h>
@@ -62,6 +61,11 @@ bool isSameFile(int fd, const std::string& path) {
          mine.st_dev == named.st_dev;
 }
 
+bool isClaimedByOther(int fd) {
+  struct flock lock = wholeFileLock();
+  return fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
 // Opens what exists. O_NONBLOCK keeps a pipe that happens to lie there from blocking us.
 FileDescriptor openExisting(const std::string& path, int mode) {
   FileDescriptor fd(open(path.c_str(), mode | O_CLOEXEC | O_NONBLOCK));
@@ -92,6 +96,24 @@ TableLayout checkedLayout(int fd, const std::string& path, const TableShape* exp
   return TableLayout::checked(path, header, fileLength, expected);
 }
 
+// Real blocks now, or a full disk would become a SIGBUS in the middle of an insert.
+int allocate(int fd, uint64_t size) {
+  int error = EINTR;
+  while (error == EINTR)
+    error = posix_fallocate(fd, 0, static_cast<off_t>(size));
+  return error;
+}
+
+// A table that was copied here may have holes.
+void fillHoles(int fd, const std::string& path, uint64_t size) {
+  struct stat status {};
+  if (fstat(fd, &status) != 0) failWith(path, "read the file's status", errno);
+  if (static_cast<uint64_t>(status.st_blocks) * 512 >= size) return;
+  if (const int error = allocate(fd, size); error != 0) {
+    failWith(path, fmt::format("allocate {} bytes", size), error);
+  }
+}
+
 // Fills the temporary file and gives it the table's name. On any failure the temporary file goes.
 void build(int fd, const std::string& temporary, const std::string& path,
            const TableLayout& layout) {
@@ -104,8 +126,7 @@ void build(int fd, const std::string& temporary, const std::string& path,
   header.writerEpoch = nowNs();
   header.writerPid = static_cast<uint32_t>(getpid());
   if (ftruncate(fd, 0) != 0) fail("empty the temporary file", errno);
-  // Real blocks now, or a full disk would become a SIGBUS in the middle of an insert.
-  if (const int error = posix_fallocate(fd, 0, static_cast<off_t>(layout.fileSize)); error != 0) {
+  if (const int error = allocate(fd, layout.fileSize); error != 0) {
     fail(fmt::format("allocate {} bytes", layout.fileSize), error);
   }
   errno = ENOSPC;
@@ -191,6 +212,7 @@ TableFile TableFile::forWriter(const std::string& path, const TableShape& shape)
     const TableLayout found = checkedLayout(fd.get(), path, &shape);
     if (claim(fd.get(), path)) {
       if (!isSameFile(fd.get(), path)) continue;
+      fillHoles(fd.get(), path, found.fileSize);
       TableFile file(path, std::move(fd), found, true);
       sharedWord(file.header().writerPid).store(static_cast<uint32_t>(getpid()));
       return file;
@@ -223,14 +245,22 @@ TableFile TableFile::forReader(const std::string& path, const TableShape* expect
   return file;
 }
 
+std::optional<uint32_t> TableFile::holderOf(const std::string& path) {
+  const FileDescriptor fd = openExisting(path, O_RDONLY);
+  if (!fd.isOpen() || !isClaimedByOther(fd.get())) return std::nullopt;
+  TableHeader header{};
+  const ssize_t got = pread(fd.get(), &header, sizeof header, 0);
+  const bool isTable = got == static_cast<ssize_t>(sizeof header) && header.magic == kMagic;
+  return isTable ? header.writerPid : 0;
+}
+
 TableHeader* TableFile::bell() const {
   if (writable_) return &header();
   return reinterpret_cast<TableHeader*>(bell_.base());
 }
 
 bool TableFile::isClaimed() const {
-  struct flock lock = wholeFileLock();
-  return fcntl(fd_.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+  return isClaimedByOther(fd_.get());
 }
 
 bool TableFile::isReplaced() const {

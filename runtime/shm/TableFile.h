@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -54,6 +55,9 @@ class TableFile {
   static TableFile forWriter(const std::string& path, const TableShape& shape);
   // `expected` may be null: any table will do.
   static TableFile forReader(const std::string& path, const TableShape* expected);
+  // The process that has claimed the file at this path, 0 if it has not said its name; none if
+  // nobody has. Asks the kernel and throws nothing, whatever the file is.
+  static std::optional<uint32_t> holderOf(const std::string& path);
 
   const std::string& path() const { return path_; }
   const TableLayout& layout() const { return layout_; }

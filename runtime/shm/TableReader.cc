@@ -56,6 +56,7 @@ RowState TableReader::judge(uint32_t state, uint32_t checksum, Check check) cons
 }
 
 RowState TableReader::readRow(uint32_t number, Check check) {
+  number_ = number;
   const RowView row = file_.row(number);
   for (int attempt = 1; attempt <= kRowAttempts; ++attempt) {
     const uint32_t word = row.word().load(std::memory_order_acquire);

@@ -38,6 +38,8 @@ class TableReader {
 
   // Verifies the checksum. A corrupt row's value is copied too, as it stands.
   RowState find(const void* key, void* value);
+  // The number of the row that `find` found last.
+  uint32_t foundRow() const { return number_; }
 
   // Calls f(row, key, value, corrupt) for each row and returns how many were too busy to be read,
   // which only a writer that hammers on them can cause.
@@ -91,6 +93,7 @@ class TableReader {
   TableLayout layout_;
   TableHeader& header_;
   std::vector<std::byte> scratch_;  // the row read last
+  uint32_t number_ = 0;             // of that row
 };
 
 // The usual case of readRow, for a scan: a live row that nobody touches.

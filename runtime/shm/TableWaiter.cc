@@ -79,10 +79,9 @@ class TableWaiter::Sleeper {
 
  private:
   static bool same(const std::vector<Bell>& one, const std::vector<Bell>& other) {
-    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
-                      [](const Bell& a, const Bell& b) {
-                        return a.word == b.word && a.value == b.value;
-                      });
+    return std::equal(
+        one.begin(), one.end(), other.begin(), other.end(),
+        [](const Bell& a, const Bell& b) { return a.word == b.word && a.value == b.value; });
   }
   void rouse() {
     turn_.fetch_add(1);

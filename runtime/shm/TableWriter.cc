@@ -6,6 +6,7 @@
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 namespace VeskSharedMem {
 namespace {

@@ -14,6 +14,7 @@
 #include "runtime/SharedMem.h"
 #include "runtime/shm/TableReader.h"
 #include "runtime/values/Vlan.h"
+#include "tests/runtime/Dump.h"
 
 namespace sharedtest {
 
@@ -74,25 +75,6 @@ class SharedEntityTest : public testing::Test {
     manager()->corruptIs(*table, *Table::veskType().field("entry"), bytes(key), corrupt);
   }
   std::vector<std::string> takeReports() { return std::exchange(reports, {}); }
-  /// Everything in the entity, as text.
-  static std::string dump(const Vesk::Entity& entity) {
-    std::string text;
-    for (const auto* field : entity.recordType().fields()) {
-      text += std::string(field->name) + "=";
-      if (!field->isCollection()) text += field->valueType->text(field->get(entity));
-      if (field->isCollection()) {
-        for (const std::string& key : field->keys(entity)) {
-          text += field->keyType->text(key) + ":";
-          if (field->kind == Vesk::FieldKind::valueMap)
-            text += field->valueType->text(field->get(entity, key));
-          if (field->owns()) text += "{" + dump(*field->child(entity, key)) + "}";
-          text += ",";
-        }
-      }
-      text += ";";
-    }
-    return text;
-  }
   /// Rows per file.
   std::map<std::string, std::uint32_t> rows() const {
     std::map<std::string, std::uint32_t> sizes;
@@ -149,9 +131,9 @@ TEST_F(SharedEntityTest, rowsLieInFilesByDepthAndAReloadFindsThemEqual) {
                                                       {"table.second.table", 1},
                                                       {"table.second.route.table", 1}};
   EXPECT_EQ(rows(), expected);
-  const std::string before = dump(*table);
+  const std::string before = Vesk::dump(*table);
   remount();
-  EXPECT_EQ(dump(*table), before);
+  EXPECT_EQ(Vesk::dump(*table), before);
   EXPECT_EQ(rows(), expected);
 
   table->vlanDel(VlanId(10));

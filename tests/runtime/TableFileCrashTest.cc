@@ -1,9 +1,9 @@
-// A writer of a shared table that dies: after each single instruction, and at random instants.
+// A writer of a shared table that dies after each single instruction, and readers of one that is
+// busy. Kills at random instants are in tests/fault.
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -197,153 +197,6 @@ TEST_F(TableFileCrashTest, ChangesBetweenAnyTwoInstructionsHideNoRow) {
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   munmap(shared, sizeof(Moves));
-}
-
-// What writer, reader and test tell each other; it outlives each of them.
-struct Ledger {
-  static constexpr uint32_t kKeys = 300;
-  static constexpr uint32_t kPermanent = 100;  // lower ids are present from the start to the end
-  std::atomic<uint32_t> committed[kKeys];      // version, 0 for none
-  std::atomic<uint32_t> intendedKey;
-  std::atomic<uint32_t> intendedVersion;
-  std::atomic<uint32_t> lastVersion;
-  std::atomic<uint32_t> changes;
-  std::atomic<uint32_t> readerFaults;
-  std::atomic<uint32_t> readerRounds;
-  std::atomic<uint32_t> isOver;
-};
-
-constexpr TableShape kKillShape{10, 30, Ledger::kKeys, 77};
-
-[[noreturn]] void writeUntilKilled(const std::string& path, Ledger& ledger, uint32_t seed) {
-  const auto writer = TableWriter::open(path, kKillShape);
-  std::minstd_rand random(seed);
-  for (uint32_t step = 0;; ++step) {
-    const uint32_t id = random() % Ledger::kKeys;
-    const bool isErase = id >= Ledger::kPermanent && random() % 3 == 0;
-    const uint32_t version = isErase ? 0 : ledger.lastVersion.fetch_add(1) + 1;
-    // Key first: until the version follows, either one is a version that this key may have.
-    ledger.intendedVersion = ledger.committed[id].load();
-    ledger.intendedKey = id;
-    ledger.intendedVersion = version;
-    if (isErase) {
-      writer->erase(Key(id).data());
-    } else {
-      put(*writer, id, version);
-    }
-    ledger.committed[id] = version;
-    ledger.changes.fetch_add(1);
-    if (step % 16 == 0) writer->wakeReaders();
-  }
-}
-
-// Reads without pause and keeps a mirror from the journal alone, which must equal the table at
-// the end.
-void readUntilOver(const std::string& path, Ledger& ledger) {
-  const auto reader = TableReader::open(path, kKillShape);
-  std::map<uint32_t, std::pair<uint32_t, uint32_t>> mirror;
-  TableCursor cursor;
-  uint32_t faults = 0;
-  std::minstd_rand random(1);
-  const auto check = [&](const void* key, const void* value, bool isGood) {
-    if (!isGood || versionOf(key, value) == kTorn) ++faults;
-  };
-  const auto scan = [&](auto note) {
-    faults += reader->forEach(
-        [&](uint32_t row, const std::byte* key, const std::byte* value, bool corrupt) {
-          check(key, value, !corrupt);
-          note(row, Key::idOf(key), versionOf(key, value));
-        });
-  };
-  const auto follow = [&] {
-    const auto told = reader->changesSince(
-        cursor, [&](uint32_t row, RowState state, const std::byte* key, const std::byte* value) {
-          mirror.erase(row);
-          if (state == RowState::missing) return;
-          check(key, value, state == RowState::live);
-          mirror[row] = {Key::idOf(key), versionOf(key, value)};
-        });
-    if (told == TableReader::Changes::ok) return;
-    mirror.clear();
-    scan([&](uint32_t row, uint32_t id, uint32_t version) { mirror[row] = {id, version}; });
-  };
-  while (ledger.isOver == 0) {
-    for (int i = 0; i < 200; ++i) {
-      const Key key(random() % Ledger::kKeys);
-      Value value;
-      const RowState state = reader->find(key.data(), value.data());
-      const bool mayBeMissing = Key::idOf(key.data()) >= Ledger::kPermanent;
-      if (state == RowState::missing && mayBeMissing) continue;
-      check(key.data(), value.data(), state == RowState::live);
-    }
-    follow();
-    scan([](auto...) {});
-    reader->waitForChange(cursor, std::chrono::milliseconds(1));
-    ++ledger.readerRounds;
-  }
-  follow();
-  std::map<uint32_t, std::pair<uint32_t, uint32_t>> table;
-  scan([&](uint32_t row, uint32_t id, uint32_t version) { table[row] = {id, version}; });
-  if (table != mirror) ++faults;
-  ledger.readerFaults = faults;
-}
-
-TEST_F(TableFileCrashTest, KilledWritersLoseNothingWhileReadersGoOn) {
-  const char* wanted = std::getenv("CORVANE_KILLS");
-  const int kills = wanted == nullptr ? 200 : std::atoi(wanted);
-  void* shared =
-      mmap(nullptr, sizeof(Ledger), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(shared, MAP_FAILED);
-  Ledger& ledger = *new (shared) Ledger{};
-  for (uint32_t id = 0; id < Ledger::kPermanent; ++id) {
-    put(*TableWriter::open(path_, kKillShape), id, ++ledger.lastVersion);
-    ledger.committed[id] = ledger.lastVersion.load();
-  }
-  const pid_t reader = forkChild([&] { readUntilOver(path_, ledger); });
-  std::mt19937 random(static_cast<uint32_t>(getpid()));
-  for (int round = 0; round < kills && !HasFailure(); ++round) {
-    const uint32_t seed = random();
-    const uint32_t changesBefore = ledger.changes;
-    const pid_t child = forkChild([&] { writeUntilKilled(path_, ledger, seed); });
-    // Most die amid changes, some within their opening.
-    const bool isEarly = round % 8 == 0;
-    for (int i = 0; i < 2000 && !isEarly && ledger.changes == changesBefore; ++i)
-      usleep(500);
-    usleep(random() % 1500);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-
-    std::unique_ptr<TableWriter> writer;
-    ASSERT_NO_THROW(writer = TableWriter::open(path_, kKillShape));
-    Contents found = contentsOf(*writer, Ledger::kKeys);
-    ASSERT_EQ(writer->size(), found.size());
-    for (uint32_t id = 0; id < Ledger::kKeys; ++id) {
-      const uint32_t version = found.contains(id) ? found[id] : 0;
-      const bool isInFlight = id == ledger.intendedKey && version == ledger.intendedVersion;
-      if (!isInFlight) {
-        EXPECT_EQ(version, ledger.committed[id]) << "key " << id;
-      }
-      ledger.committed[id] = version;
-    }
-  }
-  // Once the reader knows the last writer, what follows reaches its mirror by the journal alone.
-  const auto writer = TableWriter::open(path_, kKillShape);
-  const uint32_t known = ledger.readerRounds + 2;
-  for (int i = 0; i < 5000 && ledger.readerRounds < known; ++i)
-    usleep(1000);
-  for (uint32_t id = 50; id < 150; ++id) {
-    if (id % 3 == 0) {
-      writer->erase(Key(id + 50).data());
-    } else {
-      put(*writer, id, 1'000'000'000 + id);
-    }
-  }
-  ledger.isOver = 1;
-  EXPECT_EQ(exitStatus(reader), 0);
-  EXPECT_EQ(ledger.readerFaults, 0U);
-  EXPECT_GT(ledger.readerRounds, 0U);
-  RecordProperty("changes", static_cast<int>(ledger.changes));
-  munmap(shared, sizeof(Ledger));
 }
 
 // Two rows of several kilobytes that change all the time: most copies of them meet a change.

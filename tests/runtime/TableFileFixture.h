@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -20,6 +19,7 @@
 
 #include "runtime/shm/TableReader.h"
 #include "runtime/shm/TableWriter.h"
+#include "tests/TemporaryDirectory.h"
 
 namespace VeskSharedMem {
 
@@ -131,15 +131,9 @@ inline void patch(const std::string& path, uint64_t offset, const std::string& b
 
 class TableFileTest : public testing::Test {
  protected:
-  TableFileTest() {
-    std::string name = (std::filesystem::temp_directory_path() / "TableFileTest.XXXXXX").string();
-    directory_ = mkdtemp(name.data());
-    path_ = directory_ + "/table";
-  }
-  ~TableFileTest() override { std::filesystem::remove_all(directory_); }
-
-  std::string directory_;
-  std::string path_;
+  const TemporaryDirectory own_;
+  const std::string directory_ = own_.path();
+  const std::string path_ = own_ / "table";
 };
 
 }  // namespace VeskSharedMem

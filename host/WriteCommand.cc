@@ -1,0 +1,28 @@
+#include <filesystem>
+
+#include <fmt/format.h>
+
+#include "host/Commands.h"
+#include "host/InputError.h"
+#include "host/SharedAddresses.h"
+#include "host/play/Content.h"
+#include "host/play/World.h"
+#include "runtime/SharedMem.h"
+
+namespace Host {
+
+int writeCommand(const std::string& address, const std::string& value,
+                 const std::string& directory) {
+  const Address parsed = sharedAddresses({address}).front();
+  const YamlFile text(address, value);
+  const Content content = ContentReader(text, Use::write).at(parsed, text.root());
+  if (!std::filesystem::is_directory(directory))
+    throw InputError(fmt::format("{}: no such directory", directory));
+  VeskSharedMem::EntityManager::directoryIs(tablesDirectory(directory));
+  for (const Failure& failure : World(0).write(parsed, content))
+    throw InputError(fmt::format("{}: {}", failure.address, failure.found));
+  VeskSharedMem::EntityManager::getEntityManager()->wakeReaders();
+  return 0;
+}
+
+}  // namespace Host

@@ -1,0 +1,101 @@
+#include "host/play/PlayDirectory.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <string>
+#include <sys/file.h>
+#include <system_error>
+#include <thread>
+
+#include <fmt/format.h>
+
+#include "host/InputError.h"
+
+namespace Host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* parts[] = {"shm", "database", "toggles", "trace"};
+/// A process that was killed a moment ago may take a little to let go.
+constexpr int attempts = 50;
+constexpr std::chrono::milliseconds pause{10};
+
+[[noreturn]] void fail(const fs::path& path, const std::string& reason) {
+  throw InputError(fmt::format("{}: {}", path.string(), reason));
+}
+
+void require(const fs::path& path, const std::error_code& error) {
+  if (error) fail(path, error.message());
+}
+
+/// What is wrong with taking over these tables; empty if nothing is.
+std::string holderIn(const fs::path& tables) {
+  std::error_code error;
+  for (fs::recursive_directory_iterator it(tables, error), end; !error && it != end;
+       it.increment(error)) {
+    const std::string file = it->path().string();
+    if (const auto holder = VeskSharedMem::TableFile::holderOf(file))
+      return fmt::format("expected no other writer, found process {} holding {}", *holder, file);
+  }
+  return {};
+}
+
+}  // namespace
+
+PlayDirectory::PlayDirectory(const std::optional<fs::path>& keep, bool resume)
+    : isKept_(keep.has_value()) {
+  if (keep) {
+    path_ = *keep;
+    std::error_code error;
+    fs::create_directories(path_, error);
+    require(path_, error);
+    claim();
+    clear(resume);
+  } else {
+    std::string pattern = (fs::temp_directory_path() / "corvane-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) fail(pattern, std::generic_category().message(errno));
+    path_ = pattern;
+  }
+  for (const char* part : parts) {
+    std::error_code error;
+    fs::create_directories(path_ / part, error);
+    require(path_ / part, error);
+  }
+}
+
+PlayDirectory::~PlayDirectory() {
+  std::error_code ignored;
+  if (!isKept_) fs::remove_all(path_, ignored);
+}
+
+/// The lock is for players, which may not have a table yet; other writers have claimed their
+/// tables.
+void PlayDirectory::claim() {
+  lock_ = VeskSharedMem::FileDescriptor(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!lock_.isOpen()) fail(path_, std::generic_category().message(errno));
+  std::string reason;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    if (attempt > 0) std::this_thread::sleep_for(pause);
+    reason = holderIn(path_ / "shm");
+    if (!reason.empty()) continue;
+    if (flock(lock_.get(), LOCK_EX | LOCK_NB) == 0) return;
+    if (errno != EWOULDBLOCK) fail(path_, std::generic_category().message(errno));
+    reason = "another player is at work in this directory";
+  }
+  fail(path_, reason);
+}
+
+void PlayDirectory::clear(bool resume) const {
+  for (const char* part : parts) {
+    const bool isOutput = part == std::string_view("shm") || part == std::string_view("database");
+    if (resume && isOutput) continue;
+    std::error_code error;
+    fs::remove_all(path_ / part, error);
+    require(path_ / part, error);
+  }
+}
+
+}  // namespace Host

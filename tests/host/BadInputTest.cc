@@ -1,0 +1,141 @@
+// What the program makes of files, directories and tables that it cannot use: one line that names
+// the path and the reason, status 2, and nothing broken for whoever works there.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include "runtime/shm/TableReader.h"
+#include "runtime/shm/TableWriter.h"
+#include "tests/TemporaryDirectory.h"
+#include "tests/host/Program.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using testing::HasSubstr;
+using VeskSharedMem::TableHeader;
+using VeskSharedMem::TableReader;
+using VeskSharedMem::TableWriter;
+
+constexpr const char* tablePath = "multicast/ipv4/tunnel/forwarding/status";
+
+struct BadInputTest : testing::Test {
+  static void expectRefused(const std::string& arguments, const std::string& path,
+                            const std::string& reason) {
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 2) << arguments;
+    EXPECT_THAT(outcome.output, HasSubstr(path)) << arguments;
+    EXPECT_THAT(outcome.output, HasSubstr(reason)) << arguments;
+    EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 1) << outcome.output;
+  }
+  std::string play(const std::string& keep) const { return "play --keep " + keep + " " + story; }
+
+  TemporaryDirectory directory;
+  std::string kept = directory / "kept";
+  std::string story = CORVANE_SCENARIO_DIR "/fabric.yaml";
+};
+
+template <class T>
+void patch(const std::string& file, std::size_t offset, T value) {
+  std::fstream stream(file, std::ios::binary | std::ios::in | std::ios::out);
+  stream.seekp(static_cast<std::streamoff>(offset));
+  stream.write(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+TEST_F(BadInputTest, LookingAtWhatIsNoSuchTableIsRefused) {
+  const Outcome played = run(play(kept));
+  ASSERT_EQ(played.status, 0) << played.output;
+  const std::string file = fmt::format("{}/shm/{}.vlanStatus.table", kept, tablePath);
+  fs::copy_file(file, directory / "sound");
+  struct Case {
+    const char* reason;
+    std::function<void()> spoil;
+  };
+  const Case cases[] = {
+      {"not a shared table", [&] { std::ofstream(file) << std::string(1000, '?'); }},
+      {"expected a header", [&] { std::ofstream(file) << "short\n"; }},
+      {"file length", [&] { fs::resize_file(file, fs::file_size(file) - 1); }},
+      {"another layout", [&] { patch(file, offsetof(TableHeader, signature), 1UL); }},
+      {"rows in use", [&] { patch(file, offsetof(TableHeader, highWater), 1U << 30); }},
+      {"regular file", [&] { fs::remove(file), fs::create_directory(file); }},
+      {"regular file", [&] { fs::remove(file), mkfifo(file.c_str(), 0600); }},
+  };
+  for (const Case& one : cases) {
+    one.spoil();
+    for (const char* command : {"show", "watch --seconds 0.2"})
+      expectRefused(fmt::format("{} --dir {} {}", command, kept, tablePath), file, one.reason);
+    fs::remove_all(file);
+    fs::copy_file(directory / "sound", file);
+  }
+  for (const char* command : {"show", "watch --seconds 0.2"})
+    expectRefused(fmt::format("{} --dir {}/none {}", command, directory.path(), tablePath),
+                  directory / "none", "no such directory");
+  expectRefused("trace " + kept, kept, "not a regular file");
+  expectRefused("play " + kept, kept, "cannot be read");
+}
+
+// Little text that would be endless work: what contains itself, what is multiplied by aliases, and
+// what the parser reads as a document without end.
+TEST_F(BadInputTest, AScenarioThatDoesNotEndIsRefused) {
+  std::string multiplied = "a: &a [1, 1, 1, 1, 1, 1, 1, 1, 1, 1]\n";
+  for (char c = 'b'; c < 'k'; ++c) {
+    std::string items;
+    for (int i = 0; i < 10; ++i)
+      items += fmt::format("*{}, ", static_cast<char>(c - 1));
+    multiplied += fmt::format("{}: &{} [{}]\n", c, c, items);
+  }
+  const std::string texts[] = {
+      "steps:\n  - write: &a {bridging/vlan/status: {vlanStatus: *a}}\n",
+      multiplied + "steps: *j\n",
+      ", a: b\n",
+  };
+  for (const std::string& text : texts) {
+    std::ofstream(directory / "bad.yaml") << text;
+    expectRefused("play " + directory / "bad.yaml", directory / "bad.yaml:", "");
+  }
+}
+
+TEST_F(BadInputTest, APlayerThatCannotWriteLeavesNothingHalfMade) {
+  std::ofstream(directory / "file") << "in the way";
+  expectRefused(play(directory / "file"), directory / "file", "Not a directory");
+  expectRefused(play("/proc/corvane"), "/proc/corvane", "No such file");
+  // A limit of 100 blocks is a full disk that needs no privilege: less than any table.
+  const Outcome outcome = run(play(kept), "ulimit -f 100");
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_THAT(outcome.output, HasSubstr("shared table " + kept));
+  EXPECT_THAT(outcome.output, HasSubstr("File too large"));
+  for (const auto& entry : fs::recursive_directory_iterator(kept)) {
+    if (entry.is_directory()) continue;
+    EXPECT_NO_THROW(TableReader::openAny(entry.path().string()));
+  }
+}
+
+TEST_F(BadInputTest, APlayerKeepsItsHandsOffADirectoryInWhichOthersWork) {
+  fs::create_directories(kept + "/shm/other");
+  const std::string foreign = kept + "/shm/other/agent.rows.table";
+  {
+    const auto writer = TableWriter::open(foreign, {4, 4, 8, 1});
+    expectRefused(play(kept), foreign, fmt::format("process {}", getpid()));
+    EXPECT_TRUE(fs::exists(foreign));
+  }
+  // Held up before it has a table of its own, a player counts all the same.
+  std::ofstream(directory / "long.yaml") << "steps: [start: , advance: 1]\n";
+  Program player(fmt::format("play --stay --keep {} {}", kept, directory / "long.yaml"));
+  ASSERT_NE(player.lineWith("stays"), "");
+  for (const char* resume : {"", " --resume"})
+    expectRefused(play(kept) + resume, kept, "another player");
+  player.signal(SIGKILL);
+  player.end();
+  const Outcome outcome = run(play(kept));
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+  EXPECT_FALSE(fs::exists(foreign));
+}
+
+}  // namespace

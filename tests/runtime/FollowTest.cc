@@ -1,0 +1,338 @@
+// A shared table in a process that does not write it: what it sees, what it is told, when it wakes.
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "runtime/Corruption.h"
+#include "runtime/Record.h"
+#include "runtime/SharedEntity.h"
+#include "runtime/SharedMem.h"
+#include "runtime/TreeObserver.h"
+#include "runtime/values/Vlan.h"
+#include "tests/runtime/Dump.h"
+
+namespace followtest {
+
+namespace fs = std::filesystem;
+using Bridging::VlanId;
+using std::chrono::milliseconds;
+using VeskSharedMem::SharedEntity;
+using VeskSharedMem::TableError;
+using VeskSharedMem::TableWaiter;
+
+class Group : public Vesk::Keyed<std::uint16_t> {
+  VESK_LOCAL_RECORD(followtest::Group)
+  VESK_KEY(group)
+  VESK_VALUE(std::uint32_t, value)
+  VESK_SHARED_SET(std::uint16_t, route, 64)
+};
+class Vlan : public Vesk::Keyed<VlanId> {
+  VESK_LOCAL_RECORD(followtest::Vlan)
+  VESK_KEY(vlan)
+  VESK_VALUE(bool, ready)
+  VESK_INSTANCES(std::uint16_t, Group, group)
+};
+class Table : public Vesk::Entity {
+  VESK_LOCAL_RECORD(followtest::Table)
+  VESK_VALUE(std::uint32_t, version)
+  VESK_SHARED_MAP(std::uint16_t, VlanId, entry, 64)
+  VESK_INSTANCES(VlanId, Vlan, vlan)
+};
+
+/// One line per notification.
+class Ear : public Vesk::TreeObserver {
+ public:
+  std::vector<std::string> take() { return std::exchange(lines_, {}); }
+
+ private:
+  void note(const Node& node, const Vesk::FieldInfo* field, std::string text) {
+    for (const Node* n = &node; n->parent != nullptr; n = n->parent)
+      text = n->field->keyType->text(n->key) + "/" + text;
+    lines_.push_back(field == nullptr ? text : text + std::string(field->name));
+  }
+  void valueChanged(const Node& node, const Vesk::FieldInfo& field, std::string_view key) override {
+    note(node, &field, key.empty() ? "" : field.keyType->text(key) + " ");
+  }
+  void entityCame(const Node& node) override { note(node, nullptr, "came " + dump(*node.entity)); }
+  void entityWent(const Node& node) override { note(node, nullptr, "went"); }
+  std::vector<std::string> lines_;
+};
+
+class FollowTest : public testing::Test {
+ protected:
+  FollowTest() { mkdtemp(directory.data()); }
+  ~FollowTest() override {
+    VeskSharedMem::corruptionSinkIs({});
+    fs::remove_all(directory);
+  }
+  std::unique_ptr<SharedEntity> table() {
+    return std::make_unique<SharedEntity>(directory, "a/table", "followtest::Table",
+                                          std::vector<VeskSharedMem::CollectionSize>{});
+  }
+  std::unique_ptr<SharedEntity> writing() {
+    auto made = table();
+    made->claim();
+    return made;
+  }
+  std::unique_ptr<SharedEntity> following() {
+    auto made = table();
+    made->follow();
+    return made;
+  }
+  static Table& of(SharedEntity& table) { return static_cast<Table&>(*table.entity()); }
+  void catchUp(
+      SharedEntity& table, const std::function<bool()>& mustStop = [] { return false; }) {
+    table.follower()->findFiles([&](const TableError& error) { refusals.push_back(error.what()); });
+    while (table.follower()->hasChanges())
+      table.follower()->takeUp(mustStop);
+  }
+  std::string directory = testing::TempDir() + "follow-XXXXXX";
+  std::vector<std::string> refusals;
+};
+
+/// One random change at any depth. Keys are few, so that rows come back and move.
+void change(Table& table, std::minstd_rand& random) {
+  const auto key = static_cast<std::uint16_t>(1 + random() % 40);
+  const VlanId vlanId(1 + random() % 4);
+  const auto groupId = static_cast<std::uint16_t>(random() % 5);
+  switch (random() % 10) {
+    case 0:
+      return table.versionIs(static_cast<std::uint32_t>(random()));
+    case 1:
+      return table.entryDel(key);
+    case 2:
+      return table.vlanDel(vlanId);
+    case 3: {
+      const auto vlan = table.vlanIs(vlanId);
+      return vlan->groupDel(groupId);
+    }
+    case 4: {
+      // An entity in place of another of the same key, with other content.
+      const auto group = Ombra::make<Group>(groupId);
+      group->valueIs(static_cast<std::uint32_t>(random()));
+      group->routeIs(key);
+      return table.vlanIs(vlanId)->groupAdopt(groupId, group);
+    }
+    case 5: {
+      const auto group = table.vlanIs(vlanId)->groupIs(groupId);
+      return random() % 2 == 0 ? group->routeIs(key) : group->routeDel(key);
+    }
+    case 6:
+      return table.vlanIs(vlanId)->readyIs(random() % 2 == 0);
+    case 7:
+      table.vlanIs(vlanId)->groupIs(groupId)->valueIs(static_cast<std::uint32_t>(random()));
+      return;
+    default:
+      return table.entryIs(key, vlanId);
+  }
+}
+
+TEST_F(FollowTest, AtEveryRestTheFollowerHoldsWhatTheWriterWrote) {
+  for (unsigned seed = 1; seed <= 60; ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    fs::remove_all(directory + "/a");
+    std::minstd_rand random(seed);
+    auto writer = writing();
+    auto follower = following();
+    for (int rest = 0; rest < 25; ++rest) {
+      // The journal of these tables has 64 entries: some bursts are longer than it reaches back.
+      for (auto burst = random() % (rest % 5 == 0 ? 400 : 30); burst-- > 0;) {
+        change(of(*writer), random);
+        // Taken up in portions, while the writer goes on.
+        if (random() % 4 == 0) follower->follower()->takeUp([&] { return random() % 2 == 0; });
+      }
+      if (random() % 6 == 0) {
+        // The next writer finds what the one before left.
+        writer.reset();
+        writer = writing();
+      }
+      catchUp(*follower, [&] { return random() % 3 == 0; });
+      ASSERT_EQ(dump(of(*follower)), dump(of(*writer)));
+      if (rest % 8 == 7) {
+        // The two exchange their roles; the entities stay the same objects.
+        const Vesk::Entity* const entity = follower->entity().get();
+        writer->follow();
+        follower->claim();
+        ASSERT_EQ(follower->entity().get(), entity);
+        std::swap(writer, follower);
+      }
+    }
+  }
+}
+
+TEST_F(FollowTest, ReactorsHearOfChangedKeysOnlyAndOfWholeEntities) {
+  auto writer = writing();
+  of(*writer).entryIs(1, VlanId(1));
+  of(*writer).entryIs(2, VlanId(2));
+  const auto follower = following();
+  Ear ear;
+  ear.rootIs(follower->entity());
+  const auto heard = [&] {
+    catchUp(*follower);
+    return ear.take();
+  };
+  EXPECT_EQ(heard(), std::vector<std::string>{});
+  of(*writer).entryIs(2, VlanId(3));
+  of(*writer).entryIs(1, VlanId(9));
+  of(*writer).entryIs(1, VlanId(1));
+  EXPECT_EQ(heard(), std::vector<std::string>{"2 entry"}) << "1 is as it was";
+  const auto vlan = of(*writer).vlanIs(VlanId(7));
+  vlan->readyIs(true);
+  vlan->groupIs(5)->valueIs(55);
+  EXPECT_EQ(heard(), (std::vector<std::string>{"7/came vlan=7;ready=true;group=;",
+                                               "7/5/came group=5;value=55;route=;"}));
+  vlan->groupIs(5)->routeIs(50);
+  EXPECT_EQ(heard(), std::vector<std::string>{"7/5/50 route"});
+  of(*writer).vlanDel(VlanId(7));
+  EXPECT_EQ(heard(), std::vector<std::string>{"7/went"}) << "with what it held";
+  // The next writer makes every reader look at all rows: what is as it was is no news.
+  writer.reset();
+  writer = writing();
+  of(*writer).versionIs(4);
+  EXPECT_EQ(heard(), std::vector<std::string>{"version"});
+}
+
+TEST_F(FollowTest, ASecondWriterIsRefusedAndFollowsOn) {
+  auto writer = writing();
+  of(*writer).entryIs(1, VlanId(1));
+  const auto other = following();
+  try {
+    other->claim();
+    FAIL() << "claimed twice";
+  } catch (const TableError& error) {
+    EXPECT_NE(std::string(error.what()).find("process " + std::to_string(getpid())),
+              std::string::npos)
+        << error.what();
+  }
+  of(*writer).entryIs(2, VlanId(2));
+  catchUp(*other);
+  EXPECT_EQ(of(*other).entryCount(), 2U);
+  writer.reset();
+  other->claim();
+  of(*other).entryIs(3, VlanId(3));
+  EXPECT_EQ(of(*following()).entryCount(), 3U);
+}
+
+TEST_F(FollowTest, FilesThatComeGoAreReplacedOrDoNotFit) {
+  auto writer = writing();
+  const auto follower = following();
+  of(*writer).entryIs(1, VlanId(1));
+  of(*writer).vlanIs(VlanId(2))->groupIs(3)->routeIs(4);
+  catchUp(*follower);
+  EXPECT_EQ(dump(of(*follower)), dump(of(*writer)));
+  writer.reset();
+  // Rows wait for their parent, whichever file comes first.
+  const std::string vlans = directory + "/a/table.vlan.table";
+  fs::rename(vlans, vlans + ".away");
+  catchUp(*follower);
+  EXPECT_EQ(of(*follower).vlanCount(), 0U);
+  const auto late = following();
+  fs::rename(vlans + ".away", vlans);
+  for (SharedEntity* const each : {follower.get(), late.get()}) {
+    catchUp(*each);
+    EXPECT_TRUE(of(*each).vlanIs(VlanId(2))->groupIs(3)->routeHas(4));
+  }
+  // A foreign file is refused, once, and the table goes without it until it is mended.
+  const std::string entries = directory + "/a/table.entry.table";
+  fs::rename(entries, entries + ".away");
+  std::ofstream(entries) << "not a table";
+  catchUp(*follower);
+  catchUp(*follower);
+  EXPECT_EQ(refusals.size(), 1U);
+  EXPECT_NE(refusals.at(0).find(entries), std::string::npos);
+  EXPECT_EQ(of(*follower).entryCount(), 0U);
+  fs::rename(entries + ".away", entries);
+  catchUp(*follower);
+  EXPECT_EQ(of(*follower).entry(1), VlanId(1));
+}
+
+TEST_F(FollowTest, DamagedRowsAreMarkedOrLeftOutAndReported) {
+  std::vector<std::string> reports;
+  VeskSharedMem::corruptionSinkIs(
+      [&](const std::string&, const std::string& text) { reports.push_back(text); });
+  auto writer = writing();
+  of(*writer).entryIs(1, VlanId(100));
+  of(*writer).vlanIs(VlanId(2));
+  const auto follower = following();
+  const auto& entry = *Table::veskType().field("entry");
+  writer->writer()->markRow(of(*writer), entry, Vesk::bytesOf(std::uint16_t{1}), true);
+  catchUp(*follower);
+  EXPECT_EQ(of(*follower).entry(1), VlanId());
+  EXPECT_EQ(reports.size(), 1U);
+  of(*writer).entryIs(1, VlanId(101));
+  catchUp(*follower);
+  EXPECT_EQ(of(*follower).entry(1), VlanId(101)) << "mended by the writer";
+  // Rows that are whole, and yet no values: of another writer's making.
+  writer.reset();
+  for (const auto& file : VeskSharedMem::rowFilesOf(directory, "a/table", Table::veskType())) {
+    const auto raw = VeskSharedMem::TableWriter::open(file.file, file.shape);
+    if (file.name() == ".entry") raw->put("\x09\x00", "\xff\xff");
+    if (file.name() == ".vlan") raw->put("\xff\xff", "\x01");
+    if (file.name() == ".vlan") break;
+  }
+  reports.clear();
+  catchUp(*follower);
+  EXPECT_EQ(of(*follower).vlanCount(), 1U);
+  EXPECT_EQ(reports.size(), 1U) << "an entity whose key does not read";
+  EXPECT_EQ(of(*follower).entry(9), VlanId());
+  EXPECT_EQ(reports.size(), 2U);
+}
+
+TEST_F(FollowTest, AWaitEndsByAChangeInAnyOfManyTablesByAFileOrByTime) {
+  // More tables than the kernel waits on at once.
+  constexpr int tables = 300;
+  const auto pathOf = [&](int i) { return directory + "/" + std::to_string(i) + ".table"; };
+  const VeskSharedMem::TableShape shape{2, 2, 16, 5};
+  std::vector<std::unique_ptr<VeskSharedMem::TableWriter>> writers;
+  std::vector<std::unique_ptr<VeskSharedMem::TableReader>> readers;
+  TableWaiter::Watched watched;
+  for (int i = 0; i < tables; ++i) {
+    writers.push_back(VeskSharedMem::TableWriter::open(pathOf(i), shape));
+    readers.push_back(VeskSharedMem::TableReader::open(pathOf(i), shape));
+    watched.tables.push_back({readers.back().get(), readers.back()->cursor()});
+    watched.paths.push_back(pathOf(i));
+  }
+  watched.paths.push_back(directory + "/not/yet/there.table");
+  TableWaiter waiter;
+  EXPECT_EQ(waiter.wait(watched, milliseconds(5000)), TableWaiter::Woken::byFile)
+      << "nobody has looked at the directories yet";
+  EXPECT_EQ(waiter.wait(watched, milliseconds(20)), TableWaiter::Woken::byTimeout);
+  const auto wokenBy = [&](const std::function<void()>& act) {
+    std::thread later([&] {
+      std::this_thread::sleep_for(milliseconds(20));
+      act();
+    });
+    const auto woken = waiter.wait(watched, milliseconds(20000));
+    later.join();
+    return woken;
+  };
+  std::uint16_t value = 0;
+  for (const int i : {0, 126, 127, 128, 299, 0}) {
+    const auto write = [&, i] {
+      writers[i]->put("ab", &++value);
+      writers[i]->wakeReaders();
+    };
+    ASSERT_EQ(wokenBy(write), TableWaiter::Woken::byTable) << i;
+    ASSERT_EQ(waiter.wait(watched, milliseconds(20000)), TableWaiter::Woken::byTable)
+        << "it is not taken up yet";
+    watched.tables[static_cast<std::size_t>(i)].cursor = readers[i]->cursor();
+    ASSERT_EQ(waiter.wait(watched, milliseconds(5)), TableWaiter::Woken::byTimeout) << i;
+  }
+  for (const char* const way : {"/not", "/not/yet"}) {
+    ASSERT_EQ(wokenBy([&] { fs::create_directory(directory + way); }), TableWaiter::Woken::byFile);
+    ASSERT_EQ(waiter.wait(watched, milliseconds(5000)), TableWaiter::Woken::byFile);
+  }
+  const auto make = [&] {
+    VeskSharedMem::TableWriter::open(directory + "/not/yet/there.table", shape);
+  };
+  ASSERT_EQ(wokenBy(make), TableWaiter::Woken::byFile);
+}
+
+}  // namespace followtest
