@@ -1,5 +1,5 @@
 # Thin front for the presets in CMakePresets.json and the scripts in scripts/.
-.PHONY: all setup build demo test sanitize check bench format clean
+.PHONY: all setup build demo test sanitize fuzz check bench format clean
 .DEFAULT_GOAL := build
 
 PRESET ?= release
@@ -24,12 +24,15 @@ sanitize: setup
 	@scripts/build sanitize
 	@scripts/run-tests sanitize
 
+fuzz: setup
+	@scripts/fuzz
+
 check: setup
 	@scripts/check
 
 bench: setup
 	@scripts/build release
-	@build/release/corvane_bench
+	@scripts/bench
 
 format:
 	@scripts/check-format --fix

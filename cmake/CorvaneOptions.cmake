@@ -2,6 +2,7 @@
 
 option(BUILD_TESTING "Build the tests" ON)
 option(CORVANE_BENCH "Build the benchmarks" ON)
+option(CORVANE_FUZZ "Build the fuzz targets, which needs clang" OFF)
 option(CORVANE_PCH "Use precompiled headers" ON)
 option(CORVANE_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 option(CORVANE_WERROR "Treat warnings as errors" ON)
@@ -51,8 +52,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
       -Wshadow=local -Wsuggest-override -Wduplicated-cond -Wlogical-op
       # Misfires on std::string concatenation in g++ 12.
       -Wno-restrict)
-elseif(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  target_compile_options(corvane_common INTERFACE -Wshadow)
 endif()
 if(CORVANE_WERROR)
   target_compile_options(corvane_common INTERFACE -Werror)
