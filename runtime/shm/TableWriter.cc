@@ -69,6 +69,7 @@ void TableWriter::settleRows() {
     sharedWord(file_.index()[slot]).store(0, std::memory_order_relaxed);
   }
   // Downwards, so that the free list hands out low numbers first and scans stay short.
+  homes_.assign(highWater_, 0);
   for (uint32_t number = highWater_; number-- > 0;) {
     const RowView row = file_.row(number);
     const uint32_t word = row.word().load(std::memory_order_relaxed);
@@ -98,6 +99,7 @@ void TableWriter::indexRow(uint32_t number, uint64_t hash) {
   } else {
     ++rowCount_;
   }
+  homes_[keeper] = layout_.homeSlot(hash);
   sharedWord(file_.index()[place.slot])
       .store(layout_.slotEntry(hash, keeper), std::memory_order_relaxed);
 }
@@ -167,6 +169,8 @@ TableWriter::Put TableWriter::put(const void* key, const void* value) {
 // stands in the word of a row that was not in use yet.
 void TableWriter::insertRow(uint32_t number, Place place, uint64_t hash, const void* key,
                             const void* value) {
+  homes_.resize(std::max<size_t>(homes_.size(), highWater_));
+  homes_[number] = layout_.homeSlot(hash);
   const RowView row = file_.row(number);
   const uint32_t word = row.word().load(std::memory_order_relaxed) & ~RowWord::kStateMask;
   row.word().store(word | RowWord::kBusy, std::memory_order_release);
@@ -263,8 +267,7 @@ void TableWriter::dropSlot(uint32_t slot) {
     if (entry == 0) break;
     const uint32_t number = layout_.slotRow(entry);
     if (!isUsable(number)) continue;
-    const uint32_t home = layout_.homeSlot(layout_.hashOfKey(file_.row(number).bytes()));
-    if (distance(home, at) < distance(hole, at)) continue;
+    if (distance(homes_[number], at) < distance(hole, at)) continue;
     storeSlotAfterBump(hole, entry);
     hole = at;
   }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "runtime/shm/TableFile.h"
 
@@ -85,6 +86,9 @@ class TableWriter {
   TableHeader& header_;
   uint64_t journalHead_;
   uint32_t highWater_;
+  // Slot at which the search for a row's key starts, by row number: closing a gap in the index asks
+  // for it, and the rows themselves are far apart in memory.
+  std::vector<uint32_t> homes_;
   uint32_t indexVersion_;
   uint32_t rowCount_ = 0;
   uint32_t freeRow_ = kNoRow;  // the rest of the list goes through the free rows' checksum words
