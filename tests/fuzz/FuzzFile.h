@@ -47,6 +47,17 @@ class FuzzFile {
   std::string path_;
 };
 
+/// Runs the function; what it throws of this type must name the file.
+template <class Error, class Function>
+void attempt(const FuzzFile& file, Function function) {
+  try {
+    function();
+  } catch (const Error& error) {
+    if (std::string(error.what()).find(file.path()) == std::string::npos)
+      finding("an error without the path");
+  }
+}
+
 /// Overwrites up to 8 bytes, aligned to 4 because most of what a file counts with is.
 template <class Input>
 void damage(std::string& bytes, std::size_t begin, std::size_t end, Input& input) {

@@ -237,12 +237,7 @@ void writeUnderDamage(TableWriter& writer, FuzzedDataProvider& input) {
 
 template <class Function>
 void attempt(Function f) {
-  try {
-    f();
-  } catch (const TableError& error) {
-    if (std::string(error.what()).find(file().path()) == std::string::npos)
-      finding("an error without the path");
-  }
+  Fuzz::attempt<TableError>(file(), f);
 }
 
 }  // namespace

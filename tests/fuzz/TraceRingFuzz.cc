@@ -39,14 +39,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       Fuzz::damage(bytes, 0, input.ConsumeBool() ? headBytes : bytes.size(), input);
   }
   file().contentIs(bytes);
-  try {
+  Fuzz::attempt<Fleetlog::FileError>(file(), [&] {
     const auto ring = Fleetlog::readRing(file().path());
     for (const auto& record : ring.records)
       if (record.text.size() > bytes.size() || record.level >= Fleetlog::levelCount)
         Fuzz::finding("a record that cannot be");
-  } catch (const Fleetlog::FileError& error) {
-    if (std::string(error.what()).find(file().path()) == std::string::npos)
-      Fuzz::finding("an error without the path");
-  }
+  });
   return 0;
 }

@@ -81,8 +81,7 @@ TEST_F(BadInputTest, LookingAtWhatIsNoSuchTableIsRefused) {
   expectRefused("play " + kept, kept, "cannot be read");
 }
 
-// Little text that would be endless work: what contains itself, what is multiplied by aliases, and
-// what the parser reads as a document without end.
+// Little text that would be endless work. Others of its kind are inputs of the fuzz target.
 TEST_F(BadInputTest, AScenarioThatDoesNotEndIsRefused) {
   std::string multiplied = "a: &a [1, 1, 1, 1, 1, 1, 1, 1, 1, 1]\n";
   for (char c = 'b'; c < 'k'; ++c) {
@@ -91,15 +90,8 @@ TEST_F(BadInputTest, AScenarioThatDoesNotEndIsRefused) {
       items += fmt::format("*{}, ", static_cast<char>(c - 1));
     multiplied += fmt::format("{}: &{} [{}]\n", c, c, items);
   }
-  const std::string texts[] = {
-      "steps:\n  - write: &a {bridging/vlan/status: {vlanStatus: *a}}\n",
-      multiplied + "steps: *j\n",
-      ", a: b\n",
-  };
-  for (const std::string& text : texts) {
-    std::ofstream(directory / "bad.yaml") << text;
-    expectRefused("play " + directory / "bad.yaml", directory / "bad.yaml:", "");
-  }
+  std::ofstream(directory / "bad.yaml") << multiplied << "steps: *j\n";
+  expectRefused("play " + directory / "bad.yaml", directory / "bad.yaml:", "");
 }
 
 TEST_F(BadInputTest, APlayerThatCannotWriteLeavesNothingHalfMade) {

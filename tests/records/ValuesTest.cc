@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "records/Rows.h"
-#include "runtime/KeyedMap.h"
+#include "tests/ErrorOf.h"
 
 namespace {
 
@@ -33,16 +33,6 @@ std::string bytesOf(const T& value) {
   return bytes;
 }
 
-template <class Call>
-std::string rangeErrorOf(Call call) {
-  try {
-    call();
-  } catch (const Ombra::RangeException& error) {
-    return error.what();
-  }
-  return "no error";
-}
-
 /// The text reads, prints as itself, and the value survives its bytes with hash and equality.
 template <class T>
 void expectSame(std::string_view text) {
@@ -60,14 +50,6 @@ void expectSame(std::string_view text) {
   EXPECT_EQ(Vesk::hashValue(again), Vesk::hashValue(value));
 }
 
-/// The same for the default value, whose text is given.
-template <class T>
-void expectDefault(std::string_view text) {
-  EXPECT_EQ(textOf(T{}), text) << Vesk::typeNameOf<T>();
-  EXPECT_EQ(valueOf<T>(text), T{}) << Vesk::typeNameOf<T>();
-  expectSame<T>(text);
-}
-
 template <class T>
 void expectOrder(const std::vector<std::string>& texts) {
   std::vector<T> values;
@@ -82,58 +64,34 @@ void expectOrder(const std::vector<std::string>& texts) {
 }
 
 TEST(Values, ScalarsKeepTextAndBytes) {
-  expectDefault<VlanId>("1");
   expectSame<VlanId>("4094");
-  expectDefault<VlanIdOrNone>("0");
   expectSame<VlanIdOrNone>("4094");
-  expectDefault<ExtendedVlanId>("0");
   expectSame<ExtendedVlanId>("16383");
-  expectDefault<Vrf::VrfIdMap::VrfId>("0");
-  expectDefault<Vxlan::VniExtOrNone>("0");
   expectSame<Vxlan::VniExtOrNone>("4294967295");
   expectSame<Vxlan::VniSourcePair>("10010,3");
-  expectDefault<VrfName>("\"\"");
-  for (const auto* text : {"default", "red", "\"a,b\"", "\"a b\"", "\"[x=1]\""})
+  for (const auto* text : {"\"\"", "default", "red", "\"a,b\"", "\"a b\"", "\"[x=1]\""})
     expectSame<VrfName>(text);
-  expectDefault<IntfId>("\"\"");
   for (const auto* text : {"Vlan10", "Ethernet1/2/3", "Ethernet1.100", "Management"})
     expectSame<IntfId>(text);
-  expectDefault<IpAddr>("0.0.0.0");
   expectSame<IpAddr>("255.1.2.3");
-  expectDefault<Ip6Addr>("::");
-  expectDefault<Pavlin::EthAddr>("00:00:00:00:00:00");
   expectSame<Pavlin::EthAddr>("00:1a:22:33:44:ff");
-  expectDefault<IpGenAddr>("none");
-  for (const auto* text : {"0.0.0.0", "::", "239.1.1.1", "ff0e::1"})
+  for (const auto* text : {"none", "0.0.0.0", "::", "239.1.1.1", "ff0e::1"})
     expectSame<IpGenAddr>(text);
-  expectDefault<Routing::Multicast::OverlayAddr>("none");
   expectSame<Routing::Multicast::UnderlayAddr>("ff0e::1");
-  expectDefault<IpGenPrefix>("none");
-  for (const auto* text : {"0.0.0.0/0", "::/0", "239.1.1.0/28", "10.0.0.1/32", "ff0e::1/128"})
+  for (const auto* text :
+       {"none", "0.0.0.0/0", "::/0", "239.1.1.0/28", "10.0.0.1/32", "ff0e::1/128"})
     expectSame<IpGenPrefix>(text);
-  expectDefault<Pavlin::IpPrefix>("0.0.0.0/0");
-  expectDefault<Pavlin::Ip6Prefix>("::/0");
   expectSame<Pavlin::Ip6Prefix>("ff0e::/112");
 }
 
 TEST(Values, KeysFlattenTheirFields) {
-  expectDefault<Routing::Multicast::OverlayVlanGroup>("1,none");
   expectSame<Routing::Multicast::OverlayVlanGroup>("10,239.1.1.1");
-  expectDefault<Routing::Multicast::OverlayRouteKey>("none,none,\"\"");
   expectSame<Routing::Multicast::OverlayRouteKey>("10.1.1.1,239.1.1.1,Vlan10");
   expectSame<Routing::Multicast::OverlayRoute>("0.0.0.0,239.1.1.1");
-  expectDefault<Routing::Multicast::UnderlayRoute>("none,none,PimSsm");
   expectSame<Routing::Multicast::UnderlayRoute>("10.0.0.1,232.1.1.1,PimAsm");
-  expectDefault<Multicast::L2PortVlan>("\"\",1");
   expectSame<Routing::Multicast::Fib::IpGenRouteKey>("10.1.1.1/32,239.1.1.1/32");
-  expectSame<Routing::Gmp::Briskel::RouteIntfKey>("10.0.0.1,232.1.1.1,Vlan20");
-  expectDefault<Multicast::Tunnel::McastTunnelEndpoint>("0,none");
   expectSame<Multicast::Tunnel::McastTunnelId>("144115188075855873");
-  expectSame<Arp::Table::ArpKey>("1,10.1.1.1,Vlan10");
-  expectSame<Briskel::Bridging::FdbKey>("10,00:11:22:33:44:55");
   expectSame<Stage::AgentStatusKey>("Corvane,CorvaneEncapReconcile,default");
-  expectSame<Ip6::IntfAddrInfo>("Vlan20,ff02::d");
-  expectDefault<Evpn::VlanEncap>("1,vxlan");
   expectSame<Multicast::Vpn::L3OverlayGroupSmBookmark>("red,10.1.1.1,239.1.1.1,Vlan10");
   EXPECT_FALSE(Multicast::Vpn::IpTunnelVlanMcastGroupSmInputBookmark{});
   EXPECT_TRUE(valueOf<Multicast::Vpn::IpTunnelVlanMcastGroupSmInputBookmark>("T,1,none"));
@@ -146,29 +104,26 @@ TEST(Values, RowsLeaveOutTheirKey) {
             "0.0.0.1,0.0.0.2,PimAsm");
   EXPECT_EQ(rowText(ElectedDFStatus{{}, false, IpAddr(0x0a000003)}), "false,10.0.0.3");
   EXPECT_EQ(rowText(ExternalForwarderIntfStatus{{}, ExternalForwarderRole::forwarder}), "1");
-  EXPECT_EQ(rowText(IpTunnelFloodConfigEntry()), "1,none");
   EXPECT_EQ(rowText(Arp::ProactiveArp::Request{}), "");
-  EXPECT_EQ(rowText(Multicast::Tunnel::PimVxlanTunnelRequest{}), "pimSsm");
-  EXPECT_EQ(rowText(Vxlan::RemoteVniCache{}), "\"\",0");
   expectSame<Routing::Multicast::UnderlayRouteContext>("10.0.0.1,232.1.1.1,PimSsm,20,1");
-  expectSame<Routing::Gmp::Briskel::Membership>("10.0.0.1,232.1.1.1,Vlan20,1");
 }
 
 TEST(Values, NumbersOutOfRangeThrow) {
   const std::string vlan = "Bridging::VlanId::value < 1 or > 4094 not allowed";
   const std::string vlanOrNone = "Bridging::VlanIdOrNone::value > 4094 not allowed";
   for (const unsigned value : {0U, 4095U, 65537U})
-    EXPECT_EQ(rangeErrorOf([&] { return VlanId(value); }), vlan);
+    EXPECT_EQ(errorOf<Ombra::RangeException>([&] { return VlanId(value); }), vlan);
   for (const unsigned value : {4095U, 65536U})
-    EXPECT_EQ(rangeErrorOf([&] { return VlanIdOrNone(value); }), vlanOrNone);
-  EXPECT_EQ(rangeErrorOf([] { return valueOf<VlanId>("4095"); }), vlan);
-  EXPECT_EQ(rangeErrorOf([] { return VlanId::fromBytes("\0"); }), vlan);
-  EXPECT_EQ(rangeErrorOf([] { return VlanIdOrNone::fromBytes("\xff\xff"); }), vlanOrNone);
-  EXPECT_EQ(rangeErrorOf([] { return IpGenPrefix(IpAddr(), 33); }),
+    EXPECT_EQ(errorOf<Ombra::RangeException>([&] { return VlanIdOrNone(value); }), vlanOrNone);
+  EXPECT_EQ(errorOf<Ombra::RangeException>([] { return valueOf<VlanId>("4095"); }), vlan);
+  EXPECT_EQ(errorOf<Ombra::RangeException>([] { return VlanId::fromBytes("\0"); }), vlan);
+  EXPECT_EQ(errorOf<Ombra::RangeException>([] { return VlanIdOrNone::fromBytes("\xff\xff"); }),
+            vlanOrNone);
+  EXPECT_EQ(errorOf<Ombra::RangeException>([] { return IpGenPrefix(IpAddr(), 33); }),
             "Pavlin::IpGenPrefix::length > 32 not allowed");
 
   EXPECT_EQ(ExtendedVlanId(4094).vlanId(), VlanId(4094));
-  EXPECT_EQ(rangeErrorOf([] { return ExtendedVlanId(4096).vlanId(); }), vlan);
+  EXPECT_EQ(errorOf<Ombra::RangeException>([] { return ExtendedVlanId(4096).vlanId(); }), vlan);
   EXPECT_DEATH((void)ExtendedVlanId(0).vlanId(), "value_ >= VlanId::min\\(\\)");
 }
 
@@ -176,11 +131,11 @@ TEST(Values, NamesTooLongThrow) {
   const std::string vrf = "Vesk::String::bytes > maxLength() not allowed";
   const std::string intf = "Pavlin::IntfId::name > 31 bytes not allowed";
   expectSame<VrfName>(std::string(100, 'v'));
-  EXPECT_EQ(rangeErrorOf([] { return VrfName(std::string(101, 'v')); }), vrf);
-  EXPECT_EQ(rangeErrorOf([] { return VrfName::fromBytes("\xff"); }), vrf);
+  EXPECT_EQ(errorOf<Ombra::RangeException>([] { return VrfName(std::string(101, 'v')); }), vrf);
+  EXPECT_EQ(errorOf<Ombra::RangeException>([] { return VrfName::fromBytes("\xff"); }), vrf);
   expectSame<IntfId>(std::string(31, '7'));
-  EXPECT_EQ(rangeErrorOf([] { return IntfId(std::string(32, 'i')); }), intf);
-  EXPECT_EQ(rangeErrorOf([] { return IntfId::fromBytes("\x20"); }), intf);
+  EXPECT_EQ(errorOf<Ombra::RangeException>([] { return IntfId(std::string(32, 'i')); }), intf);
+  EXPECT_EQ(errorOf<Ombra::RangeException>([] { return IntfId::fromBytes("\x20"); }), intf);
 }
 
 TEST(Values, TextsThatDoNotReadThrow) {
@@ -214,8 +169,6 @@ TEST(Addresses, Ipv6TextIsCanonical) {
   };
   for (const auto& [in, out] : cases)
     EXPECT_EQ(textOf(valueOf<Ip6Addr>(in)), out);
-  EXPECT_EQ(textOf(Pavlin::ip6AddrPimRouters), "ff02::d");
-  EXPECT_EQ(textOf(Pavlin::ipAddrPimRouters), "224.0.0.13");
 }
 
 TEST(Addresses, ThreeStatesAreToldApart) {
@@ -280,12 +233,6 @@ TEST(Names, HandlesStandForTheirTexts) {
   EXPECT_EQ(IntfId("Vlan7").hash(), Vesk::hashBytes("Vlan7"));
   EXPECT_EQ(bytesOf(VrfName("red")), "\3red" + std::string(97, '\0'));
   EXPECT_EQ(bytesOf(IntfId("Vlan7")), "\5Vlan7" + std::string(26, '\0'));
-
-  Vesk::KeyedMap<IntfId, int> map;
-  for (int i = 0; i < 300; ++i)
-    map.insert(IntfId(fmt::format("Ethernet{}", i)), i);
-  for (int i = 0; i < 300; ++i)
-    EXPECT_EQ(*map.find(IntfId(fmt::format("Ethernet{}", i))), i);
 }
 
 TEST(Names, InterfacesSortByClassThenNumbers) {
@@ -310,25 +257,13 @@ TEST(Names, InterfaceHelpersReadTheClass) {
   EXPECT_EQ(VxlanTunnelIntfId::vxlanTunnelId(VxlanTunnelIntfId::vxlanTunnelToIntfId(65535)), 65535);
   EXPECT_TRUE(Pavlin::MplsTrunkIntfId::isMplsTrunkIntfId(IntfId("MplsTrunk70000")));
   EXPECT_TRUE(Multicast::Tunnel::McastTunnelIntfId::isMcastTunnelIntfId(IntfId("McastTunnel1")));
-
-  const std::vector<std::pair<std::string, std::string>> shortNames{
-      {"Vlan10", "Vl10"}, {"Vxlan1", "Vx1"}, {"Ethernet1/2", "Et1/2"}, {"", ""}};
-  for (const auto& [name, shortName] : shortNames)
-    EXPECT_EQ(IntfId(name).shortName(), shortName);
 }
 
-TEST(Tables, ClientsSayWhereReceiversAre) {
+TEST(Tables, AClientThatIsNotKnownHasNoReceivers) {
   using namespace Irb::Multicast;
-  const std::vector<unsigned> masks{1, 0, 1, 3, 1, 8, 0, 0, 8, 8, 8, 4, 4, 8};
-  for (unsigned i = 0; i < masks.size(); ++i) {
-    const auto client = static_cast<App::Client>(i);
-    EXPECT_EQ(static_cast<unsigned>(receiverDomain(client)), masks[i]) << i;
-    EXPECT_EQ(App::stringValue(client), "client" + std::to_string(i));
-    EXPECT_EQ(App::ClientInstance(App::stringValue(client)), client);
-  }
-  EXPECT_EQ(static_cast<unsigned>(App::ClientInstance("client14")), 255U);
-  EXPECT_EQ(receiverDomain(static_cast<App::Client>(14)), ReceiverDomain::none);
-  EXPECT_EQ(receiverDomain(App::ClientInstance("")), ReceiverDomain::none);
+  EXPECT_EQ(App::ClientInstance("client13"), static_cast<App::Client>(13));
+  for (const auto client : {static_cast<App::Client>(14), App::ClientInstance("client14")})
+    EXPECT_EQ(receiverDomain(client), ReceiverDomain::none);
 }
 
 TEST(Tables, MasksDecideTheJoinOfADomain) {
@@ -350,11 +285,6 @@ TEST(Tables, EnumeratorsReadByNameAndNumber) {
   EXPECT_THROW(valueOf<Evpn::EncapType>("ip"), ParseError);
   EXPECT_EQ(valueOf<VlanTunnelConfigType>("floodUnderlay"), VlanTunnelConfigType::floodUnderlay);
   EXPECT_EQ(textOf(VlanTunnelConfigType::floodUnderlay), "2");
-  EXPECT_EQ(Routing::Multicast::stringValue(Routing::Multicast::irbRemoteDomainDecapStatus()),
-            "irbRemoteDomainDecapStatus");
-  EXPECT_EQ(Multicast::Tunnel::stringValue(Multicast::Tunnel::pimVxlan()), "pimVxlan");
-  EXPECT_EQ(Pavlin::stringValue(Pavlin::families[0]) + Pavlin::stringValue(Pavlin::families[1]),
-            "ipv4ipv6");
 }
 
 TEST(Tables, TunnelIdsCarryTypeAndAddress) {

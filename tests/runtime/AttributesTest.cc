@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "runtime/Record.h"
+#include "tests/ErrorOf.h"
 
 namespace attributestest {
 
@@ -109,12 +110,8 @@ TEST_F(AttributesTest, aPresentEntryWithOtherArgumentsThrows) {
   const auto sm = holder->slotsIs(5, {.number = 1});
   EXPECT_EQ(holder->slotsIs(5, {.number = 1}), sm);
   EXPECT_EQ(take(), Names{"slots5"});
-  try {
-    holder->slotsIs(5, {.number = 2});
-    ADD_FAILURE() << "no throw";
-  } catch (const std::logic_error& error) {
-    EXPECT_STREQ(error.what(), "entry is present with other arguments: 5");
-  }
+  EXPECT_EQ(errorOf<std::logic_error>([&] { holder->slotsIs(5, {.number = 2}); }),
+            "entry is present with other arguments: 5");
   EXPECT_EQ(holder->slots(5), sm);
 }
 

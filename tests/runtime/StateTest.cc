@@ -1,6 +1,5 @@
 // The state database: profiles and their errors, what mounting makes, and what outlives an agent.
 
-#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -9,6 +8,9 @@
 #include "runtime/StateDatabase.h"
 #include "runtime/Toggle.h"
 #include "runtime/values/Addresses.h"
+#include "tests/ErrorOf.h"
+#include "tests/TemporaryDirectory.h"
+#include "tests/runtime/Observer.h"
 
 namespace statetest {
 
@@ -41,29 +43,20 @@ struct MountCount final : Halden::Mounter {
 
 class StateTest : public testing::Test {
  protected:
-  StateTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "StateTest.XXXXXX").string();
-    directory = mkdtemp(pattern.data());
-    Halden::profileDirIs(directory);
-  }
+  StateTest() { Halden::profileDirIs(directory.path()); }
   ~StateTest() override {
     Halden::profileDirIs(CORVANE_PROFILE_DIR);
-    std::filesystem::remove_all(directory);
     database.remove("test");
   }
-  void profileIs(const std::string& text) { std::ofstream(directory + "/P.yaml") << text; }
+  void profileIs(const std::string& text) { std::ofstream(directory / "P.yaml") << text; }
   std::string errorOf(const std::string& text) {
     profileIs(text);
-    try {
-      (void)Halden::loadProfile("P");
-    } catch (const Orlane::ConfigError& error) {
-      const std::string what = error.what();
-      return what.starts_with(directory + "/P.yaml:") ? what.substr(directory.size() + 8)
-                                                      : "other file: " + what;
-    }
-    return "none";
+    const std::string error =
+        ::errorOf<Orlane::ConfigError>([] { (void)Halden::loadProfile("P"); });
+    const std::string place = directory / "P.yaml:";
+    return error.starts_with(place) ? error.substr(place.size()) : error;
   }
-  std::string directory;
+  TemporaryDirectory directory;
   Halden::StateDatabase& database = Halden::StateDatabase::instance();
 };
 
@@ -71,7 +64,7 @@ TEST_F(StateTest, aBadProfileIsRefusedWithFileLineKeyAndValue) {
   const std::string head = "profile: P\nmounts:\n";
   const std::string good = "  - {path: test/a, type: \"statetest::Status\"}\n";
   const std::pair<std::string, std::string> cases[] = {
-      {head + good, "none"},
+      {head + good, ""},
       {head + good + "  - {path: test/b, type: \"No::Such\"}\n",
        "4: path 'test/b': unknown type 'No::Such'"},
       {head + good + good, "4: path 'test/a' is mounted twice"},
@@ -88,7 +81,7 @@ TEST_F(StateTest, aBadProfileIsRefusedWithFileLineKeyAndValue) {
       {"- P\n", " not a mount profile"}};
   for (const auto& [text, error] : cases)
     EXPECT_EQ(errorOf(text), error) << text;
-  EXPECT_NE(errorOf("profile: P\n  - : [\n"), "none");
+  EXPECT_NE(errorOf("profile: P\n  - : [\n"), "");
   EXPECT_THROW((void)Halden::loadProfile("Absent"), Orlane::ConfigError);
 }
 
@@ -127,15 +120,7 @@ TEST_F(StateTest, contentsOutliveAnAgentAndItsSubscriptionsDoNot) {
       boost::dynamic_pointer_cast<Status>(database.create("test/status", "statetest::Status"));
   const auto dead = Ombra::make<WatchSm>(status);
   int observed = 0;
-  struct Observer : Vesk::Listener {
-    explicit Observer(int* n)
-        : Listener([](Listener& self, Ombra::FieldId, const void*) {
-            ++*static_cast<Observer&>(self).count;
-          }),
-          count(n) {}
-    int* count;
-  } observer(&observed);
-  observer.attach(status.get());
+  const Vesk::Observer observer(*status, [&](Ombra::FieldId) { ++observed; });
   const auto deader = Ombra::make<WatchSm>(status);
   status->valueIs(1);
   database.dropSubscribers();

@@ -19,6 +19,7 @@
 
 #include "runtime/shm/TableReader.h"
 #include "runtime/shm/TableWriter.h"
+#include "tests/ErrorOf.h"
 #include "tests/TemporaryDirectory.h"
 
 namespace VeskSharedMem {
@@ -96,12 +97,7 @@ Contents contentsOf(Table& table, uint32_t ids) {
 
 template <class Function>
 std::string errorOf(Function f) {
-  try {
-    f();
-  } catch (const TableError& error) {
-    return error.what();
-  }
-  return "";
+  return ::errorOf<TableError>(f);
 }
 
 template <class Function>

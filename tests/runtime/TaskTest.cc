@@ -109,35 +109,6 @@ TEST_F(TaskTest, tasksDieQueuedInAnotherBodyOrInTheirOwn) {
   EXPECT_TRUE(scheduler.pendingTaskNames().empty());
 }
 
-TEST_F(TaskTest, theOwnerIsHeldAroundTheBodyAndMayTakeTheTaskAlong) {
-  struct Owner {
-    struct Work : Task {
-      Work(TaskScheduler* scheduler, Owner& o) : Task(scheduler, 3, "work"), owner(o) {}
-      void run() override {
-        owner.self.reset();
-        *owner.goneInBody = *owner.gone;
-      }
-      void holdOwner() override { owner.hold = owner.self; }
-      void releaseOwner() override { auto last = std::move(owner.hold); }
-      Owner& owner;
-    };
-    Owner(TaskScheduler* scheduler, bool* goneFlag, bool* inBodyFlag)
-        : gone(goneFlag), goneInBody(inBodyFlag), task(scheduler, *this) {}
-    ~Owner() { *gone = true; }
-    bool *gone, *goneInBody;
-    std::shared_ptr<Owner> self, hold;
-    Work task;
-  };
-  bool gone = false, goneInBody = true;
-  auto owner = std::make_shared<Owner>(&scheduler, &gone, &goneInBody);
-  owner->self = owner;
-  owner->task.scheduleTask();
-  owner.reset();
-  EXPECT_TRUE(scheduler.runOne());
-  EXPECT_FALSE(goneInBody);
-  EXPECT_TRUE(gone);
-}
-
 TEST_F(TaskTest, timersRunInOrderOfTimeAndReplaceTheirExpiry) {
   auto a = make<TimerTask>("a"), b = make<TimerTask>("b"), c = make<TimerTask>("c");
   double inBody = 0;
@@ -174,23 +145,6 @@ TEST_F(TaskTest, timersRunInOrderOfTimeAndReplaceTheirExpiry) {
   b->scheduleTaskDelay(1);
   b->scheduleTaskDelay(TaskScheduler::never);
   EXPECT_EQ(scheduler.nextExpiry(), TaskScheduler::never);
-}
-
-TEST_F(TaskTest, inactiveTasksLeaveTheQueueAndAreNotRevived) {
-  auto task = make("task");
-  auto timer = make<TimerTask>("timer");
-  task->scheduleTask();
-  timer->scheduleTaskDelay(1);
-  for (Task* each : {static_cast<Task*>(task.get()), static_cast<Task*>(timer.get())}) {
-    each->activeIs(false);
-    each->scheduleTask();
-    each->activeIs(true);
-  }
-  passTo(1002);
-  EXPECT_TRUE(ran.empty());
-  task->scheduleTask();
-  scheduler.runUntilIdle();
-  EXPECT_EQ(ran, Names{"task"});
 }
 
 TEST_F(TaskTest, aSliceOfNItemsHoldsNItems) {

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "runtime/Toggle.h"
+#include "tests/ErrorOf.h"
+#include "tests/TemporaryDirectory.h"
 
 using namespace Orlane;
 
@@ -13,28 +15,14 @@ namespace {
 class ToggleTest : public testing::Test {
  protected:
   ToggleTest() {
-    std::string pattern = testing::TempDir() + "toggleXXXXXX";
-    dir = mkdtemp(pattern.data());
     toggleDirIs(dir);
     forgetToggles();
   }
-  ~ToggleTest() override {
-    std::filesystem::remove_all(dir);
-    toggleDirIs({});
-  }
+  ~ToggleTest() override { toggleDirIs({}); }
   void put(const std::string& file, const std::string& text) { std::ofstream(dir / file) << text; }
 
-  template <class F>
-  static std::string errorOf(F&& f) {
-    try {
-      f();
-    } catch (const ConfigError& error) {
-      return error.what();
-    }
-    return "";
-  }
-
-  std::filesystem::path dir;
+  TemporaryDirectory directory;
+  std::filesystem::path dir = directory.path();
 };
 
 TEST_F(ToggleTest, valuesAndDefaults) {
@@ -66,13 +54,15 @@ TEST_F(ToggleTest, badFilesNameFileKeyAndValue) {
            {"", {"T.json"}},
        }) {
     put("T.json", text);
-    auto error = errorOf([] { static_cast<void>(getToggleState("Gateway", "T.json", true)); });
+    auto error =
+        errorOf<ConfigError>([] { static_cast<void>(getToggleState("Gateway", "T.json", true)); });
     for (const auto& mention : mentions) {
       EXPECT_NE(error.find(mention), std::string::npos) << error << " lacks " << mention;
     }
   }
   std::filesystem::create_directory(dir / "D.json");
-  EXPECT_NE(errorOf([] { static_cast<void>(getToggleState("x", "D.json", true)); }), "");
+  EXPECT_NE(errorOf<ConfigError>([] { static_cast<void>(getToggleState("x", "D.json", true)); }),
+            "");
 }
 
 TEST_F(ToggleTest, aToggleKeepsItsFirstAnswer) {
@@ -88,7 +78,7 @@ TEST_F(ToggleTest, aToggleKeepsItsFirstAnswer) {
 TEST_F(ToggleTest, validationLooksAtEveryNameOfTheKnownFiles) {
   static constinit Toggle gateway("Gateway", "T.json", true), stage("Stage", "S.json", true);
   const std::array<const Toggle*, 2> known{&gateway, &stage};
-  auto validate = [&] { return errorOf([&] { validateToggleFiles(dir, known); }); };
+  auto validate = [&] { return errorOf<ConfigError>([&] { validateToggleFiles(dir, known); }); };
   put("T.json", R"({"Gateway": 0})");
   put("Other.json", R"({"Anything": "goes"})");
   EXPECT_EQ(validate(), "");
