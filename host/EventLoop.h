@@ -1,8 +1,8 @@
 // Drives an agent in real time: due timers, tables that other processes have changed, ready tasks.
-// Owns: nothing but the budget of a slice. Reads: the process's clock and scheduler, the tables that
-// are mounted to be read. Writes: what the logic writes.
-// Runs: one portion of changes and one task slice in turn, so that neither starves the other;
-// sleeps when there is neither, until a table changes or the next timer is due.
+// Owns: nothing but the budget of a slice. Reads: the process's clock and scheduler, the tables
+// that are mounted to be read. Writes: what the logic writes. Runs: one portion of changes and one
+// task slice in turn, so that neither starves the other; sleeps when there is neither, until a
+// table changes or the next timer is due.
 #pragma once
 
 #include <functional>

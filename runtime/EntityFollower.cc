@@ -116,7 +116,8 @@ void EntityFollower::takeInOrphans(const OtherFile& parent) {
 void EntityFollower::addTo(TableWaiter::Watched& watched) const {
   for (const OtherFile& file : files_) {
     watched.paths.push_back(file.layout->file);
-    if (file.follower) watched.tables.push_back({&file.follower->reader(), file.follower->cursor()});
+    if (file.follower)
+      watched.tables.push_back({&file.follower->reader(), file.follower->cursor()});
   }
 }
 

@@ -30,8 +30,8 @@ class SharedEntity {
   [[nodiscard]] bool holds(const Vesk::Entity& entity) const;
 
   [[nodiscard]] bool isWriter() const { return writer_ != nullptr; }
-  /// Becomes the writer. Throws TableError, and stays what it was, if a file has another layout or a
-  /// living process has claimed it.
+  /// Becomes the writer. Throws TableError, and stays what it was, if a file has another layout or
+  /// a living process has claimed it.
   void claim();
   /// Follows whoever writes; a claim is given up. Throws TableError for a file of another layout.
   void follow();

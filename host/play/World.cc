@@ -110,8 +110,8 @@ std::vector<Failure> World::write(const Address& address, const Content& patch) 
     return std::move(failures_);
   }
   const bool deletes = patch.kind == Content::Kind::absent;
-  Ombra::Ptr<Entity> at = address.shared ? tables().open(address.path, address.rootType->name())
-                                         : root(address);
+  Ombra::Ptr<Entity> at =
+      address.shared ? tables().open(address.path, address.rootType->name()) : root(address);
   if (!at && !deletes && !address.inProcess) {
     Content present;
     present.kind = Content::Kind::entity;

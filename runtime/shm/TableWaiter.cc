@@ -164,6 +164,8 @@ void TableWaiter::arm(const std::vector<Bell>& bells) {
 
 /// A file whose directory is not there yet is looked for from the nearest one that is.
 bool TableWaiter::watchDirectories(const std::vector<std::string>& paths) {
+  if (!directories_.empty() && paths == paths_) return false;
+  paths_ = paths;
   bool isNew = false;
   for (const std::string& path : paths) {
     const std::string directory = nearestDirectory(path);

@@ -47,9 +47,10 @@ class TableWaiter {
   bool drainArrivals();
   void arm(const std::vector<TableReader::Bell>& bells);
 
-  FileDescriptor rung_;      ///< an eventfd that the sleepers write to
-  FileDescriptor arrivals_;  ///< inotify
-  std::set<std::string> directories_;
+  FileDescriptor rung_;                ///< an eventfd that the sleepers write to
+  FileDescriptor arrivals_;            ///< inotify
+  std::vector<std::string> paths_;     ///< whose directories are watched
+  std::set<std::string> directories_;  ///< empty if they have to be looked at anew
   std::vector<std::unique_ptr<Sleeper>> sleepers_;
 };
 
