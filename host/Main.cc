@@ -49,9 +49,10 @@ int run(int argc, char** argv) {
   play->add_flag("--resume", arguments.play.resume,
                  "Start over what a former run published in the kept directory")
       ->needs(keep);
-  play->add_flag("--stay", arguments.play.stay,
-                 "Live on after the last step, in real time, and follow the tables that other "
-                 "processes write; Ctrl-C ends it");
+  auto* stay =
+      play->add_flag("--stay", arguments.play.stay,
+                     "Live on after the last step, in real time, and follow the tables that other "
+                     "processes write; Ctrl-C ends it");
   play->add_option("--trace", arguments.play.traceLevels,
                    "Traces on standard error: NAME/LEVELS;NAME/LEVELS, as in IpTunnel*/8,9");
   auto* seed =
@@ -59,7 +60,8 @@ int run(int argc, char** argv) {
                        "Shuffle ready tasks of equal priority and the order of subscribers");
   auto* crash = play->add_option("--crash-at", arguments.crashAt,
                                  "Crash the agent in its N-th write to an output, 0: in each in "
-                                 "turn, and ask whether the outputs end up the same");
+                                 "turn, and ask whether the outputs end up the same")
+                    ->excludes(stay);
   play->add_option("--explain", arguments.play.explain,
                    "At the end of each file, why an overlay group travels as it does: VLAN,GROUP");
   play->add_option("FILE", arguments.files, "Scenario files")->required();

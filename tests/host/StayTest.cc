@@ -1,5 +1,4 @@
 // A running agent among other processes: it notices what they write, and they what it writes.
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -11,7 +10,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 TEST(StayTest, OtherProcessesWriteWhatItReadsAndReadWhatItWrites) {
   const TemporaryDirectory directory;
@@ -28,10 +26,8 @@ TEST(StayTest, OtherProcessesWriteWhatItReadsAndReadWhatItWrites) {
 
   // The bridging table has no file yet, the ARP table has one.
   EXPECT_EQ(write("bridging/status:fdbEntry[10,00:00:00:00:10:05]", "Ethernet1").status, 0);
-  const auto before = Clock::now();
   EXPECT_EQ(write("arp/status:arpEntry[1,10.1.10.5,Vlan10]", "00:00:00:00:10:05,Vlan10").status, 0);
   EXPECT_EQ(watch.lineWith("239.1.1.7"), group + " = 10.0.0.1,232.1.1.7,PimSsm\n");
-  EXPECT_LT(Clock::now() - before, std::chrono::milliseconds(400)) << "woken, not found by looking";
   EXPECT_EQ(write("bridging/status:fdbEntry", "null").status, 0);
   EXPECT_EQ(watch.lineWith("239.1.1.7"), group + " removed\n");
 
