@@ -100,22 +100,19 @@ bool reads(const Vesk::ValueType& type, std::string_view bytes) {
   }
 }
 
-bool keyReads(const RowFile& file, std::string_view key) {
-  for (const FieldInfo* field : file.chain) {
-    const std::size_t size = field->keyType->byteSize();
-    if (!reads(*field->keyType, key.substr(0, size))) return false;
-    key.remove_prefix(size);
+/// Of bytes that are one value after the other: `type` names the type of each field's.
+bool eachReads(const std::vector<const FieldInfo*>& fields, const Vesk::ValueType* FieldInfo::*type,
+               std::string_view bytes) {
+  for (const FieldInfo* field : fields) {
+    const std::size_t size = (field->*type)->byteSize();
+    if (!reads(*(field->*type), bytes.substr(0, size))) return false;
+    bytes.remove_prefix(size);
   }
   return true;
 }
 
-bool valuesRead(const RowFile& file, std::string_view values) {
-  for (const FieldInfo* field : file.values) {
-    const std::size_t size = field->valueType->byteSize();
-    if (!reads(*field->valueType, values.substr(0, size))) return false;
-    values.remove_prefix(size);
-  }
-  return true;
+bool keyReads(const RowFile& file, std::string_view key) {
+  return eachReads(file.chain, &FieldInfo::keyType, key);
 }
 
 /// The entity that holds a row, or null; the key becomes the last part of itself.
@@ -187,7 +184,8 @@ std::unique_ptr<TableReader> readerOf(const std::string& file, const TableShape&
 
 Applied applyRow(Vesk::Entity& root, const RowFile& file, std::string_view key,
                  std::string_view value, bool corrupt) {
-  if (!keyReads(file, key) || !valuesRead(file, value)) return Applied::unreadable;
+  if (!keyReads(file, key) || !eachReads(file.values, &FieldInfo::valueType, value))
+    return Applied::unreadable;
   if (file.chain.empty()) {
     setValues(file, root, value);
     return Applied::done;
