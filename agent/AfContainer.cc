@@ -4,7 +4,7 @@
 
 namespace Multicast::Vpn {
 
-Ombra::Ptr<DomainContainer> AfContainer::domainContainer(Irb::Multicast::Domain domain) const {
+Ombra::Ptr<DomainContainer> AfContainer::domainContainer(Irb::Multicast::Domain domain) {
   switch (domain) {
     case Irb::Multicast::Domain::localDomain:
       return localDomainContainer();

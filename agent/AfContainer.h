@@ -35,7 +35,11 @@ class AfContainer final : public Vesk::Entity {
 
   [[nodiscard]] Agent* agent() const { return in.agent; }
   /// The container of a domain; null for a remote domain that does not exist.
-  [[nodiscard]] Ombra::Ptr<DomainContainer> domainContainer(Irb::Multicast::Domain domain) const;
+  [[nodiscard]] Ombra::Ptr<DomainContainer> domainContainer(Irb::Multicast::Domain domain);
+  [[nodiscard]] Ombra::Ptr<DomainContainer const> domainContainer(
+      Irb::Multicast::Domain domain) const {
+    return const_cast<AfContainer*>(this)->domainContainer(domain);
+  }
 
   VESK_VALUE(Pavlin::AddressFamily, af)
   VESK_INSTANCE(DomainContainer, localDomainContainer)

@@ -53,7 +53,7 @@ class CorvaneNsfSm final : public Vesk::Machine {
   VESK_RECORD(Multicast::Vpn::CorvaneNsfSm)
   struct Inputs {
     Ombra::Ptr<EncapReadyStatusColl const> encapReadyStatusColl;
-    Ombra::Ptr<DecapReadyStatusColl const> decapReadyStatusColl;
+    Ombra::Ptr<DecapReadyStatusColl> decapReadyStatusColl;
     Ombra::Ptr<Orlane::StagesHelper> ssoStagesHelper;
     bool operator==(const Inputs&) const = default;
   };

@@ -35,9 +35,17 @@ string(PREPEND CORVANE_INSTALL_RPATH "$ORIGIN/")
 add_library(corvane_common INTERFACE)
 target_include_directories(corvane_common INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_definitions(corvane_common INTERFACE
-    CORVANE_PROFILE_DIR="${CORVANE_PROFILE_DIR}"
-    CORVANE_SCENARIO_DIR="${CORVANE_SCENARIO_DIR}"
     $<$<NOT:$<CONFIG:RelWithDebInfo,Release>>:_GLIBCXX_ASSERTIONS>)
+
+# Paths of this tree are told only to the sources that use them: the compiler's cache then serves
+# any other tree with the same sources.
+set_source_files_properties(runtime/StateDatabase.cc tests/runtime/StateTest.cc
+    TARGET_DIRECTORY corvane_common
+    PROPERTIES COMPILE_DEFINITIONS "CORVANE_PROFILE_DIR=\"${CORVANE_PROFILE_DIR}\"")
+set_source_files_properties(
+    tests/fault/KilledPlayerTest.cc tests/host/BadInputTest.cc tests/host/StayTest.cc
+    TARGET_DIRECTORY corvane_common
+    PROPERTIES COMPILE_DEFINITIONS "CORVANE_SCENARIO_DIR=\"${CORVANE_SCENARIO_DIR}\"")
 
 # One code model for the library and the programs lets them share a precompiled header.
 target_compile_options(corvane_common INTERFACE -fPIC)
@@ -80,8 +88,10 @@ if(CORVANE_CCACHE)
   # Without this sloppiness the cache refuses sources that use a precompiled header.
   set(CMAKE_CXX_COMPILER_LAUNCHER
       "${CMAKE_COMMAND}" -E env
+      CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1
       CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
       "${CORVANE_CCACHE}")
+  target_compile_options(corvane_common INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.")
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(corvane_common INTERFACE -fpch-preprocess)
   endif()

@@ -15,7 +15,8 @@ IpTunnelGroupConfigSm::IpTunnelGroupConfigSm(Inputs inputs) : in(std::move(input
   handleInitialized();
 }
 
-void IpTunnelGroupConfigSm::vlanIntfGroupConfigIs(const Ombra::Ptr<IpTunnelGroupIntfConfig>& row) {
+void IpTunnelGroupConfigSm::vlanIntfGroupConfigIs(
+    const Ombra::Ptr<IpTunnelGroupIntfConfig const>& row) {
   const auto present = vlanIntfGroupConfig(row->intfId());
   if (present && present->in.row == row) return;
   vlanIntfGroupConfigAdopt(row->intfId(), Ombra::make<NestedSm_VlanIntfGroupConfig>(

@@ -111,8 +111,8 @@ class IpTunnelGroupIntfConfigSm final : public Vesk::Machine {
   VESK_INSTANCE(IntfVrfIndex, intfVrfIndex)
 
   /// Brings the nested machine in line with the row; false if it follows this row already.
-  bool vlanToMulticastGroupIs(const Ombra::Ptr<VlanGroupConfigEntry>& row);
-  bool vrfToMulticastGroupIs(const Ombra::Ptr<VrfGroupConfigEntry>& row);
+  bool vlanToMulticastGroupIs(const Ombra::Ptr<VlanGroupConfigEntry const>& row);
+  bool vrfToMulticastGroupIs(const Ombra::Ptr<VrfGroupConfigEntry const>& row);
 
   /// The configuration that applies to the vlan, as a row of nobody; null if none does.
   [[nodiscard]] Mapping getVlanMappingConfig(Bridging::VlanId vlanId) const;
@@ -248,7 +248,7 @@ class IpTunnelGroupConfigSm final : public Vesk::Machine {
   VESK_INSTANCES(Pavlin::IntfId, NestedSm_VlanIntfGroupConfig, vlanIntfGroupConfig)
 
   /// Brings the nested machine in line with the row.
-  void vlanIntfGroupConfigIs(const Ombra::Ptr<IpTunnelGroupIntfConfig>& row);
+  void vlanIntfGroupConfigIs(const Ombra::Ptr<IpTunnelGroupIntfConfig const>& row);
 
   /// The interface handled last decides: it becomes the one in force, or none is.
   void handleIntf(Pavlin::IntfId intfId);

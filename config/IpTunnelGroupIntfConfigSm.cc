@@ -39,7 +39,7 @@ IpTunnelGroupIntfConfigSm::IpTunnelGroupIntfConfigSm(Inputs inputs) : in(std::mo
 }
 
 bool IpTunnelGroupIntfConfigSm::vlanToMulticastGroupIs(
-    const Ombra::Ptr<VlanGroupConfigEntry>& row) {
+    const Ombra::Ptr<VlanGroupConfigEntry const>& row) {
   const auto present = vlanToMulticastGroup(row->vlanId());
   if (present && present->in.row == row) return false;
   vlanToMulticastGroupAdopt(row->vlanId(), Ombra::make<NestedSm_VlanToMulticastGroup>(
@@ -47,7 +47,8 @@ bool IpTunnelGroupIntfConfigSm::vlanToMulticastGroupIs(
   return true;
 }
 
-bool IpTunnelGroupIntfConfigSm::vrfToMulticastGroupIs(const Ombra::Ptr<VrfGroupConfigEntry>& row) {
+bool IpTunnelGroupIntfConfigSm::vrfToMulticastGroupIs(
+    const Ombra::Ptr<VrfGroupConfigEntry const>& row) {
   const auto present = vrfToMulticastGroup(row->vrfName());
   if (present && present->in.row == row) return false;
   vrfToMulticastGroupAdopt(row->vrfName(), Ombra::make<NestedSm_VrfToMulticastGroup>(
@@ -90,7 +91,7 @@ Ombra::Ptr<VlanToGroupMapping> IpTunnelGroupIntfConfigSm::getVlanMappingConfig(
   // The cache may lag behind the status, which decides.
   L3::VrfName vrfName = sbdToVrfMap(vlanId);
   const bool isSbdVlan = !vrfName.empty() && in.vtiStatus->vrfToSBDVlan(vrfName) == vlanId;
-  Ombra::Ptr<VrfGroupConfigEntry> vrfEntry;
+  Ombra::Ptr<VrfGroupConfigEntry const> vrfEntry;
   if (isSbdVlan) {
     vrfEntry = config.vrfToMulticastGroup(vrfName);
     if (auto t = traceHandle.at(9)) t << "Vrf " << vrfName << " has SBD vlan as vlanId " << vlanId;

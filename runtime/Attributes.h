@@ -112,9 +112,14 @@ class InstanceAttr {
   Ombra::Ptr<T> instance_;
 };
 
+/// What a reference of a record reads as when the record is const.
+template <class T>
+using ConstTarget =
+    std::conditional_t<std::is_const_v<T>, const Ombra::Ptr<T>&, Ombra::Ptr<T const>>;
+
 /// Keeps the owner of a collection alive while somebody iterates over it, and ends at a damaged
-/// row.
-template <class Attr>
+/// row. The entities of a const owner are const.
+template <class Attr, bool isConst>
 class Iteration {
  public:
   using Cursor = typename Attr::Map::Cursor;
@@ -128,7 +133,7 @@ class Iteration {
         : iteration_(iteration), cursor_(std::move(cursor)) {
       check();
     }
-    auto operator*() const { return Attr::entry(cursor_); }
+    auto operator*() const { return Attr::template entry<isConst>(cursor_); }
     Iterator& operator++() {
       cursor_.advance();
       check();
@@ -152,6 +157,12 @@ class Iteration {
   const Attr* attr_;
   Cursor start_;
 };
+
+template <class Owner, class Attr, class Cursor>
+[[nodiscard]] auto iterationOf(Owner& owner, const Attr& attr, Cursor start) {
+  return Iteration<Attr, std::is_const_v<Owner>>(Ombra::Ptr<const Entity>(&owner), attr,
+                                                 std::move(start));
+}
 
 /// What the three collections share: the map, and for shared tables the marks of damaged rows.
 template <class K, class V, bool Shared = false>
@@ -213,6 +224,7 @@ class MapAttr : public CollectionAttr<K, V, Shared> {
     K key;
     V value;
   };
+  template <bool isConst>
   static Entry entry(const typename KeyedMap<K, V>::Cursor& cursor) {
     return {cursor.key(), cursor.value()};
   }
@@ -247,7 +259,10 @@ class MapAttr : public CollectionAttr<K, V, Shared> {
 template <class K, bool Shared = false>
 class SetAttr : public CollectionAttr<K, NoValue, Shared> {
  public:
-  static K entry(const typename KeyedMap<K, NoValue>::Cursor& cursor) { return cursor.key(); }
+  template <bool isConst>
+  static K entry(const typename KeyedMap<K, NoValue>::Cursor& cursor) {
+    return cursor.key();
+  }
   [[nodiscard]] bool get(const Entity& owner, const K& key) const {
     return !this->damaged(owner, key) && this->map_.has(key);
   }
@@ -287,12 +302,14 @@ template <class K, class T>
 class InstanceMapAttr : public CollectionAttr<K, Ombra::Ptr<T>> {
  public:
   using Target = T;
+  template <class Entity>
   struct Entry {
     K key;
-    Ombra::Ptr<T> value;
+    Ombra::Ptr<Entity> value;
   };
-  static Entry entry(const typename KeyedMap<K, Ombra::Ptr<T>>::Cursor& cursor) {
-    return {cursor.key(), cursor.value()};
+  template <bool isConst>
+  static auto entry(const typename KeyedMap<K, Ombra::Ptr<T>>::Cursor& cursor) {
+    return Entry<std::conditional_t<isConst, T const, T>>{cursor.key(), cursor.value()};
   }
 
   [[nodiscard]] Ombra::Ptr<T> get(const K& key) const {

@@ -46,12 +46,14 @@ class Dir : public Entity {
   /// No error if there is none.
   void deleteEntity(const std::string& name) { entryState_.del(*this, entryStateIndex, name); }
   void deleteAll() { entryState_.delAll(*this, entryStateIndex); }
-  [[nodiscard]] Ombra::Ptr<Entity> entityPtr(const std::string& name) const {
+  [[nodiscard]] Ombra::Ptr<Entity> entityPtr(const std::string& name) {
     return entryState_.get(name);
   }
-  [[nodiscard]] auto entryStateIterator() const {
-    return Iteration(Ombra::Ptr<const Entity>(this), entryState_, entryState_.map().begin());
+  [[nodiscard]] Ombra::Ptr<Entity const> entityPtr(const std::string& name) const {
+    return entryState_.get(name);
   }
+  VESK_ITERATORS_(entryState, std::string, const)
+  VESK_ITERATORS_(entryState, std::string, )
   [[nodiscard]] bool empty() const { return entryState_.count() == 0; }
 
  private:

@@ -25,6 +25,9 @@
 //
 // `xAttr` names the attribute for a subscription: watch<&Sm::handleReady>(in.table,
 // VlanGroupTable::readyAttr). VESK_LOCAL_RECORD needs no VESK_REGISTER.
+//
+// What is read through a record that is const is const too: its entities, at any depth. Accessors
+// and reflection are templates, so that whoever includes a record compiles only what it uses of it.
 #pragma once
 
 #include "runtime/Attributes.h"
@@ -85,6 +88,7 @@
     static Attr& attr(VeskSelf& record) { return record.NAME##_; }                               \
   };                                                                                             \
   static constexpr NAME##Tag NAME##Attr{};                                                       \
+  template <class = void>                                                                        \
   static const Vesk::FieldInfo& veskField(Vesk::Count<NAME##Index>) {                            \
     static const Vesk::FIELD<NAME##Tag> field;                                                   \
     return field;                                                                                \
@@ -105,6 +109,7 @@
   }                                                                                              \
   static constexpr int NAME##Index = decltype(veskCount(Vesk::Rank<Vesk::maxMembers>{}))::value; \
   static Vesk::Count<NAME##Index + 1> veskCount(Vesk::Rank<NAME##Index + 1>);                    \
+  template <class = void>                                                                        \
   static const Vesk::FieldInfo& veskField(Vesk::Count<NAME##Index>) {                            \
     static const Vesk::KeyField<VeskSelf> field{#NAME, NAME##Index};                             \
     return field;                                                                                \
@@ -112,19 +117,30 @@
 
 #define VESK_VALUE(TYPE, NAME, ...)                       \
   VESK_FIELD_(NAME, ValueField, 0, Vesk::ValueAttr<TYPE>) \
+  template <class = void>                                 \
   [[nodiscard]] const TYPE& NAME() const {                \
     return NAME##_.get();                                 \
   }                                                       \
+  template <class = void>                                 \
   void NAME##Is(TYPE value) {                             \
     NAME##_.is(*this, NAME##Index, std::move(value));     \
   }                                                       \
   VESK_STORAGE_(NAME, Vesk::ValueAttr<TYPE> NAME##_{__VA_ARGS__})
 
+#define VESK_TARGET_(TARGET, NAME)                       \
+  template <class = void>                                \
+  [[nodiscard]] const Ombra::Ptr<TARGET>& NAME() {       \
+    return NAME##_.get();                                \
+  }                                                      \
+  template <class = void>                                \
+  [[nodiscard]] Vesk::ConstTarget<TARGET> NAME() const { \
+    return NAME##_.get();                                \
+  }
+
 #define VESK_REF(TARGET, NAME)                                \
   VESK_FIELD_(NAME, ReferenceField, 0, Vesk::RefAttr<TARGET>) \
-  [[nodiscard]] const Ombra::Ptr<TARGET>& NAME() const {      \
-    return NAME##_.get();                                     \
-  }                                                           \
+  VESK_TARGET_(TARGET, NAME)                                  \
+  template <class = void>                                     \
   void NAME##Is(Ombra::Ptr<TARGET> target) {                  \
     NAME##_.is(*this, NAME##Index, std::move(target));        \
   }                                                           \
@@ -132,40 +148,49 @@
 
 #define VESK_INSTANCE(TARGET, NAME)                               \
   VESK_FIELD_(NAME, InstanceField, 0, Vesk::InstanceAttr<TARGET>) \
-  [[nodiscard]] const Ombra::Ptr<TARGET>& NAME() const {          \
-    return NAME##_.get();                                         \
-  }                                                               \
+  VESK_TARGET_(TARGET, NAME)                                      \
+  template <class = void>                                         \
   Ombra::Ptr<TARGET> NAME##Is(TARGET::Inputs in = {}) {           \
     return NAME##_.is(*this, NAME##Index, std::move(in));         \
   }                                                               \
+  template <class = void>                                         \
   void NAME##Del() {                                              \
     NAME##_.del(*this, NAME##Index);                              \
   }                                                               \
   VESK_STORAGE_(NAME, Vesk::InstanceAttr<TARGET> NAME##_)
 
-#define VESK_COLLECTION_(NAME, KEY)                                                               \
-  [[nodiscard]] bool NAME##Has(const KEY& key) const {                                            \
-    return NAME##_.has(key) && !NAME##_.damaged(*this, key);                                      \
-  }                                                                                               \
-  [[nodiscard]] std::uint32_t NAME##Count() const {                                               \
-    return NAME##_.count();                                                                       \
-  }                                                                                               \
-  void NAME##Del(KEY key) {                                                                       \
-    NAME##_.del(*this, NAME##Index, key);                                                         \
-  }                                                                                               \
-  void NAME##DelAll() {                                                                           \
-    NAME##_.delAll(*this, NAME##Index);                                                           \
-  }                                                                                               \
-  [[nodiscard]] auto NAME##Iterator() const {                                                     \
-    return Vesk::Iteration(Ombra::Ptr<const Vesk::Entity>(this), NAME##_, NAME##_.map().begin()); \
-  }                                                                                               \
-  [[nodiscard]] auto NAME##IteratorFrom(const KEY& key) const {                                   \
-    return Vesk::Iteration(Ombra::Ptr<const Vesk::Entity>(this), NAME##_,                         \
-                           NAME##_.map().from(key));                                              \
+#define VESK_COLLECTION_(NAME, KEY)                          \
+  template <class = void>                                    \
+  [[nodiscard]] bool NAME##Has(const KEY& key) const {       \
+    return NAME##_.has(key) && !NAME##_.damaged(*this, key); \
+  }                                                          \
+  template <class = void>                                    \
+  [[nodiscard]] std::uint32_t NAME##Count() const {          \
+    return NAME##_.count();                                  \
+  }                                                          \
+  template <class = void>                                    \
+  void NAME##Del(KEY key) {                                  \
+    NAME##_.del(*this, NAME##Index, key);                    \
+  }                                                          \
+  template <class = void>                                    \
+  void NAME##DelAll() {                                      \
+    NAME##_.delAll(*this, NAME##Index);                      \
+  }                                                          \
+  VESK_ITERATORS_(NAME, KEY, const)
+
+#define VESK_ITERATORS_(NAME, KEY, CONST)                              \
+  template <class = void>                                              \
+  [[nodiscard]] auto NAME##Iterator() CONST {                          \
+    return Vesk::iterationOf(*this, NAME##_, NAME##_.map().begin());   \
+  }                                                                    \
+  template <class = void>                                              \
+  [[nodiscard]] auto NAME##IteratorFrom(const KEY& key) CONST {        \
+    return Vesk::iterationOf(*this, NAME##_, NAME##_.map().from(key)); \
   }
 
 #define VESK_MAP_(KEY, VALUE, NAME, CAPACITY, SHARED)                      \
   VESK_FIELD_(NAME, MapField, CAPACITY, Vesk::MapAttr<KEY, VALUE, SHARED>) \
+  template <class = void>                                                  \
   [[nodiscard]] VALUE NAME(const KEY& key) const {                         \
     return NAME##_.get(*this, key);                                        \
   }                                                                        \
@@ -174,11 +199,13 @@
 #define VESK_MAP_STORAGE_(KEY, VALUE, NAME, SHARED) \
   VESK_STORAGE_(NAME, Vesk::MapAttr<KEY, VALUE, SHARED> NAME##_)
 #define VESK_MAP_IS_(KEY, VALUE, NAME)                     \
+  template <class = void>                                  \
   void NAME##Is(KEY key, VALUE value) {                    \
     NAME##_.is(*this, NAME##Index, key, std::move(value)); \
   }
 /// Rows that hold their own key are stored under it.
 #define VESK_ROW_IS_(ROW, NAME)                            \
+  template <class = void>                                  \
   void NAME##Is(const ROW& row) {                          \
     NAME##_.is(*this, NAME##Index, Vesk::keyOf(row), row); \
   }
@@ -202,9 +229,11 @@
 
 #define VESK_SET_(KEY, NAME, CAPACITY, SHARED)                      \
   VESK_FIELD_(NAME, SetField, CAPACITY, Vesk::SetAttr<KEY, SHARED>) \
+  template <class = void>                                           \
   void NAME##Is(KEY key) {                                          \
     NAME##_.is(*this, NAME##Index, key);                            \
   }                                                                 \
+  template <class = void>                                           \
   void NAME##DelBefore(const KEY& key) {                            \
     NAME##_.delBefore(*this, NAME##Index, key);                     \
   }                                                                 \
@@ -216,12 +245,20 @@
 
 #define VESK_INSTANCES(KEY, TARGET, NAME)                                    \
   VESK_FIELD_(NAME, InstanceMapField, 0, Vesk::InstanceMapAttr<KEY, TARGET>) \
-  [[nodiscard]] Ombra::Ptr<TARGET> NAME(const KEY& key) const {              \
+  template <class = void>                                                    \
+  [[nodiscard]] Ombra::Ptr<TARGET> NAME(const KEY& key) {                    \
     return NAME##_.get(key);                                                 \
   }                                                                          \
+  template <class = void>                                                    \
+  [[nodiscard]] Ombra::Ptr<TARGET const> NAME(const KEY& key) const {        \
+    return NAME##_.get(key);                                                 \
+  }                                                                          \
+  VESK_ITERATORS_(NAME, KEY, )                                               \
+  template <class = void>                                                    \
   Ombra::Ptr<TARGET> NAME##Is(KEY key, TARGET::Inputs in = {}) {             \
     return NAME##_.is(*this, NAME##Index, key, std::move(in));               \
   }                                                                          \
+  template <class = void>                                                    \
   void NAME##Adopt(KEY key, const Ombra::Ptr<TARGET>& instance) {            \
     NAME##_.adopt(*this, NAME##Index, key, instance);                        \
   }                                                                          \

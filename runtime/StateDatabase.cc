@@ -117,7 +117,7 @@ StateDatabase::StateDatabase() : root_(Ombra::make<Vesk::Dir>()) {}
 Ombra::Ptr<Vesk::Entity> StateDatabase::find(std::string_view path) const {
   Ombra::Ptr<Vesk::Entity> at = root_;
   while (!path.empty()) {
-    const auto* dir = dynamic_cast<const Vesk::Dir*>(at.get());
+    auto* dir = dynamic_cast<Vesk::Dir*>(at.get());
     if (dir == nullptr) return nullptr;
     const std::string part(path.substr(0, path.find('/')));
     at = dir->entityPtr(part);
