@@ -130,28 +130,6 @@ TEST_F(TableFileCrashTest, EveryInstructionLeavesTheRowOldOrNew) {
   expectOldThenNew(repairs, before, before);
 }
 
-TEST_F(TableFileCrashTest, EveryInstructionOfClearLeavesWholeRows) {
-  std::unique_ptr<TableWriter> writer;
-  const auto prepare = [&] {
-    writer = TableWriter::open(path_, kShape);
-    for (uint32_t id = 0; id < 20; ++id)
-      put(*writer, id, id + 1);
-  };
-  const auto states = statesDuring(prepare, [&] { writer->clear(); });
-  if (states.empty()) GTEST_SKIP() << "tracing is not permitted here";
-  size_t rows = 20;
-  for (const std::string& state : states) {
-    std::ofstream(path_, std::ios::binary | std::ios::trunc) << state;
-    const Contents seen = contentsOf(*TableReader::open(path_, kShape), kIds);
-    for (const auto& [id, version] : seen)
-      ASSERT_EQ(version, id + 1);
-    ASSERT_LE(seen.size(), rows);
-    rows = seen.size();
-    ASSERT_EQ(contentsOf(*TableWriter::open(path_, kShape), kIds), seen);
-  }
-  EXPECT_EQ(rows, 0U);
-}
-
 // The reader goes a few instructions at a time and the table changes in between, so that changes
 // fall into gaps that two running processes hardly ever hit.
 TEST_F(TableFileCrashTest, ChangesBetweenAnyTwoInstructionsHideNoRow) {
