@@ -114,22 +114,24 @@ template <class T, class... K>
 /// Machines that are being made. One that is asked for again from inside its own constructor is not
 /// made twice: who asks gets null, and what was wanted last stands in the end.
 template <class Key, class T>
-class Making {
+class Making : private MakingTurns {
  public:
   using Inputs = typename T::Inputs;
   /// True if the key's machine is being made; then these are its wanted arguments, none to drop it.
   bool wants(const Key& key, std::optional<Inputs> in) {
-    for (Turn* turn = innermost_; turn != nullptr; turn = turn->outer)
-      if (turn->key == key) {
-        turn->wanted = std::move(in);
-        return true;
-      }
+    for (Link* link = innermost(); link != nullptr; link = link->outer) {
+      auto& turn = static_cast<Turn&>(*link);
+      if (turn.key != key) continue;
+      turn.wanted = std::move(in);
+      return true;
+    }
     return false;
   }
   /// `make` is called with the arguments until these are still the wanted ones.
   template <class Make>
   [[nodiscard]] Ombra::Ptr<T> make(const Key& key, Inputs in, Make make) {
-    Turn turn(this, key, std::move(in));
+    Turn turn(key, std::move(in));
+    const Begun begun(*this, turn);
     Ombra::Ptr<T> made;
     while (turn.wanted && !(made && sameInputs(*made, *turn.wanted))) {
       if (goesFirst<T>()) silence(std::exchange(made, nullptr));
@@ -141,18 +143,11 @@ class Making {
   }
 
  private:
-  struct Turn {
-    Turn(Making* of, const Key& k, Inputs in)
-        : making(of), key(k), wanted(std::move(in)), outer(of->innermost_) {
-      making->innermost_ = this;
-    }
-    ~Turn() { making->innermost_ = outer; }
-    Making* const making;
+  struct Turn : Link {
+    Turn(const Key& k, Inputs in) : key(k), wanted(std::move(in)) {}
     const Key key;
     std::optional<Inputs> wanted;
-    Turn* const outer;
   };
-  Turn* innermost_ = nullptr;
 };
 /// A record is made without a word to anybody.
 struct MakesAtOnce {};

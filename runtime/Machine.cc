@@ -84,6 +84,15 @@ void Machine::letGoOfOwned() {
         (*field)->reset(*this);
 }
 
+MakingTurns::Begun::Begun(MakingTurns& turns, Link& turn) : turns_(turns) {
+  turn.outer = turns.innermost_;
+  turns.innermost_ = &turn;
+}
+
+MakingTurns::Begun::~Begun() {
+  turns_.innermost_ = turns_.innermost_->outer;
+}
+
 void HeldMachine::tooDeep() {
   Ombra::fatal("machines hold each other more than 16 deep");
 }

@@ -114,6 +114,29 @@ class Machine : public Entity {
   bool zombie_ = false;
 };
 
+/// The machines that an attribute has under construction, the innermost first.
+class MakingTurns {
+ protected:
+  struct Link {
+    Link* outer = nullptr;
+  };
+  /// A turn stands in the list for its scope.
+  class Begun {
+   public:
+    Begun(MakingTurns& turns, Link& turn);
+    Begun(const Begun&) = delete;
+    Begun& operator=(const Begun&) = delete;
+    ~Begun();
+
+   private:
+    MakingTurns& turns_;
+  };
+  [[nodiscard]] Link* innermost() const { return innermost_; }
+
+ private:
+  Link* innermost_ = nullptr;
+};
+
 /// Keeps a machine and those that hold it through a call: whatever the call takes away ends after
 /// it, the inner one first, and none of them is called dead.
 class HeldMachine {

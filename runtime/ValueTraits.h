@@ -36,8 +36,6 @@ class LeafReader {
   explicit LeafReader(std::string_view text) : rest_(text) {}
   /// The next leaf without its quotes; throws ParseError if there is none.
   std::string next();
-  /// True, and nothing is left, if what is left is this text.
-  bool takeAll(std::string_view text);
   /// Throws ParseError if anything is left.
   void expectEnd() const;
 
@@ -228,7 +226,7 @@ struct Leaf<E> : PlainLeaf<E> {
   static std::uint64_t hash(E value) { return mixHash(static_cast<std::uint64_t>(value)); }
 };
 
-/// A value that may be absent, which reads as `none`.
+/// A value that may be absent, which reads as `none`. One leaf, whatever the value is.
 template <class T>
 struct Leaf<std::optional<T>> {
   using Absent = std::optional<T>;
@@ -237,7 +235,7 @@ struct Leaf<std::optional<T>> {
   static std::string text(const Absent& value);
   static void toBytes(const Absent& value, std::string& out);
   static Absent fromBytes(std::string_view& in);
-  static Absent read(LeafReader& reader);
+  static Absent fromText(const std::string& text);
 };
 
 // --- any value type
@@ -318,8 +316,6 @@ T readValue(LeafReader& reader) {
     forEachMember<T>(
         [&]<class M>(Member<T, M> member) { value.*member.pointer = readValue<M>(reader); });
     return value;
-  } else if constexpr (requires { Leaf<T>::read(reader); }) {
-    return Leaf<T>::read(reader);
   } else {
     return Leaf<T>::fromText(reader.next());
   }
@@ -362,9 +358,8 @@ std::optional<T> Leaf<std::optional<T>>::fromBytes(std::string_view& in) {
   return Vesk::fromBytes<T>(in);
 }
 template <class T>
-std::optional<T> Leaf<std::optional<T>>::read(LeafReader& reader) {
-  if (reader.takeAll("none")) return std::nullopt;
-  return readValue<T>(reader);
+std::optional<T> Leaf<std::optional<T>>::fromText(const std::string& text) {
+  return text == "none" ? std::nullopt : std::optional<T>(valueOf<T>(text));
 }
 
 }  // namespace Vesk
