@@ -29,7 +29,7 @@
 
 namespace Multicast::Vpn {
 
-class Agent final : public Orlane::CAgent {
+class Agent final : public Orlane::CAgent, public AgentControl {
   VESK_RECORD(Multicast::Vpn::Agent)
 
   /// The factory. The process holds one agent, named "Corvane".
@@ -38,11 +38,11 @@ class Agent final : public Orlane::CAgent {
 
   void doStage(const std::string& stageClass, const std::string& stage) override;
   /// Builds the launcher, unless this supervisor is standby.
-  void handleStandbyMode();
-  /// Called by the launcher: builds the machines; takes them down. A shutdown with nothing built is
-  /// harmless.
-  void startup();
-  void shutdown();
+  void handleStandbyMode() override;
+  void startup() override;
+  void shutdown() override;
+  [[nodiscard]] bool isStandby() const override { return standbyMode(); }
+  void isStandbyIs(bool standby) override { standbyModeIs(standby); }
 
   VESK_REF(Routing::Multicast::IpTunnelGroupConfig const, ipTunnelGroupConfig)
   VESK_REF(Routing::Multicast::IpTunnelGroupConfig const, ipTunnelRemoteDomainGroupConfig)
