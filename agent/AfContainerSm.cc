@@ -45,15 +45,13 @@ void AfContainerSm::handleInit() {
 void AfContainerSm::makeLeakMachines() {
   Sylva::TaskScheduler* const scheduler = Sylva::TaskSchedulerRoot::findOrCreateScheduler();
   policyRootIs(Ombra::make<Routing::Policy::PolicyRoot>());
-  const Routing::RouteMap::PrefixListConfigSm::Inputs lists{
-      .scheduler = scheduler,
-      .af = af,
-      .aclListConfig = agent().aclListConfig(),
-      .policyRoot = policyRoot()};
+  const auto& lists = agent().aclListConfig();
   if (af == Pavlin::ipv4()) {
-    prefixListConfigSmIs(lists);
+    adopt(prefixListConfigSmAttr,
+          Routing::RouteMap::prefixListConfigSmFactory(scheduler, lists, policyRoot()));
   } else {
-    ipv6PrefixListConfigSmIs(lists);
+    adopt(ipv6PrefixListConfigSmAttr,
+          Routing::RouteMap::ipv6PrefixListConfigSmFactory(scheduler, lists, policyRoot()));
   }
   const auto matcherStatus = Ombra::make<Routing::Multicast::VrfLeak::VrfLeakMatcherStatus>();
   const auto& leakConfig = in.container->vrfLeakConfig();

@@ -47,6 +47,11 @@ class AfContainerSm final : public Vesk::Machine {
 
   void handleInit();
   void makeLeakMachines();
+  /// Stores a machine that a factory made.
+  template <class Tag>
+  void adopt(Tag, const Ombra::Ptr<typename Tag::Attr::Target>& machine) {
+    Tag::attr(*this).adopt(*this, Tag::id, machine);
+  }
   void markNothingToDo();
   void addIpTunnelConfigStateMachines();
   void deleteIpTunnelConfigStateMachines();

@@ -87,7 +87,7 @@ void Agent::waitForStages(const Halden::EntityManager& em) {
                      .progressDir = progress,
                      .agentConfig = config,
                      .agent = this});
-  ssoStagesHelper()->instanceCompletionStatusDirIs(completion);
+  ssoStagesHelper()->setInstanceCompletionStatusDir(completion);
   corvaneNsfSmIs({.encapReadyStatusColl = encapReadyStatusColl(),
                   .decapReadyStatusColl = decapReadyStatusColl(),
                   .ssoStagesHelper = ssoStagesHelper()});
