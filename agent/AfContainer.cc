@@ -14,6 +14,13 @@ Ombra::Ptr<DomainContainer> AfContainer::domainContainer(Irb::Multicast::Domain 
   Ombra::fatal("assertion failed: Unsupported domain");
 }
 
+std::vector<Ombra::Ptr<DomainContainer>> AfContainer::domainContainers() {
+  std::vector<Ombra::Ptr<DomainContainer>> present;
+  for (const auto domain : domains)
+    if (auto container = domainContainer(domain)) present.push_back(std::move(container));
+  return present;
+}
+
 }  // namespace Multicast::Vpn
 
 VESK_REGISTER(Multicast::Vpn::AfContainer)
