@@ -43,6 +43,7 @@ class AfContainer final : public Vesk::Entity {
       Irb::Multicast::Domain domain) const {
     return const_cast<AfContainer*>(this)->domainContainer(domain);
   }
+  Ombra::Ptr<DomainContainer> domainContainerIs(Irb::Multicast::Domain domain);
   /// Those of the domains that exist.
   [[nodiscard]] std::vector<Ombra::Ptr<DomainContainer>> domainContainers();
 
