@@ -1,7 +1,7 @@
 #include "runtime/EntityFollower.h"
 
 #include <algorithm>
-#include <filesystem>
+#include <unistd.h>
 #include <utility>
 
 #include "runtime/Corruption.h"
@@ -29,7 +29,7 @@ void EntityFollower::findFiles(const Refusal& refused) {
 }
 
 void EntityFollower::open(OtherFile& file) {
-  if (!std::filesystem::exists(file.layout->file)) return;
+  if (access(file.layout->file.c_str(), F_OK) != 0) return;
   file.follower = std::make_unique<RowFollower>(readerOf(file.layout->file, file.layout->shape));
 }
 

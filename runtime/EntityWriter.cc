@@ -37,16 +37,16 @@ std::string keyOf(const Vesk::TreeObserver::Node& node) {
 
 EntityWriter::EntityWriter(std::string path, const std::vector<RowFile>& files)
     : path_(std::move(path)) {
-  for (const RowFile& layout : files) {
-    OwnFile& own = files_.emplace_back(OwnFile{&layout, nullptr});
-    if (std::filesystem::exists(layout.file))
-      own.writer = TableWriter::open(layout.file, layout.shape);
-  }
+  if (files.empty()) return;
+  std::error_code ignored;  // opening the first file says more
+  std::filesystem::create_directories(std::filesystem::path(files.front().file).parent_path(),
+                                      ignored);
+  for (const RowFile& layout : files)
+    files_.push_back({&layout, TableWriter::open(layout.file, layout.shape)});
 }
 
 void EntityWriter::load(Vesk::Entity& entity) {
   for (OwnFile& file : files_) {
-    if (!file.writer) continue;
     const TableShape& shape = file.layout->shape;
     std::vector<std::string> useless;
     file.writer->forEach([&](const void* key, const void* value, bool corrupt) {
@@ -75,16 +75,7 @@ EntityWriter::OwnFile& EntityWriter::fileOf(const Node& node, const FieldInfo* f
                            field == nullptr ? "values" : field->name));
 }
 
-/// Whoever wrote such a file since this table was opened is dead, and what counts is the entity.
-void EntityWriter::make(OwnFile& file) {
-  const RowFile& layout = *file.layout;
-  std::filesystem::create_directories(std::filesystem::path(layout.file).parent_path());
-  file.writer = TableWriter::open(layout.file, layout.shape);
-  if (file.writer->size() != 0) file.writer->clear();
-}
-
 void EntityWriter::put(OwnFile& file, const std::string& key, const std::string& value) {
-  if (!file.writer) make(file);
   switch (file.writer->put(key.data(), value.data())) {
     case TableWriter::Put::full:
       Ombra::fatal(fmt::format("table {}{} is full: capacity {}", path_, file.layout->name(),
@@ -97,7 +88,7 @@ void EntityWriter::put(OwnFile& file, const std::string& key, const std::string&
 }
 
 void EntityWriter::erase(OwnFile& file, const std::string& key) {
-  if (file.writer && file.writer->erase(key.data())) changed(file);
+  if (file.writer->erase(key.data())) changed(file);
 }
 
 void EntityWriter::changed(OwnFile& file) {
@@ -120,7 +111,7 @@ void EntityWriter::markRow(const Vesk::Entity& holder, const FieldInfo& field, s
   }
   OwnFile& file = fileOf(*node, &field);
   const std::string rowKey = keyOf(*node) + std::string(key);
-  if (file.writer && file.writer->markCorrupt(rowKey.data())) changed(file);
+  if (file.writer->markCorrupt(rowKey.data())) changed(file);
 }
 
 void EntityWriter::valueChanged(const Node& node, const FieldInfo& field, std::string_view key) {

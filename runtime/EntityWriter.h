@@ -1,5 +1,5 @@
 // Writes a shared table through to its files, as the one process that may.
-// Owns: the claim on each file that is there, and the making of files at their first row.
+// Owns: the claim on each file, from the beginning on, rows or not.
 // Reads: every change of the entity, at any depth, before any machine hears of it.
 // Writes: the rows; a write to the entity is in its file when the write returns. A full table ends
 // the process with its name. Caveat: readers that sleep are woken by wakeReaders only, so that a
@@ -19,8 +19,8 @@ namespace VeskSharedMem {
 
 class EntityWriter final : public Vesk::TreeObserver {
  public:
-  /// Claims the files that are there. Throws TableError for a file of another layout or one that a
-  /// living process has claimed; nothing is claimed then.
+  /// Claims all files, and makes those that are not there. Throws TableError for a file of another
+  /// layout or one that a living process has claimed; nothing is claimed then.
   EntityWriter(std::string path, const std::vector<RowFile>& files);
 
   /// Enters the rows of the files into the entity. A row without its parent, left by a process that
@@ -36,8 +36,8 @@ class EntityWriter final : public Vesk::TreeObserver {
  private:
   struct OwnFile {
     const RowFile* layout;
-    std::unique_ptr<TableWriter> writer;  ///< null until the first row
-    bool isDirty = false;                 ///< readers have not been woken since its last change
+    std::unique_ptr<TableWriter> writer;
+    bool isDirty = false;  ///< readers have not been woken since its last change
   };
 
   void valueChanged(const Node& node, const Vesk::FieldInfo& field, std::string_view key) override;
@@ -47,7 +47,6 @@ class EntityWriter final : public Vesk::TreeObserver {
   /// The file of a node's attribute, or of the node itself if `field` is null.
   [[nodiscard]] OwnFile* findFile(const Node& node, const Vesk::FieldInfo* field);
   [[nodiscard]] OwnFile& fileOf(const Node& node, const Vesk::FieldInfo* field);
-  void make(OwnFile& file);
   void put(OwnFile& file, const std::string& key, const std::string& value);
   void erase(OwnFile& file, const std::string& key);
   void changed(OwnFile& file);

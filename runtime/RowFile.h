@@ -3,7 +3,7 @@
 // it, one after the other; its value is the map's value, for a collection of entities the entity's
 // plain attributes, for a set nothing. Plain attributes of the record itself are the one row of the
 // file "<path>.values". Files are named <directory>/<path>.<attribute>[.<attribute>...].table and
-// made at the first row. A parent's row comes before those of its children and goes after them.
+// made by the first writer. A parent's row comes before those of its children and goes after them.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 #include "runtime/StateDatabase.h"
 
 #include <ios>
+#include <map>
 
 #include <fmt/format.h>
 #include <yaml-cpp/yaml.h>
@@ -13,6 +14,12 @@ namespace {
 std::string& profileDir() {
   static std::string directory = CORVANE_PROFILE_DIR;
   return directory;
+}
+
+/// Profiles that were read from there: to read one takes longer than to mount all that it lists.
+std::map<std::string, MountProfile>& knownProfiles() {
+  static std::map<std::string, MountProfile> profiles;
+  return profiles;
 }
 
 [[noreturn]] void refuse(const std::string& file, const YAML::Node& at, const std::string& text) {
@@ -67,6 +74,7 @@ void dropBelow(Vesk::Entity& entity, F drop) {
 
 void profileDirIs(std::string directory) {
   profileDir() = std::move(directory);
+  knownProfiles().clear();
 }
 
 MountProfile loadProfile(const std::string& name) {
@@ -157,7 +165,10 @@ void StateDatabase::dropSubscribers() {
 }
 
 void MountGroup::doMountAll(const std::string& profile) {
-  const MountProfile loaded = loadProfile(profile);
+  auto known = knownProfiles().find(profile);
+  if (known == knownProfiles().end())
+    known = knownProfiles().emplace(profile, loadProfile(profile)).first;
+  const MountProfile& loaded = known->second;
   wanted_.insert(wanted_.end(), loaded.entries.begin(), loaded.entries.end());
 }
 

@@ -30,7 +30,8 @@ struct MountProfile {
   std::vector<ProfileEntry> entries;
 };
 
-/// Where profiles are read from; the build's own directory unless the host says otherwise.
+/// Where profiles are read from, anew from here on; the build's own directory unless the host says
+/// otherwise.
 void profileDirIs(std::string directory);
 /// Reads <directory>/<name>.yaml. Throws Orlane::ConfigError that names file, path, key and value:
 /// unreadable file, unknown key, a type that no record has, a path twice, an access other than read
@@ -74,7 +75,7 @@ class EntityManager;
 class MountGroup : public Ombra::Node {
  public:
   MountGroup(EntityManager* manager, Mounter* mounter) : manager_(manager), mounter_(mounter) {}
-  /// Asks for every path of the named profile.
+  /// Asks for every path of the named profile, which is read once.
   void doMountAll(const std::string& profile);
   /// No more paths come. When all are mounted the mounter is told, inside this call.
   void doClose(bool wait, const std::string& name, double duration);

@@ -96,24 +96,6 @@ TableLayout checkedLayout(int fd, const std::string& path, const TableShape* exp
   return TableLayout::checked(path, header, fileLength, expected);
 }
 
-// Real blocks now, or a full disk would become a SIGBUS in the middle of an insert.
-int allocate(int fd, uint64_t size) {
-  int error = EINTR;
-  while (error == EINTR)
-    error = posix_fallocate(fd, 0, static_cast<off_t>(size));
-  return error;
-}
-
-// A table that was copied here may have holes.
-void fillHoles(int fd, const std::string& path, uint64_t size) {
-  struct stat status {};
-  if (fstat(fd, &status) != 0) failWith(path, "read the file's status", errno);
-  if (static_cast<uint64_t>(status.st_blocks) * 512 >= size) return;
-  if (const int error = allocate(fd, size); error != 0) {
-    failWith(path, fmt::format("allocate {} bytes", size), error);
-  }
-}
-
 // Fills the temporary file and gives it the table's name. On any failure the temporary file goes.
 void build(int fd, const std::string& temporary, const std::string& path,
            const TableLayout& layout) {
@@ -126,8 +108,8 @@ void build(int fd, const std::string& temporary, const std::string& path,
   header.writerEpoch = nowNs();
   header.writerPid = static_cast<uint32_t>(getpid());
   if (ftruncate(fd, 0) != 0) fail("empty the temporary file", errno);
-  if (const int error = allocate(fd, layout.fileSize); error != 0) {
-    fail(fmt::format("allocate {} bytes", layout.fileSize), error);
+  if (ftruncate(fd, static_cast<off_t>(layout.fileSize)) != 0) {
+    fail(fmt::format("make it {} bytes long", layout.fileSize), errno);
   }
   errno = ENOSPC;
   if (pwrite(fd, &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
@@ -212,7 +194,6 @@ TableFile TableFile::forWriter(const std::string& path, const TableShape& shape)
     const TableLayout found = checkedLayout(fd.get(), path, &shape);
     if (claim(fd.get(), path)) {
       if (!isSameFile(fd.get(), path)) continue;
-      fillHoles(fd.get(), path, found.fileSize);
       TableFile file(path, std::move(fd), found, true);
       sharedWord(file.header().writerPid).store(static_cast<uint32_t>(getpid()));
       return file;
@@ -257,6 +238,20 @@ std::optional<uint32_t> TableFile::holderOf(const std::string& path) {
 TableHeader* TableFile::bell() const {
   if (writable_) return &header();
   return reinterpret_cast<TableHeader*>(bell_.base());
+}
+
+bool TableFile::isBlank() const {
+  return lseek(fd_.get(), static_cast<off_t>(layout_.undoOffset), SEEK_DATA) < 0 && errno == ENXIO;
+}
+
+void TableFile::reserve() const {
+  struct stat status {};
+  if (fstat(fd_.get(), &status) != 0) failWith(path_, "read the file's status", errno);
+  if (static_cast<uint64_t>(status.st_blocks) * 512 >= layout_.fileSize) return;
+  int error = EINTR;
+  while (error == EINTR)
+    error = posix_fallocate(fd_.get(), 0, static_cast<off_t>(layout_.fileSize));
+  if (error != 0) failWith(path_, fmt::format("allocate {} bytes", layout_.fileSize), error);
 }
 
 bool TableFile::isClaimed() const {

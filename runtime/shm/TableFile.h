@@ -2,7 +2,8 @@
 // Owns: the descriptor (and with it a writer's claim) and the mappings of one process.
 // Reads: the file's header, which it trusts only after TableLayout::checked.
 // Writes: a new file, under a temporary name until it is whole; nothing in an existing one.
-// Caveat: a table is never shortened in place. To replace one, unlink it and create it anew.
+// Caveats: a table is never shortened in place. To replace one, unlink it and create it anew. A new
+// one is its header and a hole: whoever stores anything else in it reserves its blocks first.
 #pragma once
 
 #include <cstdint>
@@ -71,6 +72,11 @@ class TableFile {
   // otherwise. Readers touch nothing in it but the two words about sleeping.
   TableHeader* bell() const;
 
+  // True if nothing was ever stored behind the header. False where the file system cannot tell.
+  bool isBlank() const;
+  // Real blocks for all of the file, or a full disk would become a SIGBUS in the middle of an
+  // insert. Throws TableError if there is no room.
+  void reserve() const;
   // Asks the kernel, so the answer does not fall for a recycled pid.
   bool isClaimed() const;
   // The path leads to another file by now, or to none.

@@ -91,6 +91,8 @@ RowState TableReader::readBusyRow(uint32_t number, uint32_t word, Check check) {
 }
 
 RowState TableReader::find(const void* key, void* value) {
+  // The rest of a table without rows may be a hole, which a look would fill.
+  if (rowsInUse() == 0) return RowState::missing;
   const RowState state = findByIndex(key, layout_.hashOfKey(key));
   const bool hasValue = state == RowState::live || state == RowState::corrupt;
   if (hasValue && layout_.shape.valueSize > 0) {

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 #include <linux/futex.h>
+#include <span>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
@@ -41,10 +42,14 @@ TableWriter::~TableWriter() {
 // Opening after any end of the writer before us. Nothing but the rows is believed: the index, the
 // free list and the count follow from them. Each step may be cut short and done again.
 void TableWriter::recover() {
-  undoUnfinished();
-  beginIndexRebuild();
-  settleRows();
-  endIndexRebuild();
+  if (highWater_ != 0 || !file_.isBlank()) {
+    reserve();
+    undoUnfinished();
+    beginIndexRebuild();
+    clearIndex();
+    settleRows();
+    endIndexRebuild();
+  }
   // Changes from before may have missed the journal; a new epoch tells every reader to rescan.
   sharedWord(header_.writerEpoch).fetch_add(1, std::memory_order_release);
   wakeReaders();
@@ -64,10 +69,22 @@ void TableWriter::undoUnfinished() {
   undo.word().store(0, std::memory_order_release);
 }
 
-void TableWriter::settleRows() {
-  for (uint32_t slot = 0; slot < layout_.indexSlots; ++slot) {
-    sharedWord(file_.index()[slot]).store(0, std::memory_order_relaxed);
+// An index is sized for a full table, so most of it is empty, and to read a page costs a fraction
+// of what it costs to write it. Read plainly: this process alone writes it.
+void TableWriter::clearIndex() {
+  constexpr uint32_t kBlock = 1024;
+  for (uint32_t from = 0; from < layout_.indexSlots; from += kBlock) {
+    const std::span block(file_.index() + from, std::min(kBlock, layout_.indexSlots - from));
+    uint32_t used = 0;
+    for (const uint32_t entry : block)
+      used |= entry;
+    if (used == 0) continue;
+    for (uint32_t& entry : block)
+      sharedWord(entry).store(0, std::memory_order_relaxed);
   }
+}
+
+void TableWriter::settleRows() {
   // Downwards, so that the free list hands out low numbers first and scans stay short.
   homes_.assign(highWater_, 0);
   for (uint32_t number = highWater_; number-- > 0;) {
@@ -117,6 +134,7 @@ void TableWriter::endIndexRebuild() {
 
 // An index without an empty slot is damaged; then one entry more or less makes no difference.
 TableWriter::Place TableWriter::locate(const void* key, uint64_t hash) const {
+  if (!isReserved_) return {0, kNoRow};
   const uint32_t home = layout_.homeSlot(hash);
   uint32_t slot = home;
   do {
@@ -145,7 +163,13 @@ bool TableWriter::isIntact(RowView row, uint64_t keyHash) const {
          layout_.checksumOf(keyHash, valueOf(row));
 }
 
+void TableWriter::reserve() {
+  file_.reserve();
+  isReserved_ = true;
+}
+
 TableWriter::Put TableWriter::put(const void* key, const void* value) {
+  if (!isReserved_) reserve();
   const uint64_t hash = layout_.hashOfKey(key);
   const Place place = locate(key, hash);
   if (place.row == kNoRow) {
@@ -279,23 +303,6 @@ void TableWriter::storeSlotAfterBump(uint32_t slot, uint32_t entry) {
   sharedWord(header_.indexVersion).store(indexVersion_, std::memory_order_relaxed);
   std::atomic_thread_fence(std::memory_order_release);
   sharedWord(file_.index()[slot]).store(entry, std::memory_order_relaxed);
-}
-
-void TableWriter::clear() {
-  beginIndexRebuild();
-  for (uint32_t number = 0; number < highWater_; ++number) {
-    if (stateOf(number) == RowWord::kFree) continue;
-    setRowState(number, RowWord::kFree);
-    announce(number);
-  }
-  for (uint32_t slot = 0; slot < layout_.indexSlots; ++slot) {
-    sharedWord(file_.index()[slot]).store(0, std::memory_order_relaxed);
-  }
-  freeRow_ = kNoRow;
-  highWater_ = 0;
-  sharedWord(header_.highWater).store(0, std::memory_order_release);
-  setRowCount(0);
-  endIndexRebuild();
 }
 
 RowState TableWriter::find(const void* key, void* value) const {

@@ -30,7 +30,6 @@ class TableWriter {
   // A row with equal bytes is left alone, unless it is corrupt: then it is written anew.
   Put put(const void* key, const void* value);
   bool erase(const void* key);
-  void clear();
   // Returns missing, live or corrupt. A corrupt row's value is copied too, as it stands.
   RowState find(const void* key, void* value) const;
   bool markCorrupt(const void* key);
@@ -58,7 +57,9 @@ class TableWriter {
 
   void recover();
   void undoUnfinished();
+  void clearIndex();
   void settleRows();
+  void reserve();
   void indexRow(uint32_t number, uint64_t hash);
 
   Place locate(const void* key, uint64_t hash) const;
@@ -90,6 +91,9 @@ class TableWriter {
   // for it, and the rows themselves are far apart in memory.
   std::vector<uint32_t> homes_;
   uint32_t indexVersion_;
+  // Until there is a first row nothing behind the header is touched, so that a table without rows
+  // takes next to no room and no time.
+  bool isReserved_ = false;
   uint32_t rowCount_ = 0;
   uint32_t freeRow_ = kNoRow;  // the rest of the list goes through the free rows' checksum words
 };

@@ -184,8 +184,8 @@ void write(TableWriter& writer, FuzzedDataProvider& input) {
     const auto id = input.ConsumeIntegralInRange(0U, keyCount - 1);
     switch (input.ConsumeIntegralInRange(0, 9)) {
       case 0:
-        writer.clear();
-        rows.clear();
+        for (unsigned each = 0; each < keyCount; ++each)
+          erase(writer, rows, each);
         break;
       case 1:
         markCorrupt(writer, rows, id);
@@ -224,7 +224,6 @@ void writeUnderDamage(TableWriter& writer, FuzzedDataProvider& input) {
         writer.forEach([](auto, auto, bool) {});
         break;
       case 3:
-        if (id == 0) writer.clear();
         writer.markCorrupt(keyOf(id).data());
         break;
       default:

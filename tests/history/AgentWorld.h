@@ -89,7 +89,6 @@ class AgentWorld {
     sharedInput<Routing::Multicast::PegDrStatus>(
         Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()))
         ->pegDrVlanDelAll();
-    VeskSharedMem::EntityManager::forgetProcess();
   }
   /// The agent goes, and its forwarding rows and requests with it.
   void clearRows() {

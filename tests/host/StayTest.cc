@@ -31,10 +31,14 @@ TEST(StayTest, OtherProcessesWriteWhatItReadsAndReadWhatItWrites) {
   EXPECT_EQ(write("bridging/status:fdbEntry", "null").status, 0);
   EXPECT_EQ(watch.lineWith("239.1.1.7"), group + " removed\n");
 
-  const Outcome refused = write(rows + ":vlanStatus[10]", "null");
-  EXPECT_EQ(refused.status, 2);
-  EXPECT_NE(refused.output.find(rows + ".vlanStatus.table"), std::string::npos) << refused.output;
-  EXPECT_NE(refused.output.find("process "), std::string::npos) << refused.output;
+  // Tables that the agent writes, with rows and without.
+  for (const std::string& table : {rows, std::string("multicast/ipv6/tunnel/forwarding/status")}) {
+    const Outcome refused = write(table + ":vlanStatus[10]", "null");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.output.find(table + ".vlanStatus.table"), std::string::npos)
+        << refused.output;
+    EXPECT_NE(refused.output.find("process "), std::string::npos) << refused.output;
+  }
   EXPECT_EQ(write("nowhere:x", "1").status, 2);
   EXPECT_EQ(write("arp/status:arpEntry[1,10.1.10.5]", "x").status, 2);
 

@@ -43,12 +43,14 @@ struct MountCount final : Halden::Mounter {
 
 class StateTest : public testing::Test {
  protected:
-  StateTest() { Halden::profileDirIs(directory.path()); }
   ~StateTest() override {
     Halden::profileDirIs(CORVANE_PROFILE_DIR);
     database.remove("test");
   }
-  void profileIs(const std::string& text) { std::ofstream(directory / "P.yaml") << text; }
+  void profileIs(const std::string& text) {
+    std::ofstream(directory / "P.yaml") << text;
+    Halden::profileDirIs(directory.path());
+  }
   std::string errorOf(const std::string& text) {
     profileIs(text);
     const std::string error =
