@@ -3,7 +3,10 @@
 // mounts everything; the machines of the family are in AfContainerSm.
 #pragma once
 
+#include <vector>
+
 #include "agent/DomainContainer.h"
+#include "agent/Domains.h"
 #include "overlay/IngressL3RouteSm.h"
 #include "platform/MulticastIntfsAppRoot.h"
 #include "records/AgentStatus.h"
@@ -40,6 +43,9 @@ class AfContainer final : public Vesk::Entity {
       Irb::Multicast::Domain domain) const {
     return const_cast<AfContainer*>(this)->domainContainer(domain);
   }
+  Ombra::Ptr<DomainContainer> domainContainerIs(Irb::Multicast::Domain domain);
+  /// Those of the domains that exist.
+  [[nodiscard]] std::vector<Ombra::Ptr<DomainContainer>> domainContainers();
 
   VESK_VALUE(Pavlin::AddressFamily, af)
   VESK_INSTANCE(DomainContainer, localDomainContainer)

@@ -22,6 +22,23 @@ bool AfContainerSm::snooping() const {
                               : in.mldSnoopingStatus->snoopingEnabled();
 }
 
+Ombra::Ptr<DomainContainerSm> AfContainerSm::domainCntrSm(Irb::Multicast::Domain domain) {
+  switch (domain) {
+    case Irb::Multicast::Domain::localDomain:
+      return localDomainCntrSm();
+    case Irb::Multicast::Domain::remoteDomain:
+      return remoteDomainCntrSm();
+  }
+  Ombra::fatal("assertion failed: Unsupported domain");
+}
+
+std::vector<Ombra::Ptr<DomainContainerSm>> AfContainerSm::domainCntrSms() {
+  std::vector<Ombra::Ptr<DomainContainerSm>> running;
+  for (const auto domain : domains)
+    if (auto machine = domainCntrSm(domain)) running.push_back(std::move(machine));
+  return running;
+}
+
 void AfContainerSm::handleInit() {
   AfContainer& container = *in.container;
   overlayVrfSmIs({.af = af,
@@ -44,15 +61,13 @@ void AfContainerSm::handleInit() {
 void AfContainerSm::makeLeakMachines() {
   Sylva::TaskScheduler* const scheduler = Sylva::TaskSchedulerRoot::findOrCreateScheduler();
   policyRootIs(Ombra::make<Routing::Policy::PolicyRoot>());
-  const Routing::RouteMap::PrefixListConfigSm::Inputs lists{
-      .scheduler = scheduler,
-      .af = af,
-      .aclListConfig = agent().aclListConfig(),
-      .policyRoot = policyRoot()};
+  const auto& lists = agent().aclListConfig();
   if (af == Pavlin::ipv4()) {
-    prefixListConfigSmIs(lists);
+    adopt(prefixListConfigSmAttr,
+          Routing::RouteMap::prefixListConfigSmFactory(scheduler, lists, policyRoot()));
   } else {
-    ipv6PrefixListConfigSmIs(lists);
+    adopt(ipv6PrefixListConfigSmAttr,
+          Routing::RouteMap::ipv6PrefixListConfigSmFactory(scheduler, lists, policyRoot()));
   }
   const auto matcherStatus = Ombra::make<Routing::Multicast::VrfLeak::VrfLeakMatcherStatus>();
   const auto& leakConfig = in.container->vrfLeakConfig();
@@ -67,9 +82,8 @@ void AfContainerSm::makeLeakMachines() {
 void AfContainerSm::markNothingToDo() {
   // No stage may wait for a family that has no machines.
   if (!toggleEvpnMulticastSSOEnabled()) return;
-  for (const auto& domain :
-       {in.container->localDomainContainer(), in.container->remoteDomainContainer()}) {
-    if (!domain || !domain->encapReadyStatus()) continue;
+  for (const auto& domain : in.container->domainContainers()) {
+    if (!domain->encapReadyStatus()) continue;
     domain->encapReadyStatus()->vlanGroupStatusReadyIs(true);
     domain->encapReadyStatus()->forwardingStatusReadyIs(true);
   }
@@ -86,8 +100,8 @@ void AfContainerSm::addIpTunnelConfigStateMachines() {
 
 void AfContainerSm::deleteIpTunnelConfigStateMachines() {
   if (auto t = trace.at(8)) t << "deleteIpTunnelConfigStateMachines";
-  for (const auto& domain : {localDomainCntrSm(), remoteDomainCntrSm()})
-    if (domain) domain->stopGroupConfig();
+  for (const auto& domain : domainCntrSms())
+    domain->stopGroupConfig();
   localDomainCntrSmDel();
   remoteDomainCntrSmDel();
 }
@@ -126,17 +140,12 @@ void AfContainerSm::handleSnooping() {
 
 void AfContainerSm::updateMultipleUnderlayGroupStateMachines() {
   if (auto t = trace.at(8)) t << "updateMultipleUnderlayGroupStateMachines";
-  // Of ipv4 only: ipv6 has no route machines.
-  const auto shouldEnable = [this](const Ombra::Ptr<DomainContainer>& domain) {
-    return af == Pavlin::ipv4() && snooping() &&
-           domain->ipTunnelMappingStatus()->multipleUnderlayGroupsDelayedVrfCount() != 0;
-  };
-  if (localDomainCntrSm())
-    localDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(
-        shouldEnable(in.container->localDomainContainer()));
-  if (toggleOismGatewayEnabled() && remoteDomainCntrSm())
-    remoteDomainCntrSm()->updateMultipleUnderlayGroupStateMachines(
-        shouldEnable(in.container->remoteDomainContainer()));
+  const bool takesRoutes = af == Pavlin::ipv4() && snooping();  // ipv6 has no route machines
+  for (const auto& domain : domainCntrSms()) {
+    const auto mappings = domain->domainContainer()->ipTunnelMappingStatus();
+    domain->updateMultipleUnderlayGroupStateMachines(
+        takesRoutes && mappings->multipleUnderlayGroupsDelayedVrfCount() != 0);
+  }
 }
 
 void AfContainerSm::handleCleanup() {

@@ -5,6 +5,8 @@
 // each change of what it reads.
 #pragma once
 
+#include <vector>
+
 #include "agent/AfContainer.h"
 #include "agent/DomainContainerSm.h"
 #include "agent/OverlayMcastVrfSm.h"
@@ -32,6 +34,12 @@ class AfContainerSm final : public Vesk::Machine {
 
   /// Snooping is on for the family.
   [[nodiscard]] bool snooping() const;
+  /// The machines of a domain; null while they do not run.
+  [[nodiscard]] Ombra::Ptr<DomainContainerSm> domainCntrSm(Irb::Multicast::Domain domain);
+  [[nodiscard]] Ombra::Ptr<DomainContainerSm const> domainCntrSm(
+      Irb::Multicast::Domain domain) const {
+    return const_cast<AfContainerSm*>(this)->domainCntrSm(domain);
+  }
 
   VESK_REF(Irb::Multicast::GatewayEsStatus const, gatewayStatus)
   VESK_INSTANCE(DomainContainerSm, localDomainCntrSm)
@@ -47,6 +55,11 @@ class AfContainerSm final : public Vesk::Machine {
 
   void handleInit();
   void makeLeakMachines();
+  /// Stores a machine that a factory made.
+  template <class Tag>
+  void adopt(Tag, const Ombra::Ptr<typename Tag::Attr::Target>& machine) {
+    Tag::attr(*this).adopt(*this, Tag::id, machine);
+  }
   void markNothingToDo();
   void addIpTunnelConfigStateMachines();
   void deleteIpTunnelConfigStateMachines();
@@ -55,6 +68,8 @@ class AfContainerSm final : public Vesk::Machine {
   void handleIgmpSnoopingStatus();
   void handleMldSnoopingStatus();
   void updateMultipleUnderlayGroupStateMachines();
+  /// Those of the domains that run.
+  [[nodiscard]] std::vector<Ombra::Ptr<DomainContainerSm>> domainCntrSms();
   void handleCleanup() override;
   [[nodiscard]] Agent& agent() const { return *in.container->agent(); }
 

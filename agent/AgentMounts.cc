@@ -1,80 +1,41 @@
-// The agent's trace ring and its shared-memory mounts. The order of mounting is the order in which
-// inputs may be relied on.
+// The agent's trace ring and its mounts, as the list of mounts has them. The order of mounting is
+// the order in which inputs may be relied on.
 #include <cstdlib>
 #include <sstream>
 
 #include "agent/CorvaneAgent.h"
-#include "agent/MountHelpers.h"
+#include "platform/Cell.h"
 #include "platform/Toggles.h"
+#include "runtime/Assert.h"
 #include "runtime/Fleetlog.h"
 #include "runtime/Trace.h"
 
 namespace Multicast::Vpn {
 namespace {
 
-using Irb::Multicast::App::Client;
-using VeskBriskel::MountInfo;
-using VeskBriskel::VeskBriskelType;
-using MembershipJoinStatus = Irb::Multicast::Gmp::MembershipJoinStatus;
-using ForwardingStatus = Routing::Multicast::IpTunnelForwardingStatus;
-using GmpStatus = Routing::Gmp::Briskel::Status;
-using PegDrStatus = Routing::Multicast::PegDrStatus;
-using PegVlanStatus = Routing::Multicast::PegVlanStatus;
-using MvpnIntfStatus = Routing::Multicast::MvpnIntfStatus;
-using ForwarderStatus = Routing::Multicast::ExternalForwarderStatus;
+using Corvane::AtShutdown;
+using Corvane::Moment;
+using Corvane::Mounting;
+using Corvane::MountPath;
 
 Vesk::TraceHandle trace("CorvaneAgent");
-
-const Pavlin::IntfId vxlan1 = Pavlin::VxlanTunnelIntfId::vxlanTunnelToIntfId(1);
-
-/// A table that this agent writes: each collection sized as its record declares.
-template <class T>
-[[nodiscard]] MountInfo writerOf() {
-  MountInfo info(VeskBriskelType::writer);
-  for (const Vesk::FieldInfo* field : T::veskType().fields())
-    if (field->capacity != 0) info.collectionInfoIs({std::string(field->name), field->capacity});
-  return info;
-}
 
 VeskSharedMem::EntityManager& shmem() {
   return *VeskSharedMem::EntityManager::getEntityManager();
 }
 
-/// Mounts at once and reads the table back.
-template <class T>
-Ombra::Ptr<T> mountTable(const std::string& path, const MountInfo& info) {
-  shmem().doMount(path, T::veskName, info);
-  return sharedAt<T>(path);
+/// Asks the manager, or a group, for a table.
+template <class Mounter>
+void askFor(const MountPath& mount, Mounter& mounter) {
+  if (const auto* table = std::get_if<VeskBriskel::MountInfo>(&mount.info))
+    mounter.doMount(mount.path, mount.type, *table);
+  if (const auto* nested = std::get_if<VeskSkarel::MountInfo>(&mount.info))
+    mounter.doMount(mount.path, mount.type, *nested);
 }
 
-void cleanAndUnmount(const std::string& path) {
-  shmem().cleanup(path);
-  shmem().doUnmount(path);
-}
-
-/// The clients whose joins are read, in mount order.
-[[nodiscard]] std::vector<Client> joinClients() {
-  std::vector<Client> clients;
-  for (const unsigned number : {0U, 2U, 3U, 5U, 8U, 9U, 10U, 4U, 13U})
-    clients.push_back(static_cast<Client>(number));
-  if (toggleOismGatewayEnabled())
-    for (const unsigned number : {11U, 12U})
-      clients.push_back(static_cast<Client>(number));
-  return clients;
-}
-
-constexpr Client peerClient = static_cast<Client>(3);
-constexpr Client irbStatusClient = peerClient;
-constexpr auto gmpApp = static_cast<Routing::Gmp::Briskel::App>(4);
-
-[[nodiscard]] std::string irbStatusPath(Pavlin::AddressFamily af) {
-  return Irb::Multicast::McastIrbStatus::mountPath(af, irbStatusClient);
-}
-[[nodiscard]] std::string gmpStatusPath(Pavlin::AddressFamily af) {
-  return GmpStatus::appMountPath(af, gmpApp, "default");
-}
-[[nodiscard]] std::string remoteVniPath() {
-  return Vxlan::RemoteVniToVlanStatus::mountPath("static", vxlan1);
+/// Whether the entry concerns the family, or the agent as a whole, at present.
+[[nodiscard]] bool applies(const MountPath& mount, Pavlin::AddressFamily af, bool isStandby) {
+  return mount.isMounted() && mount.af == af && holds(mount.condition, isStandby);
 }
 
 /// Sizes of the ring's buffers, with those that the environment gives in place of the first ones.
@@ -107,113 +68,59 @@ void Agent::setupFlBuffer() {
 }
 
 void Agent::doSkarelMount() {
-  const bool gateway = toggleOismGatewayEnabled();
   auto& group = getShmemMountGroup();
-  for (const auto af : Pavlin::families) {
-    for (const Client client : joinClients())
-      group.doMount(MembershipJoinStatus::mountPath(af, client), MembershipJoinStatus::veskName,
-                    VeskSkarel::MountInfo{false, true, true});
-    group.doMount(Irb::Multicast::IgmpProxyStatus::mergedAfMountPath(af),
-                  Irb::Multicast::IgmpProxyStatus::veskName,
-                  MountInfo(VeskBriskelType::readerTracked));
-    group.doMount(ForwardingStatus::mountPath(af), ForwardingStatus::veskName,
-                  VeskSkarel::MountInfo{false, false, true});
-    if (!gateway) continue;
-    group.doMount(ForwardingStatus::remoteDomainMountPath(af), ForwardingStatus::veskName,
-                  VeskSkarel::MountInfo{false, false, true});
-    group.doMount(Routing::Multicast::PegNeighborStatus::mountPath(af),
-                  Routing::Multicast::PegNeighborStatus::veskName,
-                  VeskSkarel::MountInfo{false, true, true});
-  }
-  if (gateway)
-    group.doMount(Irb::Multicast::GatewayEsStatus::mountPath(),
-                  Irb::Multicast::GatewayEsStatus::veskName,
-                  MountInfo(VeskBriskelType::readerTracked));
+  for (const MountPath& mount : Corvane::mountCatalog())
+    if (mount.mounting == Mounting::deferred && holds(mount.condition, standbyMode()))
+      askFor(mount, group);
   group.doClose();
 }
 
-void Agent::doBriskelMount() {
-  const MountInfo tracked(VeskBriskelType::readerTracked);
-  arpStatusIs(mountTable<Arp::Table::Status>(Arp::Table::Status::mountPath(), tracked));
-  bridgingStatusIs(
-      mountTable<Briskel::Bridging::Status>(Briskel::Bridging::Status::mountPath(), tracked));
-  vrfIdMapStatusIs(mountTable<Vrf::VrfIdMap::Status>(Vrf::VrfIdMap::Status::mountPath(),
-                                                     MountInfo(VeskBriskelType::reader)));
-  pegDrStatusIs(mountTable<PegDrStatus>(PegDrStatus::mountPath(Pavlin::ipv4()), tracked));
-  remoteVniToSBDVlanIs(mountTable<Vxlan::RemoteVniToVlanStatus>(
-      remoteVniPath(), writerOf<Vxlan::RemoteVniToVlanStatus>()));
-  if (toggleOismGatewayEnabled() || toggleOismMplsTunnelEnabled())
-    mvpnIntfStatusIs(mountTable<MvpnIntfStatus>(
-        MvpnIntfStatus::mountPath(),
-        MountInfo(VeskBriskelType::reader).collectionInfoIs({"vrfIntfId", 1024, true})));
-  if (toggleOismGatewayEnabled())  // mounted with the deferred group
-    gatewayESStatusIs(
-        sharedAt<Irb::Multicast::GatewayEsStatus>(Irb::Multicast::GatewayEsStatus::mountPath()));
+void Agent::doBriskelMount(Pavlin::AddressFamily af) {
+  for (const MountPath& mount : Corvane::mountCatalog()) {
+    if (!applies(mount, af, standbyMode())) continue;
+    if (mount.mounting == Mounting::startup) {
+      askFor(mount, shmem());
+    } else if (mount.mounting == Mounting::group) {
+      const auto group = shmem().getMountGroup();
+      askFor(mount, *group);
+      group->doClose();
+    }
+  }
+  keepMounts(Moment::startup, af);
 }
 
 void Agent::doBriskelMountAf(Pavlin::AddressFamily af) {
-  const bool gateway = toggleOismGatewayEnabled();
   AfContainer& container = *afContainer(af);
-  container.mcastIrbStatusIs(mountTable<Irb::Multicast::McastIrbStatus>(
-      irbStatusPath(af), writerOf<Irb::Multicast::McastIrbStatus>()));
-  if (gateway) {
-    container.electedDfStatusDirIs();
-    container.externalForwarderStatusIs(
-        mountTable<ForwarderStatus>(ForwarderStatus::mountPath(af), writerOf<ForwarderStatus>()));
-    container.pegVlanStatusIs(mountTable<PegVlanStatus>(PegVlanStatus::mountPath(af),
-                                                        MountInfo(VeskBriskelType::readerTracked)));
-  }
-  if (af == Pavlin::ipv4())
-    container.proactiveArpConfigIs(mountTable<Arp::ProactiveArp::ClientConfig>(
-        Arp::ProactiveArp::ClientConfig::mountPath(), writerOf<Arp::ProactiveArp::ClientConfig>()));
-  mountMembershipJoins(container);
-  const auto group = shmem().getMountGroup();
-  group->doMount(gmpStatusPath(af), GmpStatus::typeName(), writerOf<GmpStatus>());
-  group->doClose();
-  sharedTo(AfContainer::underlayGmpStatusAttr, container, gmpStatusPath(af));
-  container.localDomainContainer()->ipTunnelForwardingStatusIs(
-      sharedAt<ForwardingStatus>(ForwardingStatus::mountPath(af)));
-  if (gateway)
-    container.remoteDomainContainer()->ipTunnelForwardingStatusIs(
-        sharedAt<ForwardingStatus>(ForwardingStatus::remoteDomainMountPath(af)));
-  sharedTo(AfContainer::mergedGmpProxyStatusAttr, container,
-           Irb::Multicast::IgmpProxyStatus::mergedAfMountPath(af));
-}
-
-void Agent::mountMembershipJoins(AfContainer& container) {
+  if (toggleOismGatewayEnabled()) container.electedDfStatusDirIs();
   const auto joins = container.membershipJoinStatusCollIs();
+  doBriskelMount(af);
   const auto leakCtx = container.mcastVrfLeakCtx();
   leakCtx->mcastIrbStatusIs(container.mcastIrbStatus());
   leakCtx->vxlanEnabledStatusIs(vxlanEnabledStatus());
   joins->mcastVrfLeakCtxIs(leakCtx);
-  for (const Client client : joinClients()) {
-    const auto joined =
-        sharedAt<MembershipJoinStatus>(MembershipJoinStatus::mountPath(container.af(), client));
-    if (client == peerClient) {
-      joins->peerMembershipIs(joined);
-    } else {
-      joins->localMembershipIs(joined);
-    }
-  }
 }
 
 void Agent::doBriskelUnmount(Pavlin::AddressFamily af) {
-  cleanAndUnmount(irbStatusPath(af));
-  cleanAndUnmount(gmpStatusPath(af));
-  if (af == Pavlin::ipv4()) shmem().doUnmount(Arp::ProactiveArp::ClientConfig::mountPath());
-  if (!toggleOismGatewayEnabled()) return;
-  shmem().doUnmount(PegVlanStatus::mountPath(af));
-  cleanAndUnmount(ForwarderStatus::mountPath(af));
+  for (const MountPath& mount : Corvane::mountCatalog()) {
+    if (mount.atShutdown == AtShutdown::stays || !applies(mount, af, standbyMode())) continue;
+    if (mount.atShutdown == AtShutdown::cleaned) shmem().cleanup(mount.path);
+    shmem().doUnmount(mount.path);
+  }
 }
 
-void Agent::doBriskelUnmount() {
-  shmem().doUnmount(Vrf::VrfIdMap::Status::mountPath());
-  shmem().doUnmount(Arp::Table::Status::mountPath());
-  shmem().doUnmount(Briskel::Bridging::Status::mountPath());
-  shmem().doUnmount(PegDrStatus::mountPath(Pavlin::ipv4()));
-  cleanAndUnmount(remoteVniPath());
-  if (toggleOismMplsTunnelEnabled() || toggleOismGatewayEnabled())
-    shmem().doUnmount(MvpnIntfStatus::mountPath());
+void Agent::keepMounts(Moment moment, Pavlin::AddressFamily af) {
+  for (const MountPath& mount : Corvane::mountCatalog()) {
+    if (mount.kept != moment || !applies(mount, af, standbyMode())) continue;
+    const auto entity = entityOf(mount);
+    if (!entity) Ombra::fatal(fmt::format("{}: no {} is mounted here", mount.path, mount.type));
+    mount.keep(*this, mount, entity);
+  }
+}
+
+Ombra::Ptr<Vesk::Entity> Agent::entityOf(const MountPath& mount) const {
+  if (mount.store() != Corvane::Store::stateDb) return shmem().getEntity(mount.path);
+  const bool isOfStage = mount.kept == Moment::standby;
+  return entityManager()->getEntity(isOfStage ? Cell::path(mount.path) : mount.path);
 }
 
 }  // namespace Multicast::Vpn

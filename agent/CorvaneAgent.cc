@@ -1,8 +1,5 @@
 #include "agent/CorvaneAgent.h"
 
-#include "agent/MountHelpers.h"
-#include "platform/Cell.h"
-#include "platform/Toggles.h"
 #include "runtime/Trace.h"
 
 namespace Multicast::Vpn {
@@ -26,48 +23,22 @@ void Agent::doInit() {
 }
 
 void Agent::doMountsComplete(Halden::MountStatus mountStatus,
-                             const Ombra::Ptr<Halden::EntityManager>& manager) {
+                             const Ombra::Ptr<Halden::EntityManager>&) {
   if (auto t = trace.at(8)) t << "doMountsComplete";
   Ombra::assertThat(mountStatus == Halden::mountSuccess(), "mountStatus == Halden::mountSuccess()");
-  const Halden::EntityManager& em = *manager;
-  const bool gateway = toggleOismGatewayEnabled();
-  mountedTo(ipTunnelGroupConfigAttr, *this, em,
-            Routing::Multicast::IpTunnelGroupConfig::mountPath());
-  if (gateway)
-    mountedTo(ipTunnelRemoteDomainGroupConfigAttr, *this, em,
-              Routing::Multicast::IpTunnelGroupConfig::remoteDomainMountPath());
-  mountedTo(vlanStatusDirAttr, *this, em, Bridging::VlanStatusDir::mountPath());
-  mountedTo(vtiStatusDirAttr, *this, em, Vxlan::VtiStatusDir::mountPath());
-  mountedTo(agentStatusAttr, *this, em,
-            McastCommon::AgentRunningStatus::mountPath(Pavlin::AddressFamily{}, agentName()));
-  mountedTo(igmpSnoopingStatusAttr, *this, em, Bridging::IgmpSnooping::Status::mountPath());
-  mountedTo(mldSnoopingStatusAttr, *this, em, Bridging::IgmpSnooping::Config::mountPath());
-  mountedTo(hwCapabilitiesAttr, *this, em, Bridging::HwCapabilities::mountPath());
-  mountedTo(mlagStatusAttr, *this, em, Mlag::Status::mountPath());
-  mountedTo(mlagProtoStatusAttr, *this, em, Mlag::ProtoStatus::mountPath());
-  mountedTo(mlagVxlanStatusAttr, *this, em, Mlag::VxlanStatus::mountPath());
-  mountedTo(pimsmConfigCollAttr, *this, em,
-            Routing::Pim::SparseMode::ConfigColl::mountPath(Pavlin::ipv4()));
-  mountedTo(aclListConfigAttr, *this, em, Acl::AclListConfig::mountPath());
-  mountedTo(vxlanEnabledStatusAttr, *this, em, Vxlan::EnabledStatus::mountPath());
-
+  keepMounts(Corvane::Moment::mountsComplete);
   decapReadyStatusCollIs();
   encapReadyStatusCollIs();
   underlayRouteFilterSetIs();
   mlagStateIs();
 
   for (const auto af : Pavlin::families)
-    doMountsCompleteAf(af, em);
+    doMountsCompleteAf(af);
 
-  // Read before the redundancy machine stands: it may build the launcher in its constructor.
-  if (gateway || toggleOismMplsTunnelEnabled()) {
-    mountedTo(evpnStatusAttr, *this, em, Evpn::EvpnStatus::mountPath());
-    mountedTo(gmpProxyStatusAttr, *this, em, Irb::Multicast::GmpProxyStatus::mountPath());
-    mountedTo(evpnStaticStatusAttr, *this, em, Irb::Multicast::EvpnStaticStatus::mountPath());
-  }
+  // May build the launcher in its constructor: what that needs stands by now.
   redundancyStatusSmIs({.redundancyStatus = redundancyStatus(), .corvaneAgent = this});
-  if (toggleEvpnMulticastSSOEnabled() && standbyMode()) {
-    waitForStages(em);
+  if (holds(Corvane::Condition::standby, standbyMode())) {
+    waitForStages();
   } else {
     for (const auto& [client, status] : decapReadyStatusColl()->statusIterator())
       status->startReviewIs(true);
@@ -75,19 +46,15 @@ void Agent::doMountsComplete(Halden::MountStatus mountStatus,
   handleStandbyMode();
 }
 
-void Agent::waitForStages(const Halden::EntityManager& em) {
-  const auto status = mounted<Stage::AgentStatus>(em, Cell::path(Stage::AgentStatus::mountPath()));
-  const auto progress =
-      mounted<Stage::ProgressDir>(em, Cell::path(Stage::ProgressDir::mountPath()));
-  const auto config = mounted<Stage::AgentConfig>(em, Cell::path(Stage::AgentConfig::mountPath()));
-  const auto completion =
-      mounted<Stage::CompletionStatusDir>(em, Cell::path(Stage::CompletionStatusDir::mountPath()));
+void Agent::waitForStages() {
+  keepMounts(Corvane::Moment::standby);
+  const auto& [config, status, progress, completion] = stageMounts;
   ssoStagesHelperIs({.name = CorvaneNsfSm::stageClassName,
                      .status = status,
                      .progressDir = progress,
                      .agentConfig = config,
                      .agent = this});
-  ssoStagesHelper()->instanceCompletionStatusDirIs(completion);
+  ssoStagesHelper()->setInstanceCompletionStatusDir(completion);
   corvaneNsfSmIs({.encapReadyStatusColl = encapReadyStatusColl(),
                   .decapReadyStatusColl = decapReadyStatusColl(),
                   .ssoStagesHelper = ssoStagesHelper()});
@@ -95,72 +62,22 @@ void Agent::waitForStages(const Halden::EntityManager& em) {
   ssoStagesHelper()->waitForStage(CorvaneNsfSm::decapReconcileStage);
 }
 
-void Agent::doMountsCompleteAf(Pavlin::AddressFamily af, const Halden::EntityManager& em) {
-  using GroupStatus = Routing::Multicast::IpTunnelVlanGroupStatus;
-  using Type = Routing::Multicast::IpTunnelGroupStatusType;
-  using Client = EncapDecapReadyClient;
-  using Intfs = Routing::Multicast::MulticastIntfsForApplications;
+void Agent::doMountsCompleteAf(Pavlin::AddressFamily af) {
   if (auto t = trace.at(8)) t << "doMountsCompleteAf " << Pavlin::stringValue(af);
-  const bool gateway = toggleOismGatewayEnabled();
-  const bool v4 = af == Pavlin::ipv4();
   AfContainer& container = *afContainerIs(af, {.agent = this});
-  DomainContainer& local = *container.localDomainContainerIs({Irb::Multicast::Domain::localDomain});
-  local.domainClientIs(v4 ? Client::ipv4Local : Client::ipv6Local);
-  DomainContainer* remote = nullptr;
-  if (gateway) {
-    remote = container.remoteDomainContainerIs({Irb::Multicast::Domain::remoteDomain}).get();
-    remote->domainClientIs(v4 ? Client::ipv4Remote : Client::ipv6Remote);
-  }
-  local.encapVlanGroupStatusIs(
-      mounted<GroupStatus>(em, GroupStatus::mountPath(af, Type::irbEncapStatus)));
-  if (remote != nullptr)
-    remote->encapVlanGroupStatusIs(
-        mounted<GroupStatus>(em, GroupStatus::mountPath(af, Type::irbRemoteDomainEncapStatus)));
-  if (gateway)
-    container.pegNeighborStatusIs(sharedAt<Routing::Multicast::PegNeighborStatus>(
-        Routing::Multicast::PegNeighborStatus::mountPath(af)));
-  local.decapVlanGroupStatusIs(
-      mounted<GroupStatus>(em, GroupStatus::mountPath(af, Type::irbDecapStatus)));
-  if (remote != nullptr)
-    remote->decapVlanGroupStatusIs(
-        mounted<GroupStatus>(em, GroupStatus::mountPath(af, Type::irbRemoteDomainDecapStatus)));
-
-  mountedTo(AfContainer::mcastEvpnStatusAttr, container, em,
-            Routing::Multicast::McastEvpnStatus::mountPath(af));
-  mountedTo(AfContainer::mcastStatusAttr, container, em, McastCommon::AgentStatus::mountPath(af));
-  mountedTo(AfContainer::mcastEnabledStatusAttr, container, em,
-            Routing::Multicast::Fib::VrfEnabledStatus::mountPath(af));
-  if (v4) {
-    mountedTo(AfContainer::mfibHwStatusAttr, container, em,
-              Routing::Multicast::Fib::Hardware::Status::mountPath(af));
-    mountedTo(AfContainer::mcastEvpnConfigAttr, container, em,
-              Routing::Multicast::Evpn::Config::mountPath(af));
-    container.sbdVlanMcastGroupIs(Ombra::make<IpGen::Ipv4MulticastGroupsForApplications>(
-        mounted<Ip::MulticastGroupsForApplications>(
-            em, Ip::MulticastGroupsForApplications::mountPath())));
-  } else {
-    container.sbdVlanMcastGroupIs(Ombra::make<IpGen::Ipv6MulticastGroupsForApplications>(
-        mounted<Ip6::MulticastGroupsForApplications>(
-            em, Ip6::MulticastGroupsForApplications::mountPath())));
-  }
-  mountedTo(AfContainer::multicastIntfAppDirAttr, container, em,
-            Intfs::dirMountPath(af, "corvane"));
-  mountedTo(AfContainer::underlayMulticastIntfAppDirAttr, container, em,
-            Intfs::dirMountPath(af, "mcasttunnel"));
-  mountedTo(AfContainer::multicastAppDirRootAttr, container, em, Intfs::dirMountPath(af));
-
-  local.decapReadyStatusIs(decapReadyStatusColl()->statusIs(local.domainClient()));
-  local.encapReadyStatusIs(encapReadyStatusColl()->statusIs(local.domainClient()));
-  if (remote != nullptr)
-    remote->decapReadyStatusIs(decapReadyStatusColl()->statusIs(remote->domainClient()));
-  mountedTo(AfContainer::vrfLeakConfigAttr, container, em,
-            Routing::Multicast::VrfLeak::McastVrfLeakConfig::mountPath(af));
-  container.mcastIntfSmRootIs();
-  for (DomainContainer* domain : {&local, remote}) {
-    if (domain == nullptr) continue;
+  for (const auto domain : domains)
+    if (holds(traitsOf(domain).condition, standbyMode()))
+      container.domainContainerIs(domain)->domainClientIs(traitsOf(domain).client(af));
+  keepMounts(Corvane::Moment::mountsComplete, af);
+  for (const auto& domain : container.domainContainers()) {
+    domain->decapReadyStatusIs(decapReadyStatusColl()->statusIs(domain->domainClient()));
     domain->ipTunnelMappingStatusIs();
     domain->ingressL3RouteStatusIs();
   }
+  // That of the remote domain comes with its machines.
+  DomainContainer& local = *container.localDomainContainer();
+  local.encapReadyStatusIs(encapReadyStatusColl()->statusIs(local.domainClient()));
+  container.mcastIntfSmRootIs();
   container.mcastVrfLeakCtxIs();
 }
 

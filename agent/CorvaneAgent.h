@@ -6,11 +6,13 @@
 #pragma once
 
 #include <string>
+#include <tuple>
 
 #include "agent/AfContainer.h"
 #include "agent/AfContainerSm.h"
 #include "agent/CorvaneNsfSm.h"
 #include "agent/LauncherSm.h"
+#include "agent/MountCatalog.h"
 #include "platform/CAgent.h"
 #include "platform/StagesHelper.h"
 #include "records/AgentStatus.h"
@@ -29,7 +31,7 @@
 
 namespace Multicast::Vpn {
 
-class Agent final : public Orlane::CAgent {
+class Agent final : public Orlane::CAgent, public AgentControl {
   VESK_RECORD(Multicast::Vpn::Agent)
 
   /// The factory. The process holds one agent, named "Corvane".
@@ -38,11 +40,11 @@ class Agent final : public Orlane::CAgent {
 
   void doStage(const std::string& stageClass, const std::string& stage) override;
   /// Builds the launcher, unless this supervisor is standby.
-  void handleStandbyMode();
-  /// Called by the launcher: builds the machines; takes them down. A shutdown with nothing built is
-  /// harmless.
-  void startup();
-  void shutdown();
+  void handleStandbyMode() override;
+  void startup() override;
+  void shutdown() override;
+  [[nodiscard]] bool isStandby() const override { return standbyMode(); }
+  void isStandbyIs(bool standby) override { standbyModeIs(standby); }
 
   VESK_REF(Routing::Multicast::IpTunnelGroupConfig const, ipTunnelGroupConfig)
   VESK_REF(Routing::Multicast::IpTunnelGroupConfig const, ipTunnelRemoteDomainGroupConfig)
@@ -80,6 +82,11 @@ class Agent final : public Orlane::CAgent {
   VESK_INSTANCES(Pavlin::AddressFamily, AfContainer, afContainer)
   VESK_INSTANCES(Pavlin::AddressFamily, AfContainerSm, afContainerSm)
 
+  /// What a standby mounts for its stages helper.
+  std::tuple<Ombra::Ptr<Stage::AgentConfig>, Ombra::Ptr<Stage::AgentStatus const>,
+             Ombra::Ptr<Stage::ProgressDir const>, Ombra::Ptr<Stage::CompletionStatusDir const>>
+      stageMounts;
+
  private:
   void doInit() override;
   void doMountsComplete(Halden::MountStatus status,
@@ -88,13 +95,17 @@ class Agent final : public Orlane::CAgent {
 
   void setupFlBuffer();
   void doSkarelMount();
-  void doMountsCompleteAf(Pavlin::AddressFamily af, const Halden::EntityManager& em);
-  void waitForStages(const Halden::EntityManager& em);
-  void doBriskelMount();
+  void doMountsCompleteAf(Pavlin::AddressFamily af);
+  void waitForStages();
   void doBriskelMountAf(Pavlin::AddressFamily af);
-  void doBriskelUnmount(Pavlin::AddressFamily af);
-  void doBriskelUnmount();
-  void mountMembershipJoins(AfContainer& container);
+
+  // By the list of mounts; of one family, or of the agent as a whole.
+  static constexpr auto noFamily = Pavlin::AddressFamily::none;
+  void doBriskelMount(Pavlin::AddressFamily af = noFamily);
+  void doBriskelUnmount(Pavlin::AddressFamily af = noFamily);
+  /// Hands every entity of the moment to its keeper.
+  void keepMounts(Corvane::Moment moment, Pavlin::AddressFamily af = noFamily);
+  [[nodiscard]] Ombra::Ptr<Vesk::Entity> entityOf(const Corvane::MountPath& mount) const;
 };
 
 }  // namespace Multicast::Vpn

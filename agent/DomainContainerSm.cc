@@ -19,14 +19,11 @@ void DomainContainerSm::handleInit() {
   DomainContainer& domain = *domainContainer();
   Sylva::TaskScheduler* const scheduler = Sylva::TaskSchedulerRoot::findOrCreateScheduler();
   domain.encapReadyStatusIs(agent.encapReadyStatusColl()->statusIs(domain.domainClient()));
-  const auto& groupConfig = in.domain == Irb::Multicast::Domain::localDomain
-                                ? agent.ipTunnelGroupConfig()
-                                : agent.ipTunnelRemoteDomainGroupConfig();
   defaultOverlayGroupSmIs({.af = in.afContainer->af(),
                            .ipTunnelMappingStatus = domain.ipTunnelMappingStatus(),
                            .vlanGroupTable = domain.vlanGroupTableColl()->table(
                                VlanGroupTableColl::getDefaultTableName())});
-  ipTunnelGroupConfigSmIs({.vlanToGroupConfig = groupConfig,
+  ipTunnelGroupConfigSmIs({.vlanToGroupConfig = traitsOf(in.domain).groupConfig(agent),
                            .vlanStatusDir = agent.vlanStatusDir(),
                            .vtiStatusDir = agent.vtiStatusDir(),
                            .mcastIntfRoot = in.afContainer->mcastIntfSmRoot(),

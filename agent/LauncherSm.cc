@@ -1,6 +1,5 @@
 #include "agent/LauncherSm.h"
 
-#include "agent/CorvaneAgent.h"
 #include "platform/Toggles.h"
 #include "runtime/Trace.h"
 
@@ -19,6 +18,7 @@ LauncherSm::LauncherSm(Inputs inputs) : in(std::move(inputs)) {
 }
 
 void LauncherSm::handleInitialized() {
+  if (auto t = trace.at(8)) t << "handleInitialized";
   in.agentStatus->stateIs(McastCommon::AgentState::AgentState::idle);
   in.agentStatus->runningIs(false);
   updateState();
@@ -78,8 +78,8 @@ void RedundancyStatusSm::handleSwitchoverStage(const std::string&) {
 }
 
 void RedundancyStatusSm::standbyModeIs(bool standby) {
-  if (in.corvaneAgent->standbyMode() == standby) return;
-  in.corvaneAgent->standbyModeIs(standby);
+  if (in.corvaneAgent->isStandby() == standby) return;
+  in.corvaneAgent->isStandbyIs(standby);
   in.corvaneAgent->handleStandbyMode();
 }
 

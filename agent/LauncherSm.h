@@ -5,6 +5,7 @@
 // of these. Starting and stopping happen inside its own write of `state`.
 #pragma once
 
+#include "agent/AgentControl.h"
 #include "records/AgentStatus.h"
 #include "records/Evpn.h"
 #include "records/Redundancy.h"
@@ -12,8 +13,6 @@
 #include "runtime/Record.h"
 
 namespace Multicast::Vpn {
-
-class Agent;
 
 class LauncherSm final : public Vesk::Machine {
   VESK_RECORD(Multicast::Vpn::LauncherSm)
@@ -24,7 +23,7 @@ class LauncherSm final : public Vesk::Machine {
     Ombra::Ptr<Evpn::EvpnStatus const> evpnStatus;  ///< null with both EVPN toggles off
     Ombra::Ptr<Irb::Multicast::EvpnStaticStatus const> evpnStaticStatus;  ///< the same
     Ombra::Ptr<McastCommon::AgentRunningStatus> agentStatus;
-    Agent* corvaneAgent = nullptr;
+    AgentControl* corvaneAgent = nullptr;
     bool operator==(const Inputs&) const = default;
   };
   explicit LauncherSm(Inputs inputs);
@@ -66,7 +65,7 @@ class RedundancyStatusSm final : public Vesk::Machine {
   VESK_RECORD(Multicast::Vpn::RedundancyStatusSm)
   struct Inputs {
     Ombra::Ptr<Redundancy::RedundancyStatus const> redundancyStatus;
-    Agent* corvaneAgent = nullptr;
+    AgentControl* corvaneAgent = nullptr;
     bool operator==(const Inputs&) const = default;
   };
   explicit RedundancyStatusSm(Inputs inputs);

@@ -4,10 +4,10 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "agent/MountCatalog.h"
 #include "host/Commands.h"
 #include "host/InputError.h"
 #include "host/print/EntityJson.h"
-#include "records/MountCatalog.h"
 #include "runtime/Reflect.h"
 
 namespace Host {
@@ -31,7 +31,7 @@ std::string_view storeText(Corvane::Store store) {
 }
 
 std::string_view accessText(const Corvane::MountPath& mount) {
-  if (!mount.mounted) return "not mounted";
+  if (mount.mounting == Corvane::Mounting::never) return "not mounted";
   return mount.access == Corvane::Access::write ? "write" : "read";
 }
 
@@ -78,8 +78,10 @@ Json typeJson(const RecordType& type) {
   for (const auto& mount : Corvane::mountCatalog()) {
     if (mount.type != type.name()) continue;
     Json entry{
-        {"path", mount.path}, {"store", storeText(mount.store)}, {"access", accessText(mount)}};
-    if (!mount.condition.empty()) entry["condition"] = mount.condition;
+        {"path", mount.path}, {"store", storeText(mount.store())}, {"access", accessText(mount)}};
+    if (mount.condition != Corvane::Condition::always)
+      entry["condition"] = Corvane::conditionText(mount.condition);
+    if (mount.mounting == Corvane::Mounting::notYet) entry["mounted"] = "not yet";
     mounts.push_back(std::move(entry));
   }
   return {{"type", type.name()},
@@ -93,8 +95,11 @@ void printType(const RecordType& type, const Style& style) {
              type.isMachine() ? style.in(Ink::faint, "  machine") : "");
   for (const auto& mount : Corvane::mountCatalog())
     if (mount.type == type.name())
-      fmt::print("  at {}  ({}, {}{}{})\n", mount.path, storeText(mount.store), accessText(mount),
-                 mount.condition.empty() ? "" : "; ", mount.condition);
+      fmt::print("  at {}  ({}, {}{}{}{})\n", mount.path, storeText(mount.store()),
+                 accessText(mount),
+                 mount.mounting == Corvane::Mounting::notYet ? ", not mounted yet" : "",
+                 mount.condition == Corvane::Condition::always ? "" : "; ",
+                 Corvane::conditionText(mount.condition));
   std::size_t nameWidth = 0;
   for (const FieldInfo* field : type.fields())
     nameWidth = std::max(nameWidth, field->name.size());

@@ -33,6 +33,20 @@ void PrefixListConfigSm::handlePrefixList(std::string name) {
   prefixListIs(name, {.parent = this, .row = row});
 }
 
+Ombra::Ptr<PrefixListConfigSm> prefixListConfigSmFactory(
+    Sylva::TaskScheduler* scheduler, const Ombra::Ptr<Acl::AclListConfig const>& aclListConfig,
+    const Ombra::Ptr<Policy::PolicyRoot>& policyRoot) {
+  return Ombra::make<PrefixListConfigSm>(
+      PrefixListConfigSm::Inputs{scheduler, Pavlin::ipv4(), aclListConfig, policyRoot});
+}
+
+Ombra::Ptr<PrefixListConfigSm> ipv6PrefixListConfigSmFactory(
+    Sylva::TaskScheduler* scheduler, const Ombra::Ptr<Acl::AclListConfig const>& aclListConfig,
+    const Ombra::Ptr<Policy::PolicyRoot>& policyRoot) {
+  return Ombra::make<PrefixListConfigSm>(
+      PrefixListConfigSm::Inputs{scheduler, Pavlin::ipv6(), aclListConfig, policyRoot});
+}
+
 }  // namespace Routing::RouteMap
 
 VESK_REGISTER(Routing::RouteMap::PrefixListSm)

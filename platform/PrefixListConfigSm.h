@@ -48,4 +48,12 @@ class PrefixListConfigSm final : public Vesk::Machine {
       in.aclListConfig, Acl::AclListConfig::prefixListAttr);
 };
 
+/// The machine of each family.
+[[nodiscard]] Ombra::Ptr<PrefixListConfigSm> prefixListConfigSmFactory(
+    Sylva::TaskScheduler* scheduler, const Ombra::Ptr<Acl::AclListConfig const>& aclListConfig,
+    const Ombra::Ptr<Policy::PolicyRoot>& policyRoot);
+[[nodiscard]] Ombra::Ptr<PrefixListConfigSm> ipv6PrefixListConfigSmFactory(
+    Sylva::TaskScheduler* scheduler, const Ombra::Ptr<Acl::AclListConfig const>& aclListConfig,
+    const Ombra::Ptr<Policy::PolicyRoot>& policyRoot);
+
 }  // namespace Routing::RouteMap

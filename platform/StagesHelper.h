@@ -30,6 +30,10 @@ class StagesHelper final : public Vesk::Machine {
   void waitForStage(const std::string& stage);
   /// Reports the stage done.
   void doStageComplete(const std::string& stage);
+  /// Where the completion of each instance shows.
+  void setInstanceCompletionStatusDir(const Ombra::Ptr<Stage::CompletionStatusDir const>& dir) {
+    instanceCompletionStatusDirIs(dir);
+  }
 
   VESK_REF(Stage::CompletionStatusDir const, instanceCompletionStatusDir)
 

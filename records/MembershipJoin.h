@@ -3,8 +3,8 @@
 // membership machines. Caveat: the group 0.0.0.0 or :: is the vlan's wildcard.
 #pragma once
 
+#include <array>
 #include <string>
-#include <vector>
 
 #include <fmt/format.h>
 
@@ -19,13 +19,13 @@ namespace Irb::Multicast::Gmp {
   return client == App::Client::client11 || client == App::Client::client12;
 }
 /// The clients whose joins this agent reads, in order of mounting.
-[[nodiscard]] inline std::vector<App::Client> joinClients(bool gateway) {
+[[nodiscard]] constexpr auto joinClients() {
   using enum App::Client;
-  std::vector<App::Client> clients{client0, client2,  client3, client5, client8,
-                                   client9, client10, client4, client13};
-  if (gateway) clients.insert(clients.end(), {client11, client12});
-  return clients;
+  return std::array{client0,  client2, client3,  client5,  client8, client9,
+                    client10, client4, client13, client11, client12};
 }
+/// The client whose joins are those of the MLAG peer.
+inline constexpr auto peerClient = App::Client::client3;
 
 class SourceMembershipJoin : public Vesk::Keyed<Pavlin::IpGenAddr> {
   VESK_RECORD(Irb::Multicast::Gmp::SourceMembershipJoin)

@@ -1,16 +1,19 @@
 #include "records/UnderlayRouteFilter.h"
 
-#include <algorithm>
-
 namespace Routing::Multicast {
 
 void UnderlayRouteFilterSet::filterIs(const Ombra::Ptr<UnderlayRouteFilterBase>& filter) {
-  if (std::find(filter_.begin(), filter_.end(), filter) == filter_.end()) filter_.push_back(filter);
+  for (const auto& [number, present] : filterIterator())
+    if (present == filter) return;
+  std::uint32_t free = 0;
+  while (filterHas(free))
+    ++free;
+  filterIs(free, filter);
 }
 
 bool UnderlayRouteFilterSet::filterUnderlayRoute(const UnderlayRouteContext& context) const {
   bool takesPart = true;
-  for (const auto& filter : filter_)
+  for (const auto& [number, filter] : filterIterator())
     takesPart = filter->filterUnderlayRoute(context) && takesPart;
   return takesPart;
 }

@@ -8,9 +8,8 @@
 //     VESK_RECORD(...)
 #pragma once
 
-#include <vector>
-
 #include "records/Keys.h"
+#include "records/ReferenceMap.h"
 #include "records/Rows.h"
 #include "runtime/Record.h"
 
@@ -28,17 +27,13 @@ class UnderlayRouteFilterBase : public Vesk::Entity {
 
 class UnderlayRouteFilterSet : public Vesk::Entity {
   VESK_RECORD(Routing::Multicast::UnderlayRouteFilterSet)
+  /// Numbered in the order in which they were added.
+  VESK_REFERENCES(std::uint32_t, UnderlayRouteFilterBase, filter)
 
-  /// In the order in which they were added.
-  [[nodiscard]] const std::vector<Ombra::Ptr<UnderlayRouteFilterBase>>& filter() const {
-    return filter_;
-  }
+  /// Adds a filter, once.
   void filterIs(const Ombra::Ptr<UnderlayRouteFilterBase>& filter);
   /// True if every filter lets the route take part; all are asked.
   [[nodiscard]] bool filterUnderlayRoute(const UnderlayRouteContext& context) const;
-
- private:
-  std::vector<Ombra::Ptr<UnderlayRouteFilterBase>> filter_;
 };
 
 }  // namespace Routing::Multicast

@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include "records/MountCatalog.h"
+#include "agent/MountCatalog.h"
 #include "runtime/Assert.h"
 #include "runtime/Dir.h"
 
@@ -174,11 +174,11 @@ std::optional<PathInfo> pathInfo(std::string_view path) {
   if (const auto* mount = Corvane::findMountPath(path)) {
     const RecordType* type = mount->recordType();
     if (type == nullptr) return std::nullopt;
-    return PathInfo{type, mount->store != Corvane::Store::stateDb, true};
+    return PathInfo{type, mount->store() != Corvane::Store::stateDb, true};
   }
   const std::string below = std::string(path) + "/";
   for (const auto& mount : Corvane::mountCatalog())
-    if (mount.store == Corvane::Store::stateDb && mount.path.starts_with(below))
+    if (mount.store() == Corvane::Store::stateDb && mount.path.starts_with(below))
       return PathInfo{&Vesk::Dir::veskType(), false, true};
   if (const RecordType* type = RecordType::find(Corvane::typeNameOfPath(path)))
     return PathInfo{type, false, false};

@@ -10,7 +10,7 @@ namespace Host {
 namespace {
 
 bool isKept(const Corvane::MountPath& mount) {
-  return isOutput(mount) && mount.store == Corvane::Store::stateDb &&
+  return isOutput(mount) && mount.store() == Corvane::Store::stateDb &&
          mount.recordType() != &Vesk::Dir::veskType();
 }
 

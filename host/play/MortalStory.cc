@@ -20,7 +20,7 @@ class FirstListener final : public Vesk::Machine {
 };
 
 Ombra::Ptr<Vesk::Entity> outputEntity(const Corvane::MountPath& mount) {
-  if (mount.store == Corvane::Store::stateDb)
+  if (mount.store() == Corvane::Store::stateDb)
     return Halden::StateDatabase::instance().create(mount.path, mount.type);
   return VeskSharedMem::EntityManager::getEntityManager()->open(mount.path, mount.type);
 }

@@ -57,7 +57,7 @@ std::vector<Failure> Oracles::restart() {
   std::vector<Failure> failures;
   std::vector<std::unique_ptr<Watch>> watches;
   for (const auto& mount : Corvane::mountCatalog()) {
-    if (!isOutput(mount) || mount.store == Corvane::Store::stateDb) continue;
+    if (!isOutput(mount) || mount.store() == Corvane::Store::stateDb) continue;
     watches.push_back(
         std::make_unique<Watch>(world_, Address::parse(mount.path), [&](const Watch::Lines& lines) {
           for (const std::string& line : lines())

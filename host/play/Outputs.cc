@@ -7,7 +7,8 @@
 namespace Host {
 
 bool isOutput(const Corvane::MountPath& mount) {
-  return mount.mounted && mount.access == Corvane::Access::write && mount.recordType() != nullptr;
+  return mount.isMounted() && mount.access == Corvane::Access::write &&
+         mount.recordType() != nullptr;
 }
 
 Outputs outputsOf(const World& world) {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "agent/MountCatalog.h"
 #include "host/play/World.h"
-#include "records/MountCatalog.h"
 
 namespace Host {
 

@@ -1,11 +1,10 @@
-// Records: all of them are known by name, the paths they stand under agree in the catalogue and the
-// profile, and the reads that they compute give what the tables here say.
+// Records: all of them are known by name, and the reads that they compute give what the tables here
+// say.
 
 #include <map>
 #include <set>
 
 #include <gtest/gtest.h>
-#include <yaml-cpp/yaml.h>
 
 #include "records/BriskelInputs.h"
 #include "records/Egress.h"
@@ -14,7 +13,6 @@
 #include "records/Fib.h"
 #include "records/IpTunnelMappingStatus.h"
 #include "records/MlagVxlanState.h"
-#include "records/MountCatalog.h"
 #include "records/Tunnels.h"
 #include "records/VrfLeak.h"
 #include "records/VrfNames.h"
@@ -50,53 +48,6 @@ TEST(Records, countTheirAttributesApartAndReadTheirDefaultsBack) {
       }
     }
   }
-}
-
-TEST(MountCatalog, hasTypedPathsThatAreToldApart) {
-  std::set<std::string> paths;
-  for (const auto& mount : Corvane::mountCatalog()) {
-    EXPECT_TRUE(paths.insert(mount.path).second) << mount.path << " stands twice";
-    const auto* type = mount.recordType();
-    ASSERT_NE(type, nullptr) << mount.path << " has no type " << mount.type;
-    // Shared tables are sized from the record.
-    if (mount.store == Corvane::Store::stateDb) continue;
-    for (const auto* field : type->fields()) {
-      if (field->kind == Vesk::FieldKind::valueMap || field->kind == Vesk::FieldKind::valueSet) {
-        EXPECT_GT(field->capacity, 0U) << mount.type << " " << field->name;
-      }
-    }
-  }
-  const std::pair<const char*, const char*> types[]{
-      {"multicast/ipv6/irb/status/client3", "Irb::Multicast::McastIrbStatus"},
-      {"routing/gmp/ipv4/status/corvane/default", "Routing::Gmp::Briskel::Status"},
-      {"multicastIntfs/application/corvane", "Vesk::Dir"},
-      {"multicastIntfs/application/routing/red",
-       "Routing::Multicast::MulticastIntfsForApplications"},
-      {"multicastIntfs6/application/corvane/red",
-       "Routing::Multicast::MulticastIntfsForApplications"},
-      {"multicastIntfs/application/", ""},
-      {"multicastIntfs/application//red", ""},
-      {"multicastIntfs/application/routing/red/blue", ""},
-      {"multicast/ipv4/irb/membership/join/client1", ""},
-      {"no/such/path", ""},
-  };
-  for (const auto& [path, type] : types)
-    EXPECT_EQ(Corvane::typeNameOfPath(path), type) << path;
-}
-
-TEST(MountCatalog, agreesWithTheProfile) {
-  std::map<std::string, std::string> expected;
-  for (const auto& mount : Corvane::mountCatalog())
-    if (mount.store == Corvane::Store::stateDb && mount.mounted)
-      expected[mount.path] =
-          mount.type + (mount.access == Corvane::Access::write ? " write" : " read");
-  const YAML::Node profile = YAML::LoadFile("profiles/Corvane.yaml");
-  EXPECT_EQ(profile["profile"].as<std::string>(), "Corvane");
-  std::map<std::string, std::string> found;
-  for (const auto& entry : profile["mounts"])
-    found[entry["path"].as<std::string>()] =
-        entry["type"].as<std::string>() + " " + entry["access"].as<std::string>();
-  EXPECT_EQ(found, expected);
 }
 
 // Immediate groups, which come before both, are judged by the random histories.
