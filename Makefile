@@ -13,7 +13,7 @@ build: setup
 	@scripts/build $(PRESET)
 
 demo: setup
-	@scripts/build release
+	@scripts/build release corvane
 	@build/release/corvane play scenarios/fabric.yaml
 
 test: setup

@@ -38,7 +38,6 @@ void AfContainerSm::handleInit() {
   if (toggleOismGatewayEnabled()) {
     container.electedDfStatusDirIs();
     gatewayStatusIs(agent().gatewayESStatus());
-    gateway_.inputIs(gatewayStatus());
   }
 }
 

@@ -62,17 +62,15 @@ class AfContainerSm final : public Vesk::Machine {
       in.igmpSnoopingStatus, Bridging::IgmpSnooping::Status::snoopingActiveAttr);
   Vesk::Watch mld_ = watch<&AfContainerSm::handleMldSnoopingStatus>(
       in.mldSnoopingStatus, Bridging::IgmpSnooping::Config::snoopingEnabledAttr);
-  Vesk::Watch gateway_ = watch<&AfContainerSm::handleGatewayStatus>(
-      gatewayStatus(), Irb::Multicast::GatewayEsStatus::esVlanStatusAttr);
-  Vesk::PathWatch<AfContainer::localDomainContainerTag, DomainContainer::ipTunnelMappingStatusTag,
-                  MappingStatus::multipleUnderlayGroupsDelayedVrfTag>
-      localDelayed_ = watchPath<&AfContainerSm::updateMultipleUnderlayGroupStateMachines>(
+  Vesk::PathWatch gateway_ = watchPath<&AfContainerSm::handleGatewayStatus>(
+      this, gatewayStatusAttr, Irb::Multicast::GatewayEsStatus::esVlanStatusAttr);
+  Vesk::PathWatch localDelayed_ =
+      watchPath<&AfContainerSm::updateMultipleUnderlayGroupStateMachines>(
           in.container, AfContainer::localDomainContainerAttr,
           DomainContainer::ipTunnelMappingStatusAttr,
           MappingStatus::multipleUnderlayGroupsDelayedVrfAttr);
-  Vesk::PathWatch<AfContainer::remoteDomainContainerTag, DomainContainer::ipTunnelMappingStatusTag,
-                  MappingStatus::multipleUnderlayGroupsDelayedVrfTag>
-      remoteDelayed_ = watchPath<&AfContainerSm::updateMultipleUnderlayGroupStateMachines>(
+  Vesk::PathWatch remoteDelayed_ =
+      watchPath<&AfContainerSm::updateMultipleUnderlayGroupStateMachines>(
           in.container, AfContainer::remoteDomainContainerAttr,
           DomainContainer::ipTunnelMappingStatusAttr,
           MappingStatus::multipleUnderlayGroupsDelayedVrfAttr);

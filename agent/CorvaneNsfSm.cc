@@ -17,24 +17,8 @@ void DecapReadySm::handleReady() {
 }
 
 CorvaneNsfSm::CorvaneNsfSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& [client, status] : in.encapReadyStatusColl->statusIterator())
-    handleEncapStatus(client);
-  for (const auto& [client, status] : in.decapReadyStatusColl->statusIterator())
-    handleDecapStatus(client);
-}
-
-void CorvaneNsfSm::handleEncapStatus(EncapDecapReadyClient client) {
-  encapReadyDel(client);
-  if (const auto row = in.encapReadyStatusColl->status(client))
-    encapReadyIs(client, {.parent = this, .row = row});
-  handleCorvaneEncapReady();
-}
-
-void CorvaneNsfSm::handleDecapStatus(EncapDecapReadyClient client) {
-  decapReadyDel(client);
-  if (const auto row = in.decapReadyStatusColl->status(client))
-    decapReadyIs(client, {.parent = this, .row = row});
-  handleCorvaneDecapReady();
+  encap_.beginWithHandler();
+  decap_.beginWithHandler();
 }
 
 bool CorvaneNsfSm::complete(const std::string& stage) const {
@@ -74,7 +58,10 @@ void CorvaneNsfSm::handleCorvaneEncapReady() {
   bool ready = true;
   for (const auto& [client, status] : in.encapReadyStatusColl->statusIterator())
     ready = ready && status->ready();
-  if (auto t = trace.at(8)) t << "handleCorvaneEncapReady, ready: " << ready;
+  if (auto t = trace.at(8))
+    t << "handleCorvaneEncapReady"
+      << ", corvaneEncapReconcileCompleted: " << corvaneEncapReconcileCompleted()
+      << " ready: " << ready;
   if (!ready) return;
   corvaneEncapReconcileCompletedIs(true);
   if (auto t = trace.at(8)) t << ": doStageComplete( " << encapReconcileStage << " )";
@@ -84,7 +71,10 @@ void CorvaneNsfSm::handleCorvaneEncapReady() {
 void CorvaneNsfSm::handleCorvaneDecapReady() {
   if (!corvaneDecapReconcileStarted() || corvaneDecapReconcileCompleted()) return;
   const bool ready = in.decapReadyStatusColl->reviewComplete();
-  if (auto t = trace.at(8)) t << "handleCorvaneDecapReady, ready: " << ready;
+  if (auto t = trace.at(8))
+    t << "handleCorvaneDecapReady"
+      << ", corvaneDecapReconcileCompleted: " << corvaneDecapReconcileCompleted()
+      << " ready: " << ready;
   if (!ready) return;
   corvaneDecapReconcileCompletedIs(true);
   if (auto t = trace.at(8)) t << ": doStageComplete( " << decapReconcileStage << " )";

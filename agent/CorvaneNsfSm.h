@@ -79,14 +79,12 @@ class CorvaneNsfSm final : public Vesk::Machine {
   VESK_INSTANCES(EncapDecapReadyClient, DecapReadySm, decapReady)
 
  private:
-  void handleEncapStatus(EncapDecapReadyClient client);
-  void handleDecapStatus(EncapDecapReadyClient client);
   [[nodiscard]] bool complete(const std::string& stage) const;
 
-  Vesk::Watch encap_ = watch<&CorvaneNsfSm::handleEncapStatus>(in.encapReadyStatusColl,
-                                                               EncapReadyStatusColl::statusAttr);
-  Vesk::Watch decap_ = watch<&CorvaneNsfSm::handleDecapStatus>(in.decapReadyStatusColl,
-                                                               DecapReadyStatusColl::statusAttr);
+  Vesk::Follow encap_ = follow<&CorvaneNsfSm::handleCorvaneEncapReady>(
+      in.encapReadyStatusColl, EncapReadyStatusColl::statusAttr, encapReadyAttr);
+  Vesk::Follow decap_ = follow<&CorvaneNsfSm::handleCorvaneDecapReady>(
+      in.decapReadyStatusColl, DecapReadyStatusColl::statusAttr, decapReadyAttr);
 };
 
 }  // namespace Multicast::Vpn

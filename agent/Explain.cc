@@ -144,6 +144,8 @@ class Chain {
         return "allowed";
       case Reason::noIif:
         return "it has no incoming interface";
+      case Reason::iifIsNoVlan:
+        return fmt::format("it comes in by {}, which no frame can belong to", iif);
       case Reason::prefixGroup:
         return "its group is a prefix, not one group";
       case Reason::vxlanNotActive:

@@ -6,9 +6,8 @@ set(peer_sources ${bench_sources})
 list(FILTER peer_sources INCLUDE REGEX "/bench/peers/")
 list(REMOVE_ITEM bench_sources ${peer_sources})
 
-# Measurements of the whole agent stand beside the histories' direct computation.
-add_executable(corvane_bench ${bench_sources} tests/history/EncapOracle.cc tests/history/RouteOracle.cc)
-target_link_libraries(corvane_bench PRIVATE corvane_lib benchmark::benchmark_main)
+add_executable(corvane_bench ${bench_sources})
+target_link_libraries(corvane_bench PRIVATE corvane_lib corvane_oracles benchmark::benchmark_main)
 corvane_precompile(corvane_bench)
 
 find_package(PkgConfig REQUIRED)

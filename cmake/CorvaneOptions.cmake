@@ -85,12 +85,8 @@ endif()
 
 find_program(CORVANE_CCACHE ccache)
 if(CORVANE_CCACHE)
-  # Without this sloppiness the cache refuses sources that use a precompiled header.
   set(CMAKE_CXX_COMPILER_LAUNCHER
-      "${CMAKE_COMMAND}" -E env
-      CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1
-      CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
-      "${CORVANE_CCACHE}")
+      "${PROJECT_SOURCE_DIR}/cmake/compile" "${CORVANE_CCACHE}" "${PROJECT_SOURCE_DIR}")
   target_compile_options(corvane_common INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.")
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(corvane_common INTERFACE -fpch-preprocess)

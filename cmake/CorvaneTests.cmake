@@ -15,7 +15,8 @@ if(test_sources)
   find_package(GTest CONFIG REQUIRED)
   include(GoogleTest)
   add_executable(corvane_tests ${test_sources})
-  target_link_libraries(corvane_tests PRIVATE corvane_lib GTest::gmock_main GTest::gmock GTest::gtest)
+  target_link_libraries(corvane_tests PRIVATE
+      corvane_lib corvane_oracles GTest::gmock_main GTest::gmock GTest::gtest)
   corvane_precompile(corvane_tests <gtest/gtest.h>)
   gtest_discover_tests(corvane_tests
       DISCOVERY_MODE PRE_TEST

@@ -6,9 +6,8 @@
 // stands, never from the event.
 #pragma once
 
-#include <vector>
-
 #include "platform/MulticastIntfsAppRoot.h"
+#include "runtime/OneToMany.h"
 #include "runtime/Record.h"
 
 namespace Routing::Multicast {
@@ -27,15 +26,15 @@ class IntfVrfIndex final : public Vesk::Machine {
     VESK_RECORD(Routing::Multicast::IntfVrfIndex::NestedSm_Vrf)
     struct Inputs {
       IntfVrfIndex* parent;
-      L3::VrfName vrfName;
       Ombra::Ptr<MulticastIntfsAppRootSm const> row;
       bool operator==(const Inputs&) const = default;
     };
     explicit NestedSm_Vrf(Inputs inputs) : in(std::move(inputs)) {}
     const Inputs in;
+    void handleDel() { in.parent->updateHolderOfAll(*in.row); }
 
    private:
-    void handleIntf(Pavlin::IntfId intf) { in.parent->updateHolder(intf, in.vrfName); }
+    void handleIntf(Pavlin::IntfId intf) { in.parent->updateHolder(intf, in.row->vrfName()); }
 
     Vesk::Watch intf_ =
         watch<&NestedSm_Vrf::handleIntf>(in.row, MulticastIntfsAppRootSm::multicastIntfAttr);
@@ -49,11 +48,11 @@ class IntfVrfIndex final : public Vesk::Machine {
   /// Whether this VRF holds the interface may have changed.
   void updateHolder(Pavlin::IntfId intf, L3::VrfName vrfName);
 
-  /// In collection order, and mostly one.
-  Vesk::KeyedMap<Pavlin::IntfId, std::vector<L3::VrfName>> holders_;
+  void updateHolderOfAll(const MulticastIntfsAppRootSm& intfsOfVrf);
 
-  Vesk::Watch vrfSm_ =
-      watch<&IntfVrfIndex::handleVrf>(in.mcastIntfRoot, MulticastIntfsAppRootSmColl::vrfSmAttr);
+  Vesk::OneToMany<Pavlin::IntfId, L3::VrfName> holders_;
+  Vesk::Follow vrfs_ = follow<&IntfVrfIndex::handleVrf>(
+      in.mcastIntfRoot, MulticastIntfsAppRootSmColl::vrfSmAttr, vrfAttr);
 };
 
 }  // namespace Routing::Multicast

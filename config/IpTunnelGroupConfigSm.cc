@@ -10,26 +10,8 @@ const Vesk::TraceHandle traceHandle{"IpTunnelGroupConfigSm"};
 }  // namespace
 
 IpTunnelGroupConfigSm::IpTunnelGroupConfigSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& [intfId, row] : in.vlanToGroupConfig->intfConfigIterator())
-    vlanIntfGroupConfigIs(row);
+  intfConfigs_.begin();
   handleInitialized();
-}
-
-void IpTunnelGroupConfigSm::vlanIntfGroupConfigIs(
-    const Ombra::Ptr<IpTunnelGroupIntfConfig const>& row) {
-  const auto present = vlanIntfGroupConfig(row->intfId());
-  if (present && present->in.row == row) return;
-  vlanIntfGroupConfigAdopt(row->intfId(), Ombra::make<NestedSm_VlanIntfGroupConfig>(
-                                              NestedSm_VlanIntfGroupConfig::Inputs{this, row}));
-}
-
-void IpTunnelGroupConfigSm::intfConfigDispatch(Pavlin::IntfId intfId) {
-  handleIntf(intfId);
-  if (const auto row = in.vlanToGroupConfig->intfConfig(intfId)) {
-    vlanIntfGroupConfigIs(row);
-  } else {
-    vlanIntfGroupConfigDel(intfId);
-  }
 }
 
 void IpTunnelGroupConfigSm::handleIntf(Pavlin::IntfId intfId) {
@@ -43,15 +25,12 @@ void IpTunnelGroupConfigSm::handleIntf(Pavlin::IntfId intfId) {
     intfSmDel();
     return;
   }
-  const IpTunnelGroupIntfConfigSm::Inputs wanted{.vlanToGroupIntfConfig = config,
-                                                 .vlanStatusDir = in.vlanStatusDir,
-                                                 .vtiStatus = vti,
-                                                 .mcastIntfRoot = in.mcastIntfRoot,
-                                                 .vlanToGroupStatus = in.vlanToGroupStatus,
-                                                 .ipTunnelMappingStatus = in.ipTunnelMappingStatus};
-  // What the old machine's end clears must not be what the new one has just written.
-  if (intfSm() && intfSm()->in != wanted) intfSmDel();
-  intfSmIs(wanted);
+  intfSmIs({.vlanToGroupIntfConfig = config,
+            .vlanStatusDir = in.vlanStatusDir,
+            .vtiStatus = vti,
+            .mcastIntfRoot = in.mcastIntfRoot,
+            .vlanToGroupStatus = in.vlanToGroupStatus,
+            .ipTunnelMappingStatus = in.ipTunnelMappingStatus});
 }
 
 void IpTunnelGroupConfigSm::handleInitialized() {
@@ -62,15 +41,7 @@ void IpTunnelGroupConfigSm::handleInitialized() {
   if (in.ipTunnelMappingStatus) in.ipTunnelMappingStatus->readyIs(true);
 }
 
-void IpTunnelGroupConfigSm::handleCleanup() {
-  intfSmDel();
-  vlanIntfGroupConfigDelAll();
-}
-
 }  // namespace Routing::Multicast
 
-VESK_REGISTER(Routing::Multicast::IpTunnelGroupIntfConfigSm)
-VESK_REGISTER(Routing::Multicast::IpTunnelGroupIntfConfigSm::NestedSm_VlanToMulticastGroup)
-VESK_REGISTER(Routing::Multicast::IpTunnelGroupIntfConfigSm::NestedSm_VrfToMulticastGroup)
 VESK_REGISTER(Routing::Multicast::IpTunnelGroupConfigSm)
 VESK_REGISTER(Routing::Multicast::IpTunnelGroupConfigSm::NestedSm_VlanIntfGroupConfig)

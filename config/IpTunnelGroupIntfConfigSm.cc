@@ -1,5 +1,6 @@
+#include "config/IpTunnelGroupIntfConfigSm.h"
+
 #include "config/ImmediateGroups.h"
-#include "config/IpTunnelGroupConfigSm.h"
 #include "runtime/Fleetlog.h"
 #include "runtime/Trace.h"
 
@@ -31,47 +32,9 @@ void ringImmediate(const char* what, const OverlayAddr& overlay, const char* und
 }  // namespace
 
 IpTunnelGroupIntfConfigSm::IpTunnelGroupIntfConfigSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& [vrfName, row] : in.vlanToGroupIntfConfig->vrfToMulticastGroupIterator())
-    vrfToMulticastGroupIs(row);
-  for (const auto& [vlanId, row] : in.vlanToGroupIntfConfig->vlanToMulticastGroupIterator())
-    vlanToMulticastGroupIs(row);
+  vrfRows_.begin();
+  vlanRows_.begin();
   handleInitialized();
-}
-
-bool IpTunnelGroupIntfConfigSm::vlanToMulticastGroupIs(
-    const Ombra::Ptr<VlanGroupConfigEntry const>& row) {
-  const auto present = vlanToMulticastGroup(row->vlanId());
-  if (present && present->in.row == row) return false;
-  vlanToMulticastGroupAdopt(row->vlanId(), Ombra::make<NestedSm_VlanToMulticastGroup>(
-                                               NestedSm_VlanToMulticastGroup::Inputs{this, row}));
-  return true;
-}
-
-bool IpTunnelGroupIntfConfigSm::vrfToMulticastGroupIs(
-    const Ombra::Ptr<VrfGroupConfigEntry const>& row) {
-  const auto present = vrfToMulticastGroup(row->vrfName());
-  if (present && present->in.row == row) return false;
-  vrfToMulticastGroupAdopt(row->vrfName(), Ombra::make<NestedSm_VrfToMulticastGroup>(
-                                               NestedSm_VrfToMulticastGroup::Inputs{this, row}));
-  return true;
-}
-
-void IpTunnelGroupIntfConfigSm::vlanToMulticastGroupDispatch(Bridging::VlanId vlanId) {
-  handleVlanToMulticastGroup(vlanId);
-  if (const auto row = in.vlanToGroupIntfConfig->vlanToMulticastGroup(vlanId)) {
-    vlanToMulticastGroupIs(row);
-  } else {
-    vlanToMulticastGroupDel(vlanId);
-  }
-}
-
-void IpTunnelGroupIntfConfigSm::vrfToMulticastGroupDispatch(L3::VrfName vrfName) {
-  handleVrfToMulticastGroup(vrfName);
-  if (const auto row = in.vlanToGroupIntfConfig->vrfToMulticastGroup(vrfName)) {
-    if (vrfToMulticastGroupIs(row)) updateVrfImmediateAllMapping(vrfName);
-  } else {
-    vrfToMulticastGroupDel(vrfName);
-  }
 }
 
 // --- vlans -------------------------------------------------------------------------------------
@@ -222,6 +185,11 @@ void IpTunnelGroupIntfConfigSm::handleVrfToMulticastGroup() {
   }
 }
 
+void IpTunnelGroupIntfConfigSm::vrfToMulticastGroupDispatch(L3::VrfName vrfName) {
+  handleVrfToMulticastGroup(vrfName);
+  updateVrfImmediateAllMapping(vrfName);
+}
+
 void IpTunnelGroupIntfConfigSm::handleVrfToVniMap(L3::VrfName vrfName) {
   handleVrfToMulticastGroup(vrfName);
 }
@@ -232,25 +200,28 @@ void IpTunnelGroupIntfConfigSm::handleVrfToSBDVlan(L3::VrfName vrfName) {
   if (auto t = traceHandle.at(8))
     t << "handleVrfToSBDVlan " << vrfName << " old: " << old << " new: " << now;
   if (old.isNone() && now.isNone()) return;
-
-  // Another VRF may have taken the vlan over meanwhile.
-  const auto forgetOld = [&] {
-    if (sbdToVrfMap(old.vlanId()) == vrfName) sbdToVrfMapDel(old.vlanId());
-  };
-  if (now.isNone()) {
-    handleVlanToMulticastGroup(old.vlanId());
-    vrfToSbdMapDel(vrfName);
-    forgetOld();
-  } else {
-    if (!old.isNone() && old != now) {
-      handleVlanToMulticastGroup(old.vlanId());
-      forgetOld();
-    }
-    vrfToSbdMapIs(vrfName, now);
-    sbdToVrfMapIs(now.vlanId(), vrfName);
-    handleVlanToMulticastGroup(now.vlanId());
-  }
+  if (!old.isNone() && old != now) giveUpSbdVlan(old.vlanId(), vrfName);
+  if (!now.isNone()) takeSbdVlan(now.vlanId(), vrfName);
   handleVrfToMulticastGroup(vrfName);
+}
+
+void IpTunnelGroupIntfConfigSm::giveUpSbdVlan(Bridging::VlanId vlanId, L3::VrfName vrfName) {
+  handleVlanToMulticastGroup(vlanId);
+  vrfToSbdMapDel(vrfName);
+  vrfsOfSbdVlan_.remove(vlanId, vrfName);
+  if (const auto next = vrfsOfSbdVlan_.first(vlanId)) {
+    sbdToVrfMapIs(vlanId, *next);
+    handleVlanToMulticastGroup(vlanId);
+  } else {
+    sbdToVrfMapDel(vlanId);
+  }
+}
+
+void IpTunnelGroupIntfConfigSm::takeSbdVlan(Bridging::VlanId vlanId, L3::VrfName vrfName) {
+  vrfToSbdMapIs(vrfName, vlanId);
+  vrfsOfSbdVlan_.add(vlanId, vrfName);
+  sbdToVrfMapIs(vlanId, *vrfsOfSbdVlan_.first(vlanId));
+  handleVlanToMulticastGroup(vlanId);
 }
 
 void IpTunnelGroupIntfConfigSm::handleVrfToSBDVlan() {
@@ -438,3 +409,7 @@ void IpTunnelGroupIntfConfigSm::handleDelete() {
 }
 
 }  // namespace Routing::Multicast
+
+VESK_REGISTER(Routing::Multicast::IpTunnelGroupIntfConfigSm)
+VESK_REGISTER(Routing::Multicast::IpTunnelGroupIntfConfigSm::NestedSm_VlanToMulticastGroup)
+VESK_REGISTER(Routing::Multicast::IpTunnelGroupIntfConfigSm::NestedSm_VrfToMulticastGroup)

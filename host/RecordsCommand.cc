@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "host/Commands.h"
 #include "host/InputError.h"

@@ -2,11 +2,12 @@
 #include <filesystem>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "host/Commands.h"
 #include "host/InputError.h"
 #include "host/SharedAddresses.h"
-#include "host/play/Report.h"
+#include "host/play/Shown.h"
 #include "runtime/Dir.h"
 #include "runtime/RowFile.h"
 

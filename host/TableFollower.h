@@ -17,6 +17,8 @@
 #include <string_view>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "host/SharedAddresses.h"
 #include "host/print/EntityJson.h"
 #include "runtime/RowFile.h"

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "host/Commands.h"
 #include "host/InputError.h"

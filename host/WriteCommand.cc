@@ -7,6 +7,7 @@
 #include "host/SharedAddresses.h"
 #include "host/play/Content.h"
 #include "host/play/World.h"
+#include "host/play/YamlFile.h"
 #include "runtime/SharedMem.h"
 
 namespace Host {

@@ -5,23 +5,16 @@
 namespace Multicast::Vpn {
 
 using Bridging::VlanId;
-using Routing::Multicast::IpTunnelConfigEntry;
 using Routing::Multicast::OverlayAddr;
 
 namespace {
 
 const Vesk::TraceHandle traceHandle{"DefaultOverlayGroupSm"};
 
-template <class Source>
-bool isImmediateGroup(const Ombra::Ptr<Source const>& source, const OverlayAddr& overlayAddr) {
-  return source && source->immediateOverlayToUnderlayGroupHas(overlayAddr);
-}
-
 }  // namespace
 
 DefaultOverlayGroupSm::DefaultOverlayGroupSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& [vlan, row] : in.ipTunnelMappingStatus->vlanStatusIterator())
-    vlanMappingStatusIs(vlan, {.parent = this, .row = row});
+  vlans_.begin();
   handleInitialized();
 }
 
@@ -38,14 +31,6 @@ void DefaultOverlayGroupSm::review() {
   for (const auto& entry : in.ipTunnelMappingStatus->vlanStatusIterator())
     handleVlanStatus(entry.key);
   handleMappingStatusReady();
-}
-
-void DefaultOverlayGroupSm::handleVlanMappingStatus(VlanId vlan) {
-  const Ombra::Ptr<VlanToGroupMapping const> row = in.ipTunnelMappingStatus->vlanStatus(vlan);
-  if (const auto present = vlanMappingStatus(vlan); present && present->in.row != row)
-    vlanMappingStatusDel(vlan);
-  if (row) vlanMappingStatusIs(vlan, {.parent = this, .row = row});
-  handleVlanStatus(vlan);
 }
 
 void DefaultOverlayGroupSm::handleVlanStatus(VlanId vlan) {
@@ -69,20 +54,8 @@ void DefaultOverlayGroupSm::handleMappingStatusReady() {
 
 void DefaultOverlayGroupSm::updateVlanImmediateGroups(VlanId vlan,
                                                       const VlanToGroupMapping& mapping) {
-  if (mapping.isSbdVlan()) {
-    updateImmediateGroups(vlan, mapping.vrfImmediateGroupStatus());
-  } else {
-    updateImmediateGroups(vlan, mapping.vlanTunnelConfigEntry());
-  }
-}
-
-template <class Source>
-void DefaultOverlayGroupSm::updateImmediateGroups(VlanId vlan,
-                                                  const Ombra::Ptr<Source const>& source) {
-  if (source) {
-    for (const auto& entry : source->immediateOverlayToUnderlayGroupIterator())
-      updateImmediateGroup(vlan, entry.key, true);
-  }
+  mapping.forEachImmediateGroup(
+      [&](const OverlayAddr& overlayAddr) { updateImmediateGroup(vlan, overlayAddr, true); });
   const auto table = in.vlanGroupTable->vlan(vlan);
   if (!table) {
     if (auto t = traceHandle.at(7)) t << "No vlan group table for " << vlan;
@@ -90,7 +63,7 @@ void DefaultOverlayGroupSm::updateImmediateGroups(VlanId vlan,
   }
   for (const auto& group : table->groupIterator()) {
     const OverlayAddr overlayAddr(group);
-    if (!overlayAddr.isUnspecified() && !isImmediateGroup(source, overlayAddr))
+    if (!overlayAddr.isUnspecified() && !mapping.ownsImmediateGroup(overlayAddr))
       updateImmediateGroup(vlan, overlayAddr, false);
   }
 }
@@ -124,23 +97,6 @@ void DefaultOverlayGroupSm::updateImmediateGroup(VlanId vlan, const OverlayAddr&
   if (auto t = traceHandle.at(7))
     t << "Remove vlan: " << vlan << " from the overlay vlan group table";
   in.vlanGroupTable->vlanDel(vlan);
-}
-
-void DefaultOverlayGroupSm::VlanMapSm::handleVlanTunnelConfigEntry() {
-  vlanGroupWatch_.inputIs(in.row->vlanTunnelConfigEntry());
-  updateVlan();
-}
-
-void DefaultOverlayGroupSm::VlanMapSm::handleVrfImmediateGroupStatus() {
-  vrfGroupWatch_.inputIs(in.row->vrfImmediateGroupStatus());
-  updateVlan();
-}
-
-void DefaultOverlayGroupSm::VlanMapSm::updateImmediateGroup(const OverlayAddr& overlayAddr) {
-  const bool add = in.row->isSbdVlan()
-                       ? isImmediateGroup(in.row->vrfImmediateGroupStatus(), overlayAddr)
-                       : isImmediateGroup(in.row->vlanTunnelConfigEntry(), overlayAddr);
-  in.parent->updateImmediateGroup(in.row->vlanId(), overlayAddr, add);
 }
 
 }  // namespace Multicast::Vpn

@@ -7,7 +7,6 @@
 
 #include "records/EncapTables.h"
 #include "records/IpTunnelMappingStatus.h"
-#include "runtime/Machine.h"
 #include "runtime/Record.h"
 
 namespace Multicast::Vpn {
@@ -35,26 +34,19 @@ class DefaultOverlayGroupSm final : public Vesk::Machine {
     const Inputs in;
 
    private:
-    using OverlayAddr = Routing::Multicast::OverlayAddr;
-    void handleSbdVlan() { updateVlan(); }
-    void handleVlanTunnelConfigEntry();
-    void handleVrfImmediateGroupStatus();
-    void handleVlanImmediateGroup(OverlayAddr overlayAddr) { updateImmediateGroup(overlayAddr); }
-    void handleVrfImmediateGroup(OverlayAddr overlayAddr) { updateImmediateGroup(overlayAddr); }
-    void updateImmediateGroup(const OverlayAddr& overlayAddr);
-    void updateVlan() { in.parent->updateVlanImmediateGroups(in.row->vlanId(), *in.row); }
+    void handleSbdVlan() { in.parent->updateVlanImmediateGroups(in.row->vlanId(), *in.row); }
+    void handleImmediateGroup(Routing::Multicast::OverlayAddr overlayAddr) {
+      in.parent->updateImmediateGroup(in.row->vlanId(), overlayAddr,
+                                      in.row->ownsImmediateGroup(overlayAddr));
+    }
 
-    Vesk::Watch sbdVlanWatch_ =
+    Vesk::Watch sbdVlan_ =
         watch<&VlanMapSm::handleSbdVlan>(in.row, VlanToGroupMapping::isSbdVlanAttr);
-    Vesk::Watch vlanEntryWatch_ = watch<&VlanMapSm::handleVlanTunnelConfigEntry>(
-        in.row, VlanToGroupMapping::vlanTunnelConfigEntryAttr);
-    Vesk::Watch vrfStatusWatch_ = watch<&VlanMapSm::handleVrfImmediateGroupStatus>(
-        in.row, VlanToGroupMapping::vrfImmediateGroupStatusAttr);
-    Vesk::Watch vlanGroupWatch_ = watch<&VlanMapSm::handleVlanImmediateGroup>(
-        in.row->vlanTunnelConfigEntry(),
+    Vesk::PathWatch vlanGroup_ = watchPath<&VlanMapSm::handleImmediateGroup>(
+        in.row, VlanToGroupMapping::vlanTunnelConfigEntryAttr,
         Routing::Multicast::IpTunnelConfigEntry::immediateOverlayToUnderlayGroupAttr);
-    Vesk::Watch vrfGroupWatch_ = watch<&VlanMapSm::handleVrfImmediateGroup>(
-        in.row->vrfImmediateGroupStatus(),
+    Vesk::PathWatch vrfGroup_ = watchPath<&VlanMapSm::handleImmediateGroup>(
+        in.row, VlanToGroupMapping::vrfImmediateGroupStatusAttr,
         ImmediateGroupVrfStatus::immediateOverlayToUnderlayGroupAttr);
   };
 
@@ -64,20 +56,16 @@ class DefaultOverlayGroupSm final : public Vesk::Machine {
 
  private:
   void handleInitialized();
-  void handleVlanMappingStatus(Bridging::VlanId vlan);
   void handleVlanStatus(Bridging::VlanId vlan);
   void handleMappingStatusReady();
 
   void updateVlanImmediateGroups(Bridging::VlanId vlan, const VlanToGroupMapping& mapping);
-  /// `source`: the configuration entry of the vlan or the status of its VRF, or null.
-  template <class Source>
-  void updateImmediateGroups(Bridging::VlanId vlan, const Ombra::Ptr<Source const>& source);
   void updateImmediateGroup(Bridging::VlanId vlan,
                             const Routing::Multicast::OverlayAddr& overlayAddr, bool add);
 
-  Vesk::Watch vlanStatusWatch_ = watch<&DefaultOverlayGroupSm::handleVlanMappingStatus>(
-      in.ipTunnelMappingStatus, IpTunnelMappingStatus::vlanStatusAttr);
-  Vesk::Watch readyWatch_ = watch<&DefaultOverlayGroupSm::handleMappingStatusReady>(
+  Vesk::Follow vlans_ = follow<&DefaultOverlayGroupSm::handleVlanStatus>(
+      in.ipTunnelMappingStatus, IpTunnelMappingStatus::vlanStatusAttr, vlanMappingStatusAttr);
+  Vesk::Watch ready_ = watch<&DefaultOverlayGroupSm::handleMappingStatusReady>(
       in.ipTunnelMappingStatus, IpTunnelMappingStatus::readyAttr);
 };
 

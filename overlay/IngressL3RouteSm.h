@@ -1,35 +1,24 @@
-// Which routes of the multicast FIB enter the overlay at this switch, and which of their sources
-// are asked for by proactive ARP. Owns: a machine per VRF that has a pool of underlay groups, and
-// the proactive ARP records: who needs which neighbour.
+// Which routes of the multicast FIB enter the overlay at this switch.
+// Owns: a machine per VRF that has a pool of underlay groups, and the proactive ARP records.
 // Reads: which VRFs these are, Vxlan1, neighbours, bridging, roles, transit VRFs, gateway vlans.
 // Writes: IngressL3RouteStatus, and the requests of the proactive ARP table.
 // Runs: one route at once, everything wider in a walk that yields, which comes round every 120 s
-// for the routes that fall silent. Caveat: the request table outlives the process and is shared by
-// the machines of both domains.
+// for the routes that fall silent.
 #pragma once
 
 #include "overlay/IngressL3RouteVrfSm.h"
-#include "overlay/OneToMany.h"
+#include "overlay/ProactiveArp.h"
 #include "platform/VrfIdReverseMapper.h"
 #include "records/IpTunnelMappingStatus.h"
 #include "records/Vxlan.h"
+#include "runtime/OneToMany.h"
+#include "runtime/Review.h"
 #include "runtime/Walk.h"
 
 namespace Multicast::Vpn {
 
-/// What the machines that write one request table know of each other.
-class ProactiveArpUse : public Vesk::Entity {
-  VESK_RECORD(Multicast::Vpn::ProactiveArpUse)
-  /// Machines that have a record for the entry.
-  VESK_MAP(Arp::ProactiveArp::Entry, std::uint32_t, users)
-  /// Machines that have not seen all their routes yet: what they want is not known.
-  VESK_VALUE(std::uint32_t, starting)
-};
-
 class IngressL3RouteSm final : public Sylva::WalkSmBase {
   VESK_RECORD(Multicast::Vpn::IngressL3RouteSm)
-  using ArpRecord = Arp::ProactiveArp::Entry;
-
   struct Inputs {
     Sylva::TaskScheduler* scheduler;
     Pavlin::AddressFamily addressFamily;
@@ -61,8 +50,8 @@ class IngressL3RouteSm final : public Sylva::WalkSmBase {
   VESK_SET(L3::VrfName, vrfInputChangeSet)
   /// Requests may be left that nobody wants.
   VESK_VALUE(bool, needArpOutputReview)
-  VESK_VALUE(IngressL3RouteSmBookmark, inputBookmark)
-  VESK_VALUE(Arp::ProactiveArp::Entry, outputBookmark)
+  VESK_VALUE(std::optional<IngressL3RouteSmBookmark>, inputBookmark)
+  VESK_VALUE(std::optional<Arp::ProactiveArp::Entry>, outputBookmark)
   /// Seconds.
   VESK_VALUE(double, reviewInterval, 120.0)
   VESK_VALUE(double, routeInactiveTime, 210.0)
@@ -76,23 +65,13 @@ class IngressL3RouteSm final : public Sylva::WalkSmBase {
   void review() override;
 
   // For the machines of the VRFs.
-  void handleArpEntry(const ArpRecord& entry);
+  [[nodiscard]] ProactiveArp& proactiveArp() { return arp_; }
   void routesOfVlanChange(Bridging::VlanId vlan, const L3::VrfName& vrf, bool any);
   void sbdVlanChange(const L3::VrfName& vrf, Bridging::VlanIdOrNone from,
                      Bridging::VlanIdOrNone to);
-  void fdbKeyChange(const Briskel::Bridging::FdbKey& key, const L3::VrfName& vrf,
-                    const ArpRecord& entry, bool used);
 
  private:
-  struct VrfSource {
-    L3::VrfName vrf;
-    ArpRecord entry;
-    auto operator<=>(const VrfSource&) const = default;
-    friend std::uint64_t hashValue(const VrfSource& source) {
-      return Vesk::foldHash(Vesk::hashValue(source.vrf), Vesk::hashValue(source.entry));
-    }
-  };
-
+  friend class ProactiveArp;
   void handleInitialized();
   void handleCleanup() override;
   void handleVrf(L3::VrfName vrf) { updateVrf(vrf); }
@@ -118,55 +97,50 @@ class IngressL3RouteSm final : public Sylva::WalkSmBase {
   void updateAllSbdVlanIds();
   /// The VRFs with routes that come in by the vlan; no other route hangs on it.
   void reviewVlan(Bridging::VlanId vlan);
-  void inputReviewed();
-  void markStarted();
+  void handleInputReviewed();
 
-  [[nodiscard]] bool allowWalkRestarts() const override { return true; }
   bool walkStartedNotification() override;
   WalkResult walk() override;
   void walkFinishedNotification() override;
-  /// These return false if they yielded.
-  [[nodiscard]] bool reviewInputs(double now, std::size_t& routes);
-  [[nodiscard]] bool reviewArpRequests(std::size_t routes, std::size_t& entries);
-  void dropVrfsWithoutSm(const ArpRecord& entry);
+  /// False if it yielded.
+  [[nodiscard]] bool reviewInputs(double now, Sylva::Slice& slice);
 
-  Ombra::Ptr<ProactiveArpUse> use_ =
-      in.proactiveArpUse ? in.proactiveArpUse : Ombra::make<ProactiveArpUse>();
-  bool started_ = false;
-  OneToMany<Bridging::VlanId, L3::VrfName> vrfsOfVlan_;
-  OneToMany<Bridging::VlanId, L3::VrfName> vrfsOfSbdVlan_;
-  OneToMany<Pavlin::IpGenAddr, Pavlin::IntfId> intfsOfSource_;
-  OneToMany<Briskel::Bridging::FdbKey, VrfSource> sourcesOfFdbKey_;
+  ProactiveArp arp_{this};
+  Sylva::ReviewSet<vrfInputChangeSetTag, inputBookmarkTag> inputReview_{this};
+  Sylva::ReviewPass<needArpOutputReviewTag, outputBookmarkTag> arpReview_{this};
+  Vesk::OneToMany<Bridging::VlanId, L3::VrfName> vrfsOfVlan_;
+  Vesk::OneToMany<Bridging::VlanId, L3::VrfName> vrfsOfSbdVlan_;
   /// Apart from the walk's own delay, so that the review of one VRF does not become one of all.
   Vesk::MachineTimer reviewTimer_{this, in.scheduler, 3, getTaskName(in.addressFamily) + "Timer",
                                   Vesk::taskBody<&IngressL3RouteSm::handleReviewTimer>};
 
-  Vesk::Watch vrfWatch_ = watch<&IngressL3RouteSm::handleVrf>(
+  using Self = IngressL3RouteSm;
+  Vesk::Watch vrf_ = watch<&Self::handleVrf>(
       in.mfibStatus, Routing::Multicast::Fib::Hardware::Status::vrfStatusAttr);
-  Vesk::Watch delayedVrfWatch_ = watch<&IngressL3RouteSm::handleVrfDelayedConfigured>(
+  Vesk::Watch delayedVrf_ = watch<&Self::handleVrfDelayedConfigured>(
       in.ipTunnelMappingStatus, IpTunnelMappingStatus::multipleUnderlayGroupsDelayedVrfAttr);
-  Vesk::Watch vxlanIntfWatch_ = watch<&IngressL3RouteSm::handleVxlanIntf>(
-      in.vtiStatusDir, Vxlan::VtiStatusDir::vtiStatusAttr);
-  Vesk::Watch operStatusWatch_ =
-      watch<&IngressL3RouteSm::handleVtiOperStatus>(vtiStatus(), Vxlan::VtiStatus::operStatusAttr);
-  Vesk::Watch vlanVniWatch_ =
-      watch<&IngressL3RouteSm::handleVlanVni>(vtiStatus(), Vxlan::VtiStatus::vlanToVniMapAttr);
-  Vesk::Watch sbdVlanWatch_ =
-      watch<&IngressL3RouteSm::handleVrfToSbdVlan>(vtiStatus(), Vxlan::VtiStatus::vrfToSBDVlanAttr);
-  Vesk::Watch pegDrWatch_ = watch<&IngressL3RouteSm::handlePegDrStatus>(
+  // Another interface is looked at as a whole.
+  Vesk::Watch vxlanIntf_ =
+      watch<&Self::handleVxlanIntf>(in.vtiStatusDir, Vxlan::VtiStatusDir::vtiStatusAttr);
+  Vesk::PathWatch operStatus_ = watchPathQuietly<&Self::handleVtiOperStatus>(
+      this, vtiStatusAttr, Vxlan::VtiStatus::operStatusAttr);
+  Vesk::PathWatch vlanVni_ = watchPathQuietly<&Self::handleVlanVni>(
+      this, vtiStatusAttr, Vxlan::VtiStatus::vlanToVniMapAttr);
+  Vesk::PathWatch sbdVlan_ = watchPathQuietly<&Self::handleVrfToSbdVlan>(
+      this, vtiStatusAttr, Vxlan::VtiStatus::vrfToSBDVlanAttr);
+  Vesk::PathWatch vrfId_ = watchPath<&Self::handleVrfId>(
+      this, arpBriskelVrfNameToIdMapAttr, Vrf::VrfIdMap::NameToIdMap::vrfNameToIdAttr);
+  Vesk::Watch pegDr_ = watch<&Self::handlePegDrStatus>(
       in.pegDrStatus, Routing::Multicast::PegDrStatus::pegDrVlanAttr);
-  Vesk::Watch transitVrfWatch_ = watch<&IngressL3RouteSm::handleTransitVrf>(
+  Vesk::Watch transitVrf_ = watch<&Self::handleTransitVrf>(
       in.mcastEvpnConfig, Routing::Multicast::Evpn::Config::transitVrfAttr);
-  Vesk::Watch gatewayWatch_ = watch<&IngressL3RouteSm::handleGatewayESStatus>(
+  Vesk::Watch gateway_ = watch<&Self::handleGatewayESStatus>(
       in.gatewayESStatus, Irb::Multicast::GatewayEsStatus::esVlanStatusAttr);
-  Vesk::Watch arpWatch_ = watch<&IngressL3RouteSm::handleArpStatusEntry>(
-      in.arpStatus, Arp::Table::Status::arpEntryAttr);
-  Vesk::Watch fdbWatch_ = watch<&IngressL3RouteSm::handleFdbEntry>(
-      in.bridgingStatus, Briskel::Bridging::Status::fdbEntryAttr);
-  Vesk::Watch startingWatch_ =
-      watch<&IngressL3RouteSm::handleStarting>(use_, ProactiveArpUse::startingAttr);
-  Vesk::Watch vrfIdWatch_ = watch<&IngressL3RouteSm::handleVrfId>(
-      arpBriskelVrfNameToIdMap(), Vrf::VrfIdMap::NameToIdMap::vrfNameToIdAttr);
+  Vesk::Watch arpStatus_ =
+      watch<&Self::handleArpStatusEntry>(in.arpStatus, Arp::Table::Status::arpEntryAttr);
+  Vesk::Watch fdb_ =
+      watch<&Self::handleFdbEntry>(in.bridgingStatus, Briskel::Bridging::Status::fdbEntryAttr);
+  Vesk::Watch starting_ = watch<&Self::handleStarting>(arp_.use(), ProactiveArpUse::startingAttr);
 };
 
 }  // namespace Multicast::Vpn

@@ -34,6 +34,8 @@ const char* traceText(IngressL3RouteVrfSm::Reason reason) {
       break;
     case noIif:
       return " Do not allow route/proactive arp. No iif ";
+    case iifIsNoVlan:
+      return " Do not allow route/proactive arp. IIF is no vlan ";
     case prefixGroup:
       return " Do not allow route/proactive arp. Prefix mroute ";
     case vxlanNotActive:
@@ -60,6 +62,11 @@ const char* traceText(IngressL3RouteVrfSm::Reason reason) {
 
 IngressL3RouteVrfSm::IngressL3RouteVrfSm(Inputs inputs) : in(std::move(inputs)) {
   updateSbdVlanId();
+  routes_.begin();
+}
+
+ProactiveArp& IngressL3RouteVrfSm::proactiveArp() const {
+  return in.ingressL3RouteSm->proactiveArp();
 }
 
 void IngressL3RouteVrfSm::handleCleanup() {
@@ -67,8 +74,7 @@ void IngressL3RouteVrfSm::handleCleanup() {
   owner.sbdVlanChange(in.vrfName, sbdVlanId(), {});
   for (auto c = routesOfVlan_.begin(); !c.atEnd(); c.advance())
     owner.routesOfVlanChange(c.key(), in.vrfName, false);
-  for (auto c = fdbKeyOfSource_.begin(); !c.atEnd(); c.advance())
-    owner.fdbKeyChange(c.value(), in.vrfName, c.key(), false);
+  proactiveArp().vrfGoes(in.vrfName);
 }
 
 void IngressL3RouteVrfSm::review() {
@@ -139,6 +145,7 @@ IngressL3RouteVrfSm::Reason IngressL3RouteVrfSm::missing(const RouteStatus& rout
 
 IngressL3RouteVrfSm::Reason IngressL3RouteVrfSm::isSparseModeRoute(const RouteStatus& route) const {
   if (route.iif().empty()) return missing(route, Reason::noIif);
+  if (isOfNoVlan(route.iif())) return missing(route, Reason::iifIsNoVlan);
   if (PrefixRouteInfo::isPrefixGroup(route.key().group)) return missing(route, Reason::prefixGroup);
   return Reason::allowed;
 }
@@ -221,7 +228,7 @@ void IngressL3RouteVrfSm::handleRouteChange(RouteKey key) {
 
 void IngressL3RouteVrfSm::handleRoute(const RouteKey& key, double now) {
   const Ombra::Ptr<RouteStatus const> route = in.vrfStatus->route(key);
-  followRoute(key, route);
+  if (const auto sm = routeSm(key); sm && route) iifVlanIs(*sm, vlanOfIntf(route->iif()));
   // Both may have to delete what was entered under the old interface.
   // Judged once: the ARP record hangs on the same row of the source as the route does.
   std::optional<Verdict> verdict;
@@ -237,24 +244,10 @@ void IngressL3RouteVrfSm::handleRoute(const RouteKey& key, double now) {
 }
 
 void IngressL3RouteVrfSm::handleSource(const ArpRecord& entry, double now) {
-  const auto record = in.ingressL3RouteSm->arpEntryVrfColl(entry);
-  const auto groups = record ? record->vrf(in.vrfName) : nullptr;
+  const auto groups = proactiveArp().groupsOf({in.vrfName, entry});
   if (!groups) return;
   for (const IpGenAddr& group : groups->groupIterator())
     handleRoute({IpGenPrefix(entry.addr), IpGenPrefix(group)}, now);
-}
-
-void IngressL3RouteVrfSm::followRoute(const RouteKey& key,
-                                      const Ombra::Ptr<RouteStatus const>& route) {
-  auto present = routeSm(key);
-  if (present && present->in.row != route) {
-    iifVlanIs(*present, {});
-    routeSmDel(key);
-    present = nullptr;
-  }
-  if (!route) return;
-  if (!present) present = routeSmIs(key, {.parent = this, .row = route});
-  iifVlanIs(*present, vlanOfIntf(route->iif()));
 }
 
 void IngressL3RouteVrfSm::iifVlanIs(RouteSm& routeSm, VlanIdOrNone vlan) {
@@ -318,51 +311,17 @@ bool IngressL3RouteVrfSm::updateProactiveArp(const RouteKey& key, const RouteSta
     t << "Vrf " << in.vrfName << " Route " << textOf(key)
       << (allowed ? " Allow proactive ARP" : " Do not allow proactive ARP");
   if (!accepting.empty() && (!allowed || accepting != route->iif())) {
-    arpRecordDel({source, accepting}, group);
+    proactiveArp().needNoMore({in.vrfName, {source, accepting}}, group);
   } else if (!allowed) {
     if (auto t = traceHandle.at(8))
       t << "Vrf " << in.vrfName << " Route " << textOf(key)
         << " no local accepting intfId. Nothing to delete";
   }
   if (!allowed) return false;
-  const ArpRecord entry{source, route->iif()};
-  arpRecordIs(entry, group);
-  fdbKeyIs(entry, judged ? judged->fdbKey : std::nullopt);
+  const ProactiveArp::Source wanted{in.vrfName, {source, route->iif()}};
+  proactiveArp().need(wanted, group);
+  proactiveArp().fdbKeyIs(wanted, judged ? judged->fdbKey : std::nullopt);
   return true;
-}
-
-void IngressL3RouteVrfSm::arpRecordIs(const ArpRecord& entry, const IpGenAddr& group) {
-  auto& owner = *in.ingressL3RouteSm;
-  const bool isNew = !owner.arpEntryVrfCollHas(entry);
-  owner.arpEntryVrfCollIs(entry)->vrfIs(in.vrfName)->groupIs(group);
-  if (isNew) owner.handleArpEntry(entry);
-}
-
-void IngressL3RouteVrfSm::arpRecordDel(const ArpRecord& entry, const IpGenAddr& group) {
-  auto& owner = *in.ingressL3RouteSm;
-  const auto record = owner.arpEntryVrfColl(entry);
-  const auto groups = record ? record->vrf(in.vrfName) : nullptr;
-  if (!groups) return;
-  groups->groupDel(group);
-  if (groups->groupCount() != 0) return;
-  fdbKeyIs(entry, std::nullopt);
-  record->vrfDel(in.vrfName);
-  if (record->vrfCount() != 0) return;
-  owner.arpEntryVrfCollDel(entry);
-  owner.handleArpEntry(entry);
-}
-
-void IngressL3RouteVrfSm::fdbKeyIs(const ArpRecord& entry, const std::optional<FdbKey>& fdbKey) {
-  auto& owner = *in.ingressL3RouteSm;
-  if (const FdbKey* const known = fdbKeyOfSource_.find(entry)) {
-    const FdbKey old = *known;
-    if (fdbKey == old) return;
-    fdbKeyOfSource_.erase(entry);
-    owner.fdbKeyChange(old, in.vrfName, entry, false);
-  }
-  if (!fdbKey) return;
-  fdbKeyOfSource_.insert(entry, *fdbKey);
-  owner.fdbKeyChange(*fdbKey, in.vrfName, entry, true);
 }
 
 void IngressL3RouteVrfSm::adoptArpRecords() {
@@ -374,7 +333,7 @@ void IngressL3RouteVrfSm::adoptArpRecords() {
       if (in.vrfStatus->routeHas(key)) {
         acceptingIntfIdIs(key, entry.intfId);
       } else {
-        arpRecordDel(entry, group);
+        proactiveArp().needNoMore({in.vrfName, entry}, group);
       }
     }
   }

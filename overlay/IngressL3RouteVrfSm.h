@@ -1,10 +1,9 @@
 // The routes of one VRF that may enter the overlay here, and the sources that need a neighbour.
-// Owns: a notifiee per route that it has judged, and under which interface each route in use was
-// entered. Reads: the VRF's multicast FIB, of Vxlan1 the vlans and the SBD vlan, neighbours and
-// where they are learnt, the designated-router roles, transit VRFs and gateway vlans.
-// Writes: the VRF's IngressVrfStatus; the proactive ARP records of its owner.
-// Runs: one route at a time, from its notifiee or from the owner's walk. Caveat: a route that the
-// walk has not reached yet is not followed, since it will be judged then.
+// Owns: a notifiee per route, and under which interface each route in use was entered. Reads: the
+// VRF's multicast FIB, of Vxlan1 the vlans and the SBD vlan, neighbours and where they are learnt,
+// the designated-router roles, transit VRFs and gateway vlans. Writes: the VRF's IngressVrfStatus;
+// the proactive ARP records of its owner. Runs: one route at a time, from its notifiee or from the
+// owner's walk.
 #pragma once
 
 #include <optional>
@@ -19,6 +18,7 @@
 namespace Multicast::Vpn {
 
 class IngressL3RouteSm;
+class ProactiveArp;
 
 class IngressL3RouteVrfSm final : public Vesk::Machine {
   VESK_RECORD(Multicast::Vpn::IngressL3RouteVrfSm)
@@ -54,14 +54,16 @@ class IngressL3RouteVrfSm final : public Vesk::Machine {
     explicit RouteSm(Inputs inputs) : in(std::move(inputs)) {}
     const Inputs in;
 
+    void handleDel() { in.parent->iifVlanIs(*this, {}); }
+
    private:
     friend class IngressL3RouteVrfSm;
     Bridging::VlanIdOrNone iifVlan_;  ///< as last judged
-    Vesk::Watch rowWatch_{this, in.row, Vesk::Listener::anyField,
-                          [](Vesk::Listener& self, Ombra::FieldId, const void*) {
-                            auto& sm = static_cast<RouteSm&>(*self.owner());
-                            sm.in.parent->handleRouteChange(sm.in.row->key());
-                          }};
+    Vesk::Watch row_{this, in.row, Vesk::Listener::anyField,
+                     [](Vesk::Listener& self, Ombra::FieldId, const void*) {
+                       auto& sm = static_cast<RouteSm&>(*self.owner());
+                       sm.in.parent->handleRouteChange(sm.in.row->key());
+                     }};
   };
 
   /// The VRF's SBD vlan.
@@ -74,6 +76,7 @@ class IngressL3RouteVrfSm final : public Vesk::Machine {
   enum class Reason : std::uint8_t {
     allowed,
     noIif,
+    iifIsNoVlan,
     prefixGroup,
     vxlanNotActive,
     iifIsSbdVlan,
@@ -143,21 +146,17 @@ class IngressL3RouteVrfSm final : public Vesk::Machine {
   [[nodiscard]] Reason proactiveArpReason(const RouteStatus& route, double now) const;
   [[nodiscard]] Verdict verdict(const RouteStatus& route, double now, Reason reason) const;
 
-  void followRoute(const RouteKey& key, const Ombra::Ptr<RouteStatus const>& route);
   void iifVlanIs(RouteSm& routeSm, Bridging::VlanIdOrNone vlan);
   [[nodiscard]] bool updateProactiveArp(const RouteKey& key, const RouteStatus* route, double now,
                                         const std::optional<SourceVerdict>& source);
   /// `route` is null if it is gone or not to be carried.
   [[nodiscard]] bool updateRoute(const RouteKey& key, const RouteStatus* route);
-  void arpRecordIs(const ArpRecord& entry, const Pavlin::IpGenAddr& group);
-  void arpRecordDel(const ArpRecord& entry, const Pavlin::IpGenAddr& group);
-  void fdbKeyIs(const ArpRecord& entry, const std::optional<Briskel::Bridging::FdbKey>& fdbKey);
+  [[nodiscard]] ProactiveArp& proactiveArp() const;
 
-  /// Routes per vlan of their incoming interface, and the table row that a source hangs on.
+  /// Routes per vlan of their incoming interface.
   Vesk::KeyedMap<Bridging::VlanId, std::uint32_t> routesOfVlan_;
-  Vesk::KeyedMap<ArpRecord, Briskel::Bridging::FdbKey> fdbKeyOfSource_;
-  Vesk::Watch routeWatch_ = watch<&IngressL3RouteVrfSm::handleRouteChange>(
-      in.vrfStatus, Routing::Multicast::Fib::Hardware::VrfStatus::routeAttr);
+  Vesk::Follow routes_ = follow<&IngressL3RouteVrfSm::handleRouteChange>(
+      in.vrfStatus, Routing::Multicast::Fib::Hardware::VrfStatus::routeAttr, routeSmAttr);
 };
 
 }  // namespace Multicast::Vpn

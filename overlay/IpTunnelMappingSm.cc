@@ -17,10 +17,8 @@ const Vesk::TraceHandle traceHandle{"IpTunnelMappingSm"};
 }  // namespace
 
 IpTunnelMappingSm::IpTunnelMappingSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& [group, row] : in.vlanToGroupStatus->vlanToMulticastGroupIterator())
-    vlanToMulticastGroupIs(group, {.parent = this, .row = row});
-  for (const auto& [vlan, row] : in.ipTunnelMappingStatus->vlanStatusIterator())
-    vlanMappingStatusIs(vlan, {.parent = this, .row = row});
+  groups_.begin();
+  vlans_.begin();
   handleInitialized();
 }
 
@@ -56,24 +54,6 @@ void IpTunnelMappingSm::review() {
 
 // --- inputs that come and go
 
-void IpTunnelMappingSm::handleVlanToMulticastGroup(OverlayVlanGroup group) {
-  const Ombra::Ptr<VlanToMulticastGroup const> row =
-      in.vlanToGroupStatus->vlanToMulticastGroup(group);
-  if (const auto present = vlanToMulticastGroup(group); present && present->in.row != row) {
-    if (!row) present->handleDel();
-    vlanToMulticastGroupDel(group);
-  }
-  if (row) vlanToMulticastGroupIs(group, {.parent = this, .row = row});
-}
-
-void IpTunnelMappingSm::handleVlanStatus(VlanId vlan) {
-  const Ombra::Ptr<VlanToGroupMapping const> row = in.ipTunnelMappingStatus->vlanStatus(vlan);
-  if (const auto present = vlanMappingStatus(vlan); present && present->in.row != row)
-    vlanMappingStatusDel(vlan);
-  if (row) vlanMappingStatusIs(vlan, {.parent = this, .row = row});
-  handleVlanMappingStatus(vlan);
-}
-
 IpTunnelMappingSm::NestedSm_VlanToMulticastGroup::NestedSm_VlanToMulticastGroup(Inputs inputs)
     : in(std::move(inputs)) {
   handleNew();
@@ -84,32 +64,10 @@ void IpTunnelMappingSm::NestedSm_VlanToMulticastGroup::handleNew() {
   in.parent->handleMulticastGroup(in.row->overlayVlanGroup(), false);
 }
 
-void IpTunnelMappingSm::NestedSm_VlanToMulticastGroup::handleDel() {
-  in.parent->handleMulticastGroup(in.row->overlayVlanGroup(), false);
-}
-
 void IpTunnelMappingSm::NestedSm_VlanToMulticastGroup::handleMulticastGroup() {
   const bool wasLive = live();
   if (in.row->multicastGroupCount() != 0) liveIs(true);
   in.parent->handleMulticastGroup(in.row->overlayVlanGroup(), wasLive);
-}
-
-void IpTunnelMappingSm::VlanMapSm::handleSbdVlan() {
-  in.parent->handleVlanMappingStatus(in.row->vlanId());
-}
-
-void IpTunnelMappingSm::VlanMapSm::handleVlanTunnelConfigEntry() {
-  vlanGroupWatch_.inputIs(in.row->vlanTunnelConfigEntry());
-  in.parent->handleVlanMappingStatus(in.row->vlanId());
-}
-
-void IpTunnelMappingSm::VlanMapSm::handleVrfImmediateGroupStatus() {
-  vrfGroupWatch_.inputIs(in.row->vrfImmediateGroupStatus());
-  in.parent->handleVlanMappingStatus(in.row->vlanId());
-}
-
-void IpTunnelMappingSm::VlanMapSm::handleImmediateGroup(OverlayAddr overlayAddr) {
-  in.parent->handleVlanGroupMappingStatus(in.row->vlanId(), overlayAddr);
 }
 
 // --- one overlay vlan group

@@ -44,7 +44,7 @@ class IpTunnelMappingSm final : public Vesk::Machine {
     };
     explicit NestedSm_VlanToMulticastGroup(Inputs inputs);
     const Inputs in;
-    void handleDel();
+    void handleDel() { in.parent->handleMulticastGroup(in.row->overlayVlanGroup(), false); }
 
     /// Traffic may flow on the group: it has had a route.
     VESK_VALUE(bool, live)
@@ -53,7 +53,7 @@ class IpTunnelMappingSm final : public Vesk::Machine {
     void handleNew();
     void handleMulticastGroup();
 
-    Vesk::Watch groupWatch_ = watch<&NestedSm_VlanToMulticastGroup::handleMulticastGroup>(
+    Vesk::Watch group_ = watch<&NestedSm_VlanToMulticastGroup::handleMulticastGroup>(
         in.row, Routing::Multicast::VlanToMulticastGroup::multicastGroupAttr);
   };
 
@@ -69,22 +69,18 @@ class IpTunnelMappingSm final : public Vesk::Machine {
     const Inputs in;
 
    private:
-    void handleSbdVlan();
-    void handleVlanTunnelConfigEntry();
-    void handleVrfImmediateGroupStatus();
-    void handleImmediateGroup(OverlayAddr overlayAddr);
+    void handleSbdVlan() { in.parent->handleVlanMappingStatus(in.row->vlanId()); }
+    void handleImmediateGroup(OverlayAddr overlayAddr) {
+      in.parent->handleVlanGroupMappingStatus(in.row->vlanId(), overlayAddr);
+    }
 
-    Vesk::Watch sbdVlanWatch_ =
+    Vesk::Watch sbdVlan_ =
         watch<&VlanMapSm::handleSbdVlan>(in.row, VlanToGroupMapping::isSbdVlanAttr);
-    Vesk::Watch vlanEntryWatch_ = watch<&VlanMapSm::handleVlanTunnelConfigEntry>(
-        in.row, VlanToGroupMapping::vlanTunnelConfigEntryAttr);
-    Vesk::Watch vrfStatusWatch_ = watch<&VlanMapSm::handleVrfImmediateGroupStatus>(
-        in.row, VlanToGroupMapping::vrfImmediateGroupStatusAttr);
-    Vesk::Watch vlanGroupWatch_ = watch<&VlanMapSm::handleImmediateGroup>(
-        in.row->vlanTunnelConfigEntry(),
+    Vesk::PathWatch vlanGroup_ = watchPath<&VlanMapSm::handleImmediateGroup>(
+        in.row, VlanToGroupMapping::vlanTunnelConfigEntryAttr,
         Routing::Multicast::IpTunnelConfigEntry::immediateOverlayToUnderlayGroupAttr);
-    Vesk::Watch vrfGroupWatch_ = watch<&VlanMapSm::handleImmediateGroup>(
-        in.row->vrfImmediateGroupStatus(),
+    Vesk::PathWatch vrfGroup_ = watchPath<&VlanMapSm::handleImmediateGroup>(
+        in.row, VlanToGroupMapping::vrfImmediateGroupStatusAttr,
         ImmediateGroupVrfStatus::immediateOverlayToUnderlayGroupAttr);
   };
 
@@ -108,8 +104,6 @@ class IpTunnelMappingSm final : public Vesk::Machine {
   using IpTunnelMapping = Routing::Multicast::IpTunnelMapping;
 
   void handleInitialized();
-  void handleVlanToMulticastGroup(OverlayVlanGroup group);
-  void handleVlanStatus(Bridging::VlanId vlan);
   void handleVlanMappingStatus(Bridging::VlanId vlan);
   void handleVlanGroupMappingStatus(Bridging::VlanId vlan, const OverlayAddr& overlayAddr);
   void handleTimerExpiry();
@@ -132,11 +126,13 @@ class IpTunnelMappingSm final : public Vesk::Machine {
 
   Vesk::MachineTimer timerTask_{this, in.taskScheduler, 3, "IpTunnelMappingSmDelayGroups",
                                 Vesk::taskBody<&IpTunnelMappingSm::handleTimerExpiry>};
-  Vesk::Watch vlanGroupWatch_ = watch<&IpTunnelMappingSm::handleVlanToMulticastGroup>(
-      in.vlanToGroupStatus, Routing::Multicast::IpTunnelVlanGroupStatus::vlanToMulticastGroupAttr);
-  Vesk::Watch vlanStatusWatch_ = watch<&IpTunnelMappingSm::handleVlanStatus>(
-      in.ipTunnelMappingStatus, IpTunnelMappingStatus::vlanStatusAttr);
-  Vesk::Watch readyWatch_ = watch<&IpTunnelMappingSm::maybeSetForwardingStatusReady>(
+  using Self = IpTunnelMappingSm;
+  Vesk::Follow groups_ = follow(
+      in.vlanToGroupStatus, Routing::Multicast::IpTunnelVlanGroupStatus::vlanToMulticastGroupAttr,
+      vlanToMulticastGroupAttr);
+  Vesk::Follow vlans_ = follow<&Self::handleVlanMappingStatus>(
+      in.ipTunnelMappingStatus, IpTunnelMappingStatus::vlanStatusAttr, vlanMappingStatusAttr);
+  Vesk::Watch ready_ = watch<&Self::maybeSetForwardingStatusReady>(
       in.encapReadyStatus, EncapReadyStatus::vlanGroupStatusReadyAttr);
 };
 

@@ -27,16 +27,14 @@ bool holdsGroup(const Ombra::Ptr<VlanGroupTable const>& table,
 
 IpTunnelVlanMcastGroupSm::IpTunnelVlanMcastGroupSm(Inputs inputs)
     : WalkSmBase(inputs.scheduler, 3, "IpTunnelVlanMcastGroupReviewSm"), in(std::move(inputs)) {
-  for (const auto& [name, row] : in.vlanGroupTableColl->tableIterator())
-    vlanGroupTableStatusIs(name, {.parent = this, .row = row});
-  for (const auto& [vlan, row] : in.ipTunnelMappingStatus->vlanStatusIterator())
-    vlanMappingStatusIs(vlan, {.parent = this, .row = row});
+  tables_.begin();
+  vlans_.begin();
   handleInitialized();
 }
 
 void IpTunnelVlanMcastGroupSm::handleInitialized() {
   if (isInputReady()) {
-    reviewOutputIs(true);
+    outputReview_.ask();
   } else if (auto t = traceHandle.at(7)) {
     t << "Input is not ready yet. Schedule output review later";
   }
@@ -58,42 +56,19 @@ void IpTunnelVlanMcastGroupSm::review() {
 // --- inputs that come and go
 
 void IpTunnelVlanMcastGroupSm::handleTable(const std::string& name) {
-  const Ombra::Ptr<VlanGroupTable const> row = in.vlanGroupTableColl->table(name);
-  if (const auto present = vlanGroupTableStatus(name); present && present->in.row != row) {
-    present->handleDel();
-    vlanGroupTableStatusDel(name);
-  }
-  if (!row) return;
-  vlanGroupTableStatusIs(name, {.parent = this, .row = row});
-  for (const auto& entry : row->vlanIterator())
+  const auto table = in.vlanGroupTableColl->table(name);
+  if (!table) return;
+  for (const auto& entry : table->vlanIterator())
     scheduleInputReview(name, entry.key);
 }
 
-void IpTunnelVlanMcastGroupSm::handleVlanStatus(VlanId vlan) {
-  const Ombra::Ptr<VlanToGroupMapping const> row = in.ipTunnelMappingStatus->vlanStatus(vlan);
-  if (const auto present = vlanMappingStatus(vlan); present && present->in.row != row) {
-    present->handleDel();
-    vlanMappingStatusDel(vlan);
-  }
-  if (!row) return;
-  vlanMappingStatusIs(vlan, {.parent = this, .row = row});
-  scheduleVlanInputReview(vlan);
-}
-
 IpTunnelVlanMcastGroupSm::TableSm::TableSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& [vlan, row] : in.row->vlanIterator())
-    vlanGroupStatusIs(vlan, {.parent = in.parent, .row = row});
+  vlans_.begin();
 }
 
 void IpTunnelVlanMcastGroupSm::TableSm::handleVlan(VlanId vlan) {
-  const Ombra::Ptr<GroupTable const> row = in.row->vlan(vlan);
-  if (const auto present = vlanGroupStatus(vlan); present && present->in.row != row) {
-    present->handleDel();
-    vlanGroupStatusDel(vlan);
-  }
-  if (!row) return;
-  vlanGroupStatusIs(vlan, {.parent = in.parent, .row = row});
-  if (row->groupCount() != 0) in.parent->scheduleInputReview(in.row->name(), vlan);
+  const auto groups = in.row->vlan(vlan);
+  if (groups && groups->groupCount() != 0) in.parent->scheduleInputReview(in.row->name(), vlan);
 }
 
 void IpTunnelVlanMcastGroupSm::TableSm::handleDel() {
@@ -103,56 +78,37 @@ void IpTunnelVlanMcastGroupSm::TableSm::handleDel() {
 }
 
 void IpTunnelVlanMcastGroupSm::TableSm::GroupSm::handleGroup(IpGenAddr group) {
+  IpTunnelVlanMcastGroupSm& owner = *in.parent->in.parent;
   const VlanId vlan = in.row->vlanId();
-  in.parent->updateOverlayGroup(vlan, group, in.parent->in.ipTunnelMappingStatus->vlanStatus(vlan));
+  owner.updateOverlayGroup(vlan, group, owner.in.ipTunnelMappingStatus->vlanStatus(vlan));
 }
 
 void IpTunnelVlanMcastGroupSm::TableSm::GroupSm::handleDel() {
   if (in.row->groupCount() == 0) return;  // each of its groups has been judged when it went
   // What is left of these groups in another table may owe its tunnel type to this one.
-  in.parent->scheduleVlanInputReview(in.row->vlanId());
-  in.parent->scheduleOutputReview();
-}
-
-void IpTunnelVlanMcastGroupSm::VlanMapSm::handleVlanTunnelConfigEntry() {
-  vlanDefaultWatch_.inputIs(in.row->vlanTunnelConfigEntry());
-  vlanGroupWatch_.inputIs(in.row->vlanTunnelConfigEntry());
-  scheduleReview();
-}
-
-void IpTunnelVlanMcastGroupSm::VlanMapSm::handleVrfTunnelConfigEntry() {
-  vrfDefaultWatch_.inputIs(in.row->vrfTunnelConfigEntry());
-  vrfRangeWatch_.inputIs(in.row->vrfTunnelConfigEntry());
-  scheduleReview();
-}
-
-void IpTunnelVlanMcastGroupSm::VlanMapSm::handleVrfImmediateGroupStatus() {
-  vrfGroupWatch_.inputIs(in.row->vrfImmediateGroupStatus());
-  scheduleReview();
-}
-
-void IpTunnelVlanMcastGroupSm::VlanMapSm::handleImmediateGroup(OverlayAddr overlayAddr) {
-  in.parent->updateOverlayGroup(in.row->vlanId(), overlayAddr.genAddr(), in.row);
+  IpTunnelVlanMcastGroupSm& owner = *in.parent->in.parent;
+  owner.scheduleVlanInputReview(in.row->vlanId());
+  owner.scheduleOutputReview();
 }
 
 // --- what is due
 
 void IpTunnelVlanMcastGroupSm::scheduleInputReview(const std::string& tableName, VlanId vlan) {
-  vlanInputChangeSetIs({tableName, vlan});
+  inputReview_.note({tableName, vlan});
   scheduleWalk();
 }
 
 void IpTunnelVlanMcastGroupSm::scheduleVlanInputReview(VlanId vlan) {
   for (const auto& [name, table] : in.vlanGroupTableColl->tableIterator())
-    if (table->vlanHas(vlan)) vlanInputChangeSetIs({name, vlan});
+    if (table->vlanHas(vlan)) inputReview_.note({name, vlan});
   scheduleWalk();
 }
 
 void IpTunnelVlanMcastGroupSm::scheduleAllInputReview() {
   for (const auto& [name, table] : in.vlanGroupTableColl->tableIterator())
     for (const auto& entry : table->vlanIterator())
-      vlanInputChangeSetIs({name, entry.key});
-  if (vlanInputChangeSetCount() != 0) scheduleWalk();
+      inputReview_.note({name, entry.key});
+  if (inputReview_.isDue()) scheduleWalk();
 }
 
 void IpTunnelVlanMcastGroupSm::scheduleOutputReview() {
@@ -160,7 +116,7 @@ void IpTunnelVlanMcastGroupSm::scheduleOutputReview() {
     if (auto t = traceHandle.at(7)) t << "Input is not ready yet. Not scheduling output review";
     return;
   }
-  reviewOutputIs(true);
+  outputReview_.ask();
   scheduleWalk();
 }
 
@@ -173,70 +129,65 @@ bool IpTunnelVlanMcastGroupSm::isInputReady() const {
 // --- the walk
 
 bool IpTunnelVlanMcastGroupSm::walkStartedNotification() {
-  inputBookmarkIs({});
-  outputBookmarkIs({});
-  return vlanInputChangeSetCount() != 0 || reviewOutput();
+  if (traceHandle.isOn(7)) traceSkippedInputs();
+  return inputReview_.isDue() || outputReview_.isDue();
 }
 
 IpTunnelVlanMcastGroupSm::WalkResult IpTunnelVlanMcastGroupSm::walk() {
-  std::size_t processed = 0;
-  const bool finished = reviewInputs(processed) && reviewOutputs(processed);
-  return {!finished, processed};
+  Sylva::Slice turn = slice();
+  // What was cut short goes on before anything that came since.
+  const bool inputsDone = outputReview_.isUnderWay() || reviewInputs(turn);
+  const bool finished = inputsDone && reviewOutputs(turn);
+  return {!finished, turn.items()};
 }
 
-bool IpTunnelVlanMcastGroupSm::reviewInputs(std::size_t& processed) {
-  for (const auto& entry : vlanInputChangeSetIterator()) {
-    // Out first: an event that puts it in again asks for another look.
-    vlanInputChangeSetDel(entry);
-    const auto table = in.vlanGroupTableColl->table(entry.tableName);
-    const auto groups = table ? table->vlan(entry.vlanId) : nullptr;
+bool IpTunnelVlanMcastGroupSm::reviewInputs(Sylva::Slice& slice) {
+  while (const auto place = inputReview_.next()) {
+    const auto& [tableName, vlan] = place->key;
+    const auto table = in.vlanGroupTableColl->table(tableName);
+    const auto groups = table ? table->vlan(vlan) : nullptr;
     if (!groups) continue;
-    const auto mapping = in.ipTunnelMappingStatus->vlanStatus(entry.vlanId);
-    const IpTunnelVlanMcastGroupSmInputBookmark bookmark = inputBookmark();
-    const bool resumed = bookmark.tableName == entry.tableName && bookmark.vlanId == entry.vlanId;
-    for (const IpGenAddr& group :
-         resumed ? groups->groupIteratorFrom(bookmark.group) : groups->groupIterator()) {
-      if (processed != 0 && mustYield()) {
-        vlanInputChangeSetIs(entry);
-        inputBookmarkIs({entry.tableName, entry.vlanId, group});
+    const auto mapping = in.ipTunnelMappingStatus->vlanStatus(vlan);
+    for (const IpGenAddr& group : groups->groupIteratorFrom(place->item)) {
+      if (!slice.take()) {
+        inputReview_.stopAt({tableName, vlan, group});
         if (auto t = traceHandle.at(7))
-          t << "Input review Yielding, processed " << processed << " groups."
-            << " Bookmark: Table " << entry.tableName << " vlan " << entry.vlanId
-            << " group: " << group;
+          t << "Input review Yielding, processed " << slice.items() << " groups."
+            << " Bookmark: Table " << tableName << " vlan " << vlan << " group: " << group;
         return false;
       }
-      updateOverlayGroup(entry.vlanId, group, mapping);
-      ++processed;
+      updateOverlayGroup(vlan, group, mapping);
     }
-    inputBookmarkIs({});
   }
-  inputBookmarkIs({});
   return true;
 }
 
-bool IpTunnelVlanMcastGroupSm::reviewOutputs(std::size_t& processed) {
-  if (!reviewOutput()) return true;
-  const auto& status = *in.vlanToGroupStatus;
-  const OverlayVlanGroup bookmark = outputBookmark();
-  for (const auto& entry : bookmark == OverlayVlanGroup{}
-                               ? status.vlanToMulticastGroupIterator()
-                               : status.vlanToMulticastGroupIteratorFrom(bookmark)) {
-    if (processed != 0 && mustYield()) {
-      outputBookmarkIs(entry.key);
+void IpTunnelVlanMcastGroupSm::traceSkippedInputs() const {
+  for (const auto& [name, table] : in.vlanGroupTableColl->tableIterator())
+    for (const auto& entry : table->vlanIterator()) {
+      if (vlanInputChangeSetHas({name, entry.key})) continue;
       if (auto t = traceHandle.at(7))
-        t << "Output review Yielding, processed " << processed << " vlan groups."
+        t << "Input review. Skipping table, vlan " << entry.key << " not in change set ";
+    }
+}
+
+bool IpTunnelVlanMcastGroupSm::reviewOutputs(Sylva::Slice& slice) {
+  if (!outputReview_.begins()) return true;
+  const auto& status = *in.vlanToGroupStatus;
+  for (const auto& entry : status.vlanToMulticastGroupIteratorFrom(outputReview_.place())) {
+    if (!slice.take()) {
+      outputReview_.stopAt(entry.key);
+      if (auto t = traceHandle.at(7))
+        t << "Output review Yielding, processed " << slice.items() << " vlan groups."
           << " Bookmark: vlan-group " << textOf(entry.key);
       return false;
     }
-    if (!overlayGroupExists(entry.key)) {
-      if (auto t = traceHandle.at(6))
-        t << " Review output deleting overlay vlan group " << textOf(entry.key);
-      deleteOverlayGroup(entry.key);
-    }
-    ++processed;
+    if (overlayGroupExists(entry.key)) continue;
+    if (auto t = traceHandle.at(6))
+      t << " Review output deleting overlay vlan group " << textOf(entry.key);
+    deleteOverlayGroup(entry.key);
   }
-  outputBookmarkIs({});
-  reviewOutputIs(false);
+  outputReview_.ends();
   if (toggleEvpnMulticastSSOEnabled() && !in.encapReadyStatus->vlanGroupStatusReady()) {
     if (auto t = traceHandle.at(7))
       t << "First output review complete, setting vlanGroupStatusReady";

@@ -13,6 +13,7 @@
 #include "records/IpTunnelVlanGroupStatus.h"
 #include "records/ReadyStatus.h"
 #include "runtime/Record.h"
+#include "runtime/Review.h"
 #include "runtime/Walk.h"
 
 namespace Multicast::Vpn {
@@ -50,7 +51,7 @@ class IpTunnelVlanMcastGroupSm final : public Sylva::WalkSmBase {
     class GroupSm final : public Vesk::Machine {
       VESK_RECORD(Multicast::Vpn::IpTunnelVlanMcastGroupSm::TableSm::GroupSm)
       struct Inputs {
-        IpTunnelVlanMcastGroupSm* parent;
+        TableSm* parent;
         Ombra::Ptr<GroupTable const> row;
         bool operator==(const Inputs&) const = default;
       };
@@ -60,7 +61,7 @@ class IpTunnelVlanMcastGroupSm final : public Sylva::WalkSmBase {
 
      private:
       void handleGroup(Pavlin::IpGenAddr group);
-      Vesk::Watch groupWatch_ = watch<&GroupSm::handleGroup>(in.row, GroupTable::groupAttr);
+      Vesk::Watch group_ = watch<&GroupSm::handleGroup>(in.row, GroupTable::groupAttr);
     };
 
     VESK_INSTANCES(Bridging::VlanId, GroupSm, vlanGroupStatus)
@@ -69,8 +70,9 @@ class IpTunnelVlanMcastGroupSm final : public Sylva::WalkSmBase {
     void handleVlan(Bridging::VlanId vlan);
     void handleReady() { in.parent->scheduleOutputReview(); }
 
-    Vesk::Watch vlanWatch_ = watch<&TableSm::handleVlan>(in.row, VlanGroupTable::vlanAttr);
-    Vesk::Watch readyWatch_ = watch<&TableSm::handleReady>(in.row, VlanGroupTable::readyAttr);
+    Vesk::Follow vlans_ =
+        follow<&TableSm::handleVlan>(in.row, VlanGroupTable::vlanAttr, vlanGroupStatusAttr);
+    Vesk::Watch ready_ = watch<&TableSm::handleReady>(in.row, VlanGroupTable::readyAttr);
   };
 
   /// Follows one vlan's mapping and what it refers to.
@@ -83,45 +85,37 @@ class IpTunnelVlanMcastGroupSm final : public Sylva::WalkSmBase {
     };
     explicit VlanMapSm(Inputs inputs) : in(std::move(inputs)) {}
     const Inputs in;
-    void handleDel() { scheduleReview(); }
 
    private:
-    void handleSbdVlan() { scheduleReview(); }
-    void handleVlanTunnelConfigEntry();
-    void handleVlanDefaultUnderlayGroup() { scheduleReview(); }
-    void handleVrfTunnelConfigEntry();
-    void handleVrfDefaultUnderlayGroup() { scheduleReview(); }
-    void handleVrfUnderlayGroupRange() { scheduleReview(); }
-    void handleVrfImmediateGroupStatus();
-    void handleImmediateGroup(OverlayAddr overlayAddr);
     void scheduleReview() { in.parent->scheduleVlanInputReview(in.row->vlanId()); }
+    void handleImmediateGroup(OverlayAddr overlayAddr) {
+      in.parent->updateOverlayGroup(in.row->vlanId(), overlayAddr.genAddr(), in.row);
+    }
 
-    Vesk::Watch sbdVlanWatch_ =
-        watch<&VlanMapSm::handleSbdVlan>(in.row, VlanToGroupMapping::isSbdVlanAttr);
-    Vesk::Watch vlanEntryWatch_ = watch<&VlanMapSm::handleVlanTunnelConfigEntry>(
-        in.row, VlanToGroupMapping::vlanTunnelConfigEntryAttr);
-    Vesk::Watch vlanDefaultWatch_ = watch<&VlanMapSm::handleVlanDefaultUnderlayGroup>(
-        in.row->vlanTunnelConfigEntry(), IpTunnelConfigEntry::defaultUnderlayGroupAttr);
-    Vesk::Watch vlanGroupWatch_ = watch<&VlanMapSm::handleImmediateGroup>(
-        in.row->vlanTunnelConfigEntry(), IpTunnelConfigEntry::immediateOverlayToUnderlayGroupAttr);
-    Vesk::Watch vrfEntryWatch_ = watch<&VlanMapSm::handleVrfTunnelConfigEntry>(
-        in.row, VlanToGroupMapping::vrfTunnelConfigEntryAttr);
-    Vesk::Watch vrfDefaultWatch_ = watch<&VlanMapSm::handleVrfDefaultUnderlayGroup>(
-        in.row->vrfTunnelConfigEntry(), IpTunnelConfigEntry::defaultUnderlayGroupAttr);
-    Vesk::Watch vrfRangeWatch_ = watch<&VlanMapSm::handleVrfUnderlayGroupRange>(
-        in.row->vrfTunnelConfigEntry(), IpTunnelConfigEntry::underlayGroupRangeAttr);
-    Vesk::Watch vrfStatusWatch_ = watch<&VlanMapSm::handleVrfImmediateGroupStatus>(
-        in.row, VlanToGroupMapping::vrfImmediateGroupStatusAttr);
-    Vesk::Watch vrfGroupWatch_ = watch<&VlanMapSm::handleImmediateGroup>(
-        in.row->vrfImmediateGroupStatus(),
+    using Mapping = VlanToGroupMapping;
+    Vesk::Watch sbdVlan_ = watch<&VlanMapSm::scheduleReview>(in.row, Mapping::isSbdVlanAttr);
+    Vesk::PathWatch vlanDefault_ = watchPath<&VlanMapSm::scheduleReview>(
+        in.row, Mapping::vlanTunnelConfigEntryAttr, IpTunnelConfigEntry::defaultUnderlayGroupAttr);
+    Vesk::PathWatch vrfDefault_ = watchPath<&VlanMapSm::scheduleReview>(
+        in.row, Mapping::vrfTunnelConfigEntryAttr, IpTunnelConfigEntry::defaultUnderlayGroupAttr);
+    Vesk::PathWatch vrfRange_ = watchPath<&VlanMapSm::scheduleReview>(
+        in.row, Mapping::vrfTunnelConfigEntryAttr, IpTunnelConfigEntry::underlayGroupRangeAttr);
+    // Of all groups of a replaced source the review of the vlan takes care.
+    Vesk::Watch vrfStatus_ =
+        watch<&VlanMapSm::scheduleReview>(in.row, Mapping::vrfImmediateGroupStatusAttr);
+    Vesk::PathWatch vlanGroup_ = watchPathQuietly<&VlanMapSm::handleImmediateGroup>(
+        in.row, Mapping::vlanTunnelConfigEntryAttr,
+        IpTunnelConfigEntry::immediateOverlayToUnderlayGroupAttr);
+    Vesk::PathWatch vrfGroup_ = watchPathQuietly<&VlanMapSm::handleImmediateGroup>(
+        in.row, Mapping::vrfImmediateGroupStatusAttr,
         ImmediateGroupVrfStatus::immediateOverlayToUnderlayGroupAttr);
   };
 
   VESK_INSTANCES(std::string, TableSm, vlanGroupTableStatus)
   VESK_INSTANCES(Bridging::VlanId, VlanMapSm, vlanMappingStatus)
   VESK_SET(IpTunnelVlanMcastGroupSmInputChangeEntry, vlanInputChangeSet)
-  VESK_VALUE(IpTunnelVlanMcastGroupSmInputBookmark, inputBookmark)
-  VESK_VALUE(OverlayVlanGroup, outputBookmark)
+  VESK_VALUE(std::optional<IpTunnelVlanMcastGroupSmInputBookmark>, inputBookmark)
+  VESK_VALUE(std::optional<OverlayVlanGroup>, outputBookmark)
   /// An output review is due.
   VESK_VALUE(bool, reviewOutput)
   VESK_VALUE(double, vlanToGroupStatusUpdateTs)
@@ -146,7 +140,7 @@ class IpTunnelVlanMcastGroupSm final : public Sylva::WalkSmBase {
  private:
   void handleInitialized();
   void handleTable(const std::string& name);
-  void handleVlanStatus(Bridging::VlanId vlan);
+  void handleVlanStatus(Bridging::VlanId vlan) { scheduleVlanInputReview(vlan); }
   void handleMappingStatusReady() { scheduleOutputReview(); }
   void handleVtepAddr() { scheduleAllInputReview(); }
   void handleTunnelType() { scheduleAllInputReview(); }
@@ -157,12 +151,12 @@ class IpTunnelVlanMcastGroupSm final : public Sylva::WalkSmBase {
   void scheduleOutputReview();
   [[nodiscard]] bool isInputReady() const;
 
-  [[nodiscard]] bool allowWalkRestarts() const override { return true; }
   bool walkStartedNotification() override;
   WalkResult walk() override;
   /// These return false if they yielded.
-  [[nodiscard]] bool reviewInputs(std::size_t& processed);
-  [[nodiscard]] bool reviewOutputs(std::size_t& processed);
+  [[nodiscard]] bool reviewInputs(Sylva::Slice& slice);
+  [[nodiscard]] bool reviewOutputs(Sylva::Slice& slice);
+  void traceSkippedInputs() const;
 
   void updateOverlayGroup(Bridging::VlanId vlan, const Pavlin::IpGenAddr& group,
                           const Ombra::Ptr<VlanToGroupMapping const>& mapping);
@@ -172,18 +166,23 @@ class IpTunnelVlanMcastGroupSm final : public Sylva::WalkSmBase {
   [[nodiscard]] Routing::Multicast::TunnelType getTunnelType(const OverlayVlanGroup& group) const;
   void statusWritten() { vlanToGroupStatusUpdateTsIs(Vesk::System::coarseTime()); }
 
-  Vesk::Watch tableWatch_ = watch<&IpTunnelVlanMcastGroupSm::handleTable>(
-      in.vlanGroupTableColl, VlanGroupTableColl::tableAttr);
-  Vesk::Watch vlanStatusWatch_ = watch<&IpTunnelVlanMcastGroupSm::handleVlanStatus>(
-      in.ipTunnelMappingStatus, IpTunnelMappingStatus::vlanStatusAttr);
-  Vesk::Watch readyWatch_ = watch<&IpTunnelVlanMcastGroupSm::handleMappingStatusReady>(
-      in.ipTunnelMappingStatus, IpTunnelMappingStatus::readyAttr);
-  Vesk::Watch vtepWatch_ = watch<&IpTunnelVlanMcastGroupSm::handleVtepAddr>(
-      in.ipTunnelMappingStatus, IpTunnelMappingStatus::localVtepAddrAttr);
-  Vesk::Watch vtep6Watch_ = watch<&IpTunnelVlanMcastGroupSm::handleVtepAddr>(
-      in.ipTunnelMappingStatus, IpTunnelMappingStatus::localVtepAddr6Attr);
-  Vesk::Watch tunnelTypeWatch_ = watch<&IpTunnelVlanMcastGroupSm::handleTunnelType>(
-      in.ipTunnelMappingStatus, IpTunnelMappingStatus::tunnelTypeAttr);
+  Sylva::ReviewSet<vlanInputChangeSetTag, inputBookmarkTag> inputReview_{this};
+  Sylva::ReviewPass<reviewOutputTag, outputBookmarkTag> outputReview_{this};
+
+  using Self = IpTunnelVlanMcastGroupSm;
+  using Status = IpTunnelMappingStatus;
+  Vesk::Follow tables_ = follow<&Self::handleTable>(
+      in.vlanGroupTableColl, VlanGroupTableColl::tableAttr, vlanGroupTableStatusAttr);
+  Vesk::Follow vlans_ = follow<&Self::handleVlanStatus>(
+      in.ipTunnelMappingStatus, Status::vlanStatusAttr, vlanMappingStatusAttr);
+  Vesk::Watch ready_ =
+      watch<&Self::handleMappingStatusReady>(in.ipTunnelMappingStatus, Status::readyAttr);
+  Vesk::Watch vtep_ =
+      watch<&Self::handleVtepAddr>(in.ipTunnelMappingStatus, Status::localVtepAddrAttr);
+  Vesk::Watch vtep6_ =
+      watch<&Self::handleVtepAddr>(in.ipTunnelMappingStatus, Status::localVtepAddr6Attr);
+  Vesk::Watch tunnelType_ =
+      watch<&Self::handleTunnelType>(in.ipTunnelMappingStatus, Status::tunnelTypeAttr);
 };
 
 }  // namespace Multicast::Vpn

@@ -18,8 +18,7 @@ const Vesk::TraceHandle traceHandle{"L3OverlayGroupSm"};
 
 L3OverlayGroupSm::L3OverlayGroupSm(Inputs inputs)
     : WalkSmBase(inputs.scheduler, 3, "L3OverlayGroupSmReview"), in(std::move(inputs)) {
-  for (const auto& [vrf, row] : in.ingressL3RouteStatus->vrfStatusIterator())
-    vrfStatusIs(vrf, {.parent = this, .row = row});
+  vrfs_.begin();
   handleInitialized();
 }
 
@@ -27,11 +26,6 @@ void L3OverlayGroupSm::handleInitialized() {
   handleVxlanIntf();
   outStatusIs();
   handleIngressL3RouteStatusReady();
-}
-
-void L3OverlayGroupSm::handleCleanup() {
-  vrfStatusDelAll();
-  outStatusDel();  // the rows go with their handles
 }
 
 void L3OverlayGroupSm::review() {
@@ -42,17 +36,7 @@ void L3OverlayGroupSm::review() {
 
 // --- inputs that come and go
 
-void L3OverlayGroupSm::handleVrfStatus(VrfName vrf) {
-  const Ombra::Ptr<IngressVrfStatus const> row = in.ingressL3RouteStatus->vrfStatus(vrf);
-  if (const auto present = vrfStatus(vrf); present && present->in.row != row) {
-    if (row) scheduleVrfOutputReview(vrf);  // it may lack routes of the old one
-    vrfStatusDel(vrf);
-  }
-  if (row) vrfStatusIs(vrf, {.parent = this, .row = row});
-  handleVrf(vrf);
-}
-
-void L3OverlayGroupSm::handleVrf(const VrfName& vrf) {
+void L3OverlayGroupSm::handleVrf(VrfName vrf) {
   if (in.ingressL3RouteStatus->vrfStatusHas(vrf)) {
     scheduleVrfInputReview(vrf);
   } else {
@@ -69,13 +53,7 @@ void L3OverlayGroupSm::handleIngressL3RouteStatusReady() {
 }
 
 void L3OverlayGroupSm::handleVxlanIntf() {
-  const Ombra::Ptr<Vxlan::VtiStatus const> vti = in.vtiStatusDir->vtiStatus(Pavlin::vxlan1IntfId());
-  if (vti == vtiStatus()) return;
-  vtiStatusIs(vti);
-  for (Vesk::Watch* watch : {&operStatusWatch_, &vlanVniWatch_, &sbdVlanWatch_})
-    watch->inputIs(vti);
-  handleVtiOperStatus();
-  handleVtiStatus();
+  vtiStatusIs(in.vtiStatusDir->vtiStatus(Pavlin::vxlan1IntfId()));
 }
 
 void L3OverlayGroupSm::handleVrfToSbdVlan(VrfName vrf) {
@@ -85,92 +63,90 @@ void L3OverlayGroupSm::handleVrfToSbdVlan(VrfName vrf) {
 // --- what is due
 
 void L3OverlayGroupSm::scheduleVrfInputReview(const VrfName& vrf) {
-  vrfInputChangeSetIs(vrf);
+  inputReview_.note(vrf);
   scheduleWalk();
 }
 
 void L3OverlayGroupSm::scheduleVrfOutputReview(const VrfName& vrf) {
-  vrfOutputChangeSetIs(vrf);
+  outputReview_.note(vrf);
   scheduleWalk();
 }
 
 void L3OverlayGroupSm::scheduleAllInputReview() {
   for (const auto& entry : in.ingressL3RouteStatus->vrfStatusIterator())
-    vrfInputChangeSetIs(entry.key);
-  if (vrfInputChangeSetCount() != 0) scheduleWalk();
+    inputReview_.note(entry.key);
+  if (inputReview_.isDue()) scheduleWalk();
 }
 
 // --- the walk
 
 bool L3OverlayGroupSm::walkStartedNotification() {
-  inputBookmarkIs({});
-  outputBookmarkIs({});
-  return vrfInputChangeSetCount() != 0 || vrfOutputChangeSetCount() != 0;
+  if (traceHandle.isOn(7)) traceSkipped();
+  isInputReady_ = in.ingressL3RouteStatus->ready();
+  return inputReview_.isDue() || outputReview_.isDue();
 }
 
 L3OverlayGroupSm::WalkResult L3OverlayGroupSm::walk() {
-  std::size_t processed = 0;
-  if (!reviewInputs(processed)) return {true, processed};
-  if (in.ingressL3RouteStatus->ready() && !in.vlanGroupTable->ready()) {
-    if (auto t = traceHandle.at(7))
-      t << "Input is ready and review finished. Setting vlanGroupTable ready";
-    in.vlanGroupTable->readyIs(true);
+  Sylva::Slice turn = slice();
+  // What was cut short goes on before anything that came since.
+  if (!outputReview_.isUnderWay()) {
+    if (!reviewInputs(turn)) return {true, turn.items()};
+    if (isInputReady_ && !in.vlanGroupTable->ready()) {
+      if (auto t = traceHandle.at(7))
+        t << "Input is ready and review finished. Setting vlanGroupTable ready";
+      in.vlanGroupTable->readyIs(true);
+    }
   }
-  return {!reviewOutputs(processed), processed};
+  return {!reviewOutputs(turn), turn.items()};
 }
 
-bool L3OverlayGroupSm::reviewInputs(std::size_t& processed) {
-  // Only what is in the set: to pass over all the other VRFs would cost as much as they are many.
-  for (const VrfName& vrf : vrfInputChangeSetIterator()) {
-    // Out first: an event that puts it in again asks for another look.
-    vrfInputChangeSetDel(vrf);
+bool L3OverlayGroupSm::reviewInputs(Sylva::Slice& slice) {
+  while (const auto place = inputReview_.next()) {
+    const VrfName& vrf = place->key;
     const auto status = in.ingressL3RouteStatus->vrfStatus(vrf);
     if (!status) continue;  // what it left behind is an output review's
-    const L3OverlayGroupSmBookmark bookmark = inputBookmark();
-    const bool resumed = bookmark != L3OverlayGroupSmBookmark{} && bookmark.vrf == vrf;
-    for (const OverlayRouteKey& key :
-         resumed ? status->routeIteratorFrom(bookmark.routeKey) : status->routeIterator()) {
-      if (processed != 0 && mustYield()) {
-        vrfInputChangeSetIs(vrf);
-        inputBookmarkIs({vrf, key});
+    for (const OverlayRouteKey& key : status->routeIteratorFrom(place->item)) {
+      if (!slice.take()) {
+        inputReview_.stopAt({vrf, key});
         if (auto t = traceHandle.at(7))
-          t << "Input review Yielding, processed " << processed << " routes."
+          t << "Input review Yielding, processed " << slice.items() << " routes."
             << " Bookmark: Vrf " << vrf << " routeKey: " << textOf(key);
         return false;
       }
       handleOverlayRoute(vrf, key);
-      ++processed;
     }
-    inputBookmarkIs({});
   }
-  inputBookmarkIs({});
   return true;
 }
 
-bool L3OverlayGroupSm::reviewOutputs(std::size_t& processed) {
-  for (const VrfName& vrf : vrfOutputChangeSetIterator()) {
-    vrfOutputChangeSetDel(vrf);
+bool L3OverlayGroupSm::reviewOutputs(Sylva::Slice& slice) {
+  while (const auto place = outputReview_.next()) {
+    const VrfName& vrf = place->key;
     const auto status = outStatus()->vrf(vrf);
     if (!status) continue;
-    const L3OverlayGroupSmBookmark bookmark = outputBookmark();
-    const bool resumed = bookmark != L3OverlayGroupSmBookmark{} && bookmark.vrf == vrf;
-    for (const auto& entry : resumed ? status->vlanDedupEntryIteratorFrom(bookmark.routeKey)
-                                     : status->vlanDedupEntryIterator()) {
-      if (processed != 0 && mustYield()) {
-        vrfOutputChangeSetIs(vrf);
-        outputBookmarkIs({vrf, entry.key});
+    for (const auto& entry : status->vlanDedupEntryIteratorFrom(place->item)) {
+      if (!slice.take()) {
+        outputReview_.stopAt({vrf, entry.key});
         if (auto t = traceHandle.at(7))
-          t << "Output review Yielding, processed " << processed << " routes."
+          t << "Output review Yielding, processed " << slice.items() << " routes."
             << " Bookmark: Vrf " << vrf << " routeKey: " << textOf(entry.key);
         return false;
       }
       handleOverlayRoute(vrf, entry.key);
-      ++processed;
     }
-    outputBookmarkIs({});
   }
-  outputBookmarkIs({});
   return true;
+}
+
+void L3OverlayGroupSm::traceSkipped() const {
+  const auto skipped = [](const char* review, const VrfName& vrf) {
+    if (auto t = traceHandle.at(7))
+      t << review << " review. Skipping vrf " << vrf << " not in change set ";
+  };
+  for (const auto& entry : in.ingressL3RouteStatus->vrfStatusIterator())
+    if (!vrfInputChangeSetHas(entry.key)) skipped("Input", entry.key);
+  for (const auto& entry : outStatus()->vrfIterator())
+    if (!vrfOutputChangeSetHas(entry.key)) skipped("Output", entry.key);
 }
 
 // --- one route

@@ -10,33 +10,10 @@
 #include "records/EncapTables.h"
 #include "records/Vxlan.h"
 #include "runtime/Record.h"
+#include "runtime/Review.h"
 #include "runtime/Walk.h"
 
-/// A handle reads and prints as the value that it stands for.
-template <>
-struct Vesk::Leaf<Multicast::Vpn::VlanGroupDedupTable::Handle> {
-  using Value = Routing::Multicast::OverlayVlanGroup;
-  using Handle = Multicast::Vpn::VlanGroupDedupTable::Handle;
-  static void toBytes(const Handle& handle, std::string& out) {
-    Vesk::toBytes(handle ? handle->value() : Value(), out);
-  }
-  /// Nobody makes a reference out of bytes: this is none.
-  static Handle fromBytes(std::string_view& in) {
-    (void)Vesk::fromBytes<Value>(in);
-    return nullptr;
-  }
-};
-template <>
-inline const Vesk::ValueType& Vesk::valueType<Multicast::Vpn::VlanGroupDedupTable::Handle>() {
-  return valueType<Routing::Multicast::OverlayVlanGroup>();
-}
-
 namespace Multicast::Vpn {
-
-/// The reflection of a value asks for an order; a bookmark has no other use for one.
-inline bool operator<(const L3OverlayGroupSmBookmark& a, const L3OverlayGroupSmBookmark& b) {
-  return a.vrf == b.vrf ? a.routeKey < b.routeKey : a.vrf < b.vrf;
-}
 
 /// The accepted routes of one VRF.
 class L3OverlayGroupSmVrfStatus : public Vesk::Keyed<L3::VrfName> {
@@ -76,13 +53,13 @@ class L3OverlayGroupSm final : public Sylva::WalkSmBase {
     };
     explicit VrfSm(Inputs inputs) : in(std::move(inputs)) {}
     const Inputs in;
+    void handleDel() { in.parent->scheduleVrfOutputReview(in.row->vrfName()); }
 
    private:
     void handleOverlayRoute(OverlayRouteKey routeKey) {
       in.parent->handleOverlayRoute(in.row->vrfName(), routeKey);
     }
-    Vesk::Watch routeWatch_ =
-        watch<&VrfSm::handleOverlayRoute>(in.row, IngressVrfStatus::routeAttr);
+    Vesk::Watch route_ = watch<&VrfSm::handleOverlayRoute>(in.row, IngressVrfStatus::routeAttr);
   };
 
   VESK_INSTANCES(L3::VrfName, VrfSm, vrfStatus)
@@ -91,8 +68,8 @@ class L3OverlayGroupSm final : public Sylva::WalkSmBase {
   VESK_INSTANCE(L3OverlayGroupSmStatus, outStatus)
   VESK_SET(L3::VrfName, vrfInputChangeSet)
   VESK_SET(L3::VrfName, vrfOutputChangeSet)
-  VESK_VALUE(L3OverlayGroupSmBookmark, inputBookmark)
-  VESK_VALUE(L3OverlayGroupSmBookmark, outputBookmark)
+  VESK_VALUE(std::optional<L3OverlayGroupSmBookmark>, inputBookmark)
+  VESK_VALUE(std::optional<L3OverlayGroupSmBookmark>, outputBookmark)
 
   /// What a route's row hangs on; it has one if all three are given.
   struct RouteVerdict {
@@ -111,13 +88,10 @@ class L3OverlayGroupSm final : public Sylva::WalkSmBase {
 
  private:
   void handleInitialized();
-  void handleCleanup() override;
-  void handleVrfStatus(L3::VrfName vrf);
-  void handleVrf(const L3::VrfName& vrf);
+  void handleVrf(L3::VrfName vrf);
   void handleIngressL3RouteStatusReady();
   void handleVxlanIntf();
   void handleVtiOperStatus() { scheduleAllInputReview(); }
-  void handleVtiStatus() { scheduleAllInputReview(); }
   void handleVlanVni() { scheduleAllInputReview(); }
   void handleVrfToSbdVlan(L3::VrfName vrf);
 
@@ -125,28 +99,34 @@ class L3OverlayGroupSm final : public Sylva::WalkSmBase {
   void scheduleVrfOutputReview(const L3::VrfName& vrf);
   void scheduleAllInputReview();
 
-  [[nodiscard]] bool allowWalkRestarts() const override { return true; }
   bool walkStartedNotification() override;
   WalkResult walk() override;
   /// These return false if they yielded.
-  [[nodiscard]] bool reviewInputs(std::size_t& processed);
-  [[nodiscard]] bool reviewOutputs(std::size_t& processed);
+  [[nodiscard]] bool reviewInputs(Sylva::Slice& slice);
+  [[nodiscard]] bool reviewOutputs(Sylva::Slice& slice);
+  void traceSkipped() const;
 
   void handleOverlayRoute(const L3::VrfName& vrf, const OverlayRouteKey& routeKey);
   void deleteOverlayRoute(const L3::VrfName& vrf, const OverlayRouteKey& routeKey);
 
-  Vesk::Watch vrfWatch_ = watch<&L3OverlayGroupSm::handleVrfStatus>(
-      in.ingressL3RouteStatus, IngressL3RouteStatus::vrfStatusAttr);
-  Vesk::Watch readyWatch_ = watch<&L3OverlayGroupSm::handleIngressL3RouteStatusReady>(
+  /// The round that is under way has begun with all input there.
+  bool isInputReady_ = false;
+  Sylva::ReviewSet<vrfInputChangeSetTag, inputBookmarkTag> inputReview_{this};
+  Sylva::ReviewSet<vrfOutputChangeSetTag, outputBookmarkTag> outputReview_{this};
+
+  using Self = L3OverlayGroupSm;
+  Vesk::Follow vrfs_ = follow<&Self::handleVrf>(in.ingressL3RouteStatus,
+                                                IngressL3RouteStatus::vrfStatusAttr, vrfStatusAttr);
+  Vesk::Watch ready_ = watch<&Self::handleIngressL3RouteStatusReady>(
       in.ingressL3RouteStatus, IngressL3RouteStatus::readyAttr);
-  Vesk::Watch vxlanIntfWatch_ = watch<&L3OverlayGroupSm::handleVxlanIntf>(
-      in.vtiStatusDir, Vxlan::VtiStatusDir::vtiStatusAttr);
-  Vesk::Watch operStatusWatch_ =
-      watch<&L3OverlayGroupSm::handleVtiOperStatus>(vtiStatus(), Vxlan::VtiStatus::operStatusAttr);
-  Vesk::Watch vlanVniWatch_ =
-      watch<&L3OverlayGroupSm::handleVlanVni>(vtiStatus(), Vxlan::VtiStatus::vlanToVniMapAttr);
-  Vesk::Watch sbdVlanWatch_ =
-      watch<&L3OverlayGroupSm::handleVrfToSbdVlan>(vtiStatus(), Vxlan::VtiStatus::vrfToSBDVlanAttr);
+  Vesk::Watch vxlanIntf_ =
+      watch<&Self::handleVxlanIntf>(in.vtiStatusDir, Vxlan::VtiStatusDir::vtiStatusAttr);
+  Vesk::PathWatch operStatus_ =
+      watchPath<&Self::handleVtiOperStatus>(this, vtiStatusAttr, Vxlan::VtiStatus::operStatusAttr);
+  Vesk::PathWatch vlanVni_ =
+      watchPath<&Self::handleVlanVni>(this, vtiStatusAttr, Vxlan::VtiStatus::vlanToVniMapAttr);
+  Vesk::PathWatch sbdVlan_ =
+      watchPath<&Self::handleVrfToSbdVlan>(this, vtiStatusAttr, Vxlan::VtiStatus::vrfToSBDVlanAttr);
 };
 
 }  // namespace Multicast::Vpn

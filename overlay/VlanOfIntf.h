@@ -1,7 +1,7 @@
 // The vlan of a vlan interface.
 // Owns nothing. Reads: the interface's name.
-// Caveat: numbers that no frame can carry (0, 4095, internal vlans) are no vlan; their interfaces
-// count as routed ports.
+// Caveat: internal vlans are no vlans here, and their interfaces count as routed ports. Vlan0 and
+// Vlan4095 are neither the one nor the other.
 #pragma once
 
 #include "runtime/values/IntfId.h"
@@ -13,6 +13,12 @@ namespace Multicast::Vpn {
   if (!Pavlin::VlanIntfId::isVlanIntfId(intf)) return {};
   const std::uint32_t vlan = Pavlin::VlanIntfId::vlanId(intf).value();
   return vlan > Bridging::VlanId::max() ? Bridging::VlanIdOrNone() : Bridging::VlanIdOrNone(vlan);
+}
+
+/// True for the interface of a vlan that cannot exist.
+[[nodiscard]] inline bool isOfNoVlan(Pavlin::IntfId intf) {
+  return Pavlin::VlanIntfId::isVlanIntfId(intf) && vlanOfIntf(intf).isNone() &&
+         !Pavlin::VlanIntfId::vlanId(intf).isInternal();
 }
 
 }  // namespace Multicast::Vpn

@@ -20,7 +20,7 @@ class MulticastIntfsAppSm final : public Vesk::Machine {
   VESK_RECORD(Routing::Multicast::MulticastIntfsAppSm)
   struct Inputs {
     MulticastIntfsAppRootSm* parent;
-    Ombra::Ptr<Vesk::Dir const> dir;
+    Ombra::Ptr<Vesk::Dir const> row;  ///< the application's directory
     bool operator==(const Inputs&) const = default;
   };
   explicit MulticastIntfsAppSm(Inputs inputs);
@@ -29,18 +29,20 @@ class MulticastIntfsAppSm final : public Vesk::Machine {
   [[nodiscard]] bool has(Pavlin::IntfId intf) const {
     return entity() && entity()->multicastIntfHas(intf);
   }
+  /// Each interface that the application has, again.
+  void updateIntfs();
+  /// What it had is gone before it leaves the list.
+  void handleDel() { entityIs(nullptr); }
 
   VESK_REF(MulticastIntfsForApplications const, entity)
 
  private:
   void handleEntry(const std::string& name);
   void handleIntf(Pavlin::IntfId intf);
-  void entityMoves(const Ombra::Ptr<MulticastIntfsForApplications const>& to);
 
-  Vesk::Watch entryWatch_ =
-      watch<&MulticastIntfsAppSm::handleEntry>(in.dir, Vesk::Dir::entryStateAttr);
-  Vesk::Watch intfWatch_ = watch<&MulticastIntfsAppSm::handleIntf>(
-      entity(), MulticastIntfsForApplications::multicastIntfAttr);
+  Vesk::Watch entry_ = watch<&MulticastIntfsAppSm::handleEntry>(in.row, Vesk::Dir::entryStateAttr);
+  Vesk::PathWatch intf_ = watchPath<&MulticastIntfsAppSm::handleIntf>(
+      this, entityAttr, MulticastIntfsForApplications::multicastIntfAttr);
 };
 
 /// One VRF: the union over all applications.
@@ -54,18 +56,18 @@ class MulticastIntfsAppRootSm final : public Vesk::Machine {
   explicit MulticastIntfsAppRootSm(Inputs inputs);
   const Inputs in;
 
-  [[nodiscard]] L3::VrfName vrfName() const { return in.vrfName; }
   /// An interface may have come to, or gone from, one of the applications.
   void updateIntf(Pavlin::IntfId intf);
 
+  VESK_VALUE(L3::VrfName, vrfName)
   VESK_MAP(Pavlin::IntfId, bool, multicastIntf)
   VESK_INSTANCES(std::string, MulticastIntfsAppSm, app)
 
  private:
   void handleApplication(const std::string& name);
 
-  Vesk::Watch applicationWatch_ = watch<&MulticastIntfsAppRootSm::handleApplication>(
-      in.multicastAppDirRoot, Vesk::Dir::entryStateAttr);
+  Vesk::Follow applications_ = follow<&MulticastIntfsAppRootSm::handleApplication>(
+      in.multicastAppDirRoot, Vesk::Dir::entryStateAttr, appAttr);
 };
 
 /// The VRFs in which multicast is enabled.

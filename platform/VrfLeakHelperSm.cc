@@ -12,33 +12,17 @@ void LeakPrefixListSm::handlePrefix() {
 VrfLeakHelperSm::VrfLeakHelperSm(Inputs inputs) : in(std::move(inputs)) {
   in.matcherStatus->vrfLeakConfigIs(in.vrfLeakConfig);
   in.matcherStatus->policyRootIs(in.policyRoot);
-  for (const auto& [name, row] : in.policyRoot->prefixListIterator())
-    handlePrefixList(name);
-  for (const auto& [vrf, row] : in.vrfLeakConfig->vrfConfigIterator())
-    handleVrfConfig(vrf);
+  lists_.beginWithHandler();
+  vrfs_.beginWithHandler();
 }
 
 void VrfLeakHelperSm::handleVrfConfig(L3::VrfName vrf) {
-  const auto row = in.vrfLeakConfig->vrfConfig(vrf);
-  const auto present = vrfConfig(vrf);
-  if (present && present->in.row == row) return;
-  vrfConfigDel(vrf);
-  if (row) {
-    vrfConfigIs(vrf, {.parent = this, .row = row});
+  if (vrfConfigHas(vrf)) {
     in.matcherStatus->vrfStatusIs(vrf);
     vrfChanged(vrf);
   } else {
     in.matcherStatus->vrfStatusDel(vrf);
   }
-}
-
-void VrfLeakHelperSm::handlePrefixList(std::string name) {
-  const auto row = in.policyRoot->prefixList(name);
-  const auto present = prefixList(name);
-  if (present && present->in.row == row) return;
-  prefixListDel(name);
-  if (row) prefixListIs(name, {.parent = this, .row = row});
-  prefixListChanged(name);
 }
 
 void VrfLeakHelperSm::vrfChanged(const L3::VrfName& vrf) {

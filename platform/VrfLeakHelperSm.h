@@ -65,11 +65,10 @@ class VrfLeakHelperSm final : public Vesk::Machine {
 
  private:
   void handleVrfConfig(L3::VrfName vrf);
-  void handlePrefixList(std::string name);
-  Vesk::Watch vrf_ =
-      watch<&VrfLeakHelperSm::handleVrfConfig>(in.vrfLeakConfig, McastVrfLeakConfig::vrfConfigAttr);
-  Vesk::Watch list_ =
-      watch<&VrfLeakHelperSm::handlePrefixList>(in.policyRoot, Policy::PolicyRoot::prefixListAttr);
+  Vesk::Follow vrfs_ = follow<&VrfLeakHelperSm::handleVrfConfig>(
+      in.vrfLeakConfig, McastVrfLeakConfig::vrfConfigAttr, vrfConfigAttr);
+  Vesk::Follow lists_ = follow<&VrfLeakHelperSm::prefixListChanged>(
+      in.policyRoot, Policy::PolicyRoot::prefixListAttr, prefixListAttr);
 };
 
 }  // namespace Routing::Multicast::VrfLeak

@@ -7,11 +7,10 @@ std::optional<ArpEntry> Status::firstEntry(const Vrf::VrfIdMap::VrfId& vrfId,
   ArpKey first;
   first.vrfId = vrfId;
   first.addr = addr;
-  for (const auto& [key, entry] : arpEntryIteratorFrom(first)) {
-    if (key.vrfId == vrfId && key.addr == addr) return entry;
-    break;
-  }
-  return std::nullopt;
+  // Only a row that was asked for is read: another one may be damaged, which is not asked here.
+  const auto at = arpEntry_.map().from(first);
+  if (at.atEnd() || at.key().vrfId != vrfId || at.key().addr != addr) return std::nullopt;
+  return arpEntryHas(at.key()) ? std::optional(at.value()) : std::nullopt;
 }
 
 }  // namespace Arp::Table

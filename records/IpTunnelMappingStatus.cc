@@ -49,7 +49,15 @@ UnderlayAddr VlanToGroupMapping::effDefaultUnderlayGroup() const {
   return vrfTunnelConfigEntry() ? vrfTunnelConfigEntry()->defaultUnderlayGroup() : UnderlayAddr();
 }
 
+bool VlanToGroupMapping::ownsImmediateGroup(const OverlayAddr& overlay) const {
+  const auto holds = [&](const auto& source) {
+    return source && source->immediateOverlayToUnderlayGroupHas(overlay);
+  };
+  return isSbdVlan() ? holds(vrfImmediateGroupStatus()) : holds(vlanTunnelConfigEntry());
+}
+
 UnderlayAddr VlanToGroupMapping::effImmediateUnderlayGroup(const OverlayAddr& overlay) const {
+  if (overlay.isUnspecified()) return {};
   if (const auto& own = vlanTunnelConfigEntry(); own && !isSbdVlan()) {
     const UnderlayAddr group = own->immediateOverlayToUnderlayGroup(overlay);
     if (!group.isUnspecified()) return group;

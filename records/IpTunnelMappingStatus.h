@@ -29,12 +29,24 @@ class VlanToGroupMapping : public Vesk::Keyed<Bridging::VlanId> {
 
   /// The vlan's default group, else that of its VRF, else none.
   [[nodiscard]] Routing::Multicast::UnderlayAddr effDefaultUnderlayGroup() const;
-  /// None if the group is not an immediate one. An SBD vlan has the immediate groups of its VRF;
-  /// another vlan has its own and, for groups that it does not map, those of its VRF.
+  /// The vlan's own immediate groups: those of its VRF for an SBD vlan, else those of its own
+  /// entry.
+  [[nodiscard]] bool ownsImmediateGroup(const Routing::Multicast::OverlayAddr& overlay) const;
+  template <class F>
+  void forEachImmediateGroup(F f) const {
+    const auto eachOf = [&](const auto& source) {
+      if (!source) return;
+      for (const auto& group : source->immediateOverlayToUnderlayGroupIterator())
+        f(group.key);
+    };
+    isSbdVlan() ? eachOf(vrfImmediateGroupStatus()) : eachOf(vlanTunnelConfigEntry());
+  }
+  /// None if the group is not an immediate one, as the any group never is. A vlan that is no SBD vlan
+  /// has, for groups that it does not map itself, those of its VRF.
   [[nodiscard]] Routing::Multicast::UnderlayAddr effImmediateUnderlayGroup(
       const Routing::Multicast::OverlayAddr& overlay) const;
   /// The group that the configuration gives the overlay group: the immediate one, else one out of
-  /// the VRF's pool, else the default. An overlay address of any has no place in a pool.
+  /// the VRF's pool, else the default. The any group always has the default.
   [[nodiscard]] Routing::Multicast::UnderlayAddr underlayGroup(
       const Routing::Multicast::OverlayAddr& overlay) const;
 };

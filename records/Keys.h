@@ -284,31 +284,38 @@ struct IpTunnelVlanMcastGroupSmInputChangeEntry {
   auto operator<=>(const IpTunnelVlanMcastGroupSmInputChangeEntry&) const = default;
 };
 
-/// The default starts at the beginning.
+/// Where a review has stopped: whose items, and the first one that is left.
 struct L3OverlayGroupSmBookmark {
   VESK_STRUCT(Multicast::Vpn::L3OverlayGroupSmBookmark)
   VESK_MEMBER(L3::VrfName, vrf)
   VESK_MEMBER(Routing::Multicast::OverlayRouteKey, routeKey)
 
-  bool operator==(const L3OverlayGroupSmBookmark&) const = default;
+  [[nodiscard]] const L3::VrfName& subject() const { return vrf; }
+  [[nodiscard]] const Routing::Multicast::OverlayRouteKey& item() const { return routeKey; }
+  auto operator<=>(const L3OverlayGroupSmBookmark&) const = default;
 };
 
-/// The default starts at the beginning.
 struct IngressL3RouteSmBookmark {
   VESK_STRUCT(Multicast::Vpn::IngressL3RouteSmBookmark)
   VESK_MEMBER(L3::VrfName, vrfName)
   VESK_MEMBER(Routing::Multicast::Fib::IpGenRouteKey, key)
 
+  [[nodiscard]] const L3::VrfName& subject() const { return vrfName; }
+  [[nodiscard]] const Routing::Multicast::Fib::IpGenRouteKey& item() const { return key; }
   auto operator<=>(const IngressL3RouteSmBookmark&) const = default;
 };
 
-/// False if it is the default, which starts at the beginning.
 struct IpTunnelVlanMcastGroupSmInputBookmark {
   VESK_STRUCT(Multicast::Vpn::IpTunnelVlanMcastGroupSmInputBookmark)
   VESK_MEMBER(std::string, tableName)
   VESK_MEMBER(Bridging::VlanId, vlanId)
   VESK_MEMBER(Pavlin::IpGenAddr, group)
 
+  [[nodiscard]] IpTunnelVlanMcastGroupSmInputChangeEntry subject() const {
+    return {tableName, vlanId};
+  }
+  [[nodiscard]] const Pavlin::IpGenAddr& item() const { return group; }
+  /// False for the default value.
   explicit operator bool() const { return *this != IpTunnelVlanMcastGroupSmInputBookmark{}; }
   auto operator<=>(const IpTunnelVlanMcastGroupSmInputBookmark&) const = default;
 };

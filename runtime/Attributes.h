@@ -4,7 +4,9 @@
 // runtime/Record.h.
 #pragma once
 
+#include <concepts>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <type_traits>
 
@@ -53,20 +55,47 @@ class RefAttr {
   Ombra::Ptr<T> target_;
 };
 
+/// A machine that an attribute takes in knows who holds it.
+template <class T>
+void takeIn(const Ombra::Ptr<T>& instance, [[maybe_unused]] Entity& holder) {
+  if constexpr (std::is_base_of_v<Machine, T>) {
+    if (instance) instance->holderIs(&holder);
+  }
+}
+
 /// Silences a machine that is about to be dropped; anything else needs no word.
 template <class T>
 void silence(const Ombra::Ptr<T>& instance) {
   if constexpr (std::is_base_of_v<Machine, T>) {
-    if (instance) instance->hasNotificationActiveIs(false);
+    if (!instance) return;
+    instance->hasNotificationActiveIs(false);
+    instance->holderIs(nullptr);
+  }
+}
+
+/// The arguments of an instance can be compared with others: it has none, or keeps them in `in`.
+template <class T>
+concept KeepsInputs = std::is_same_v<typename T::Inputs, NoInputs> ||
+    requires(const T& instance, const typename T::Inputs& in) {
+  { instance.in == in } -> std::convertible_to<bool>;
+};
+
+template <class T>
+[[nodiscard]] bool sameInputs([[maybe_unused]] const T& instance,
+                              [[maybe_unused]] const typename T::Inputs& in) {
+  if constexpr (std::is_same_v<typename T::Inputs, NoInputs>) {
+    return true;
+  } else {
+    return instance.in == in;
   }
 }
 
 template <class T>
-[[nodiscard]] bool sameInputs(const T& instance, const typename T::Inputs& in) {
-  if constexpr (requires { instance.in; }) {
-    return instance.in == in;
+constexpr bool goesFirst() {
+  if constexpr (requires { T::succession; }) {
+    return T::succession == Succession::goesFirst;
   } else {
-    return true;
+    return std::is_base_of_v<Machine, T>;
   }
 }
 
@@ -82,7 +111,56 @@ template <class T, class... K>
   }
 }
 
-/// One owned instance. Equal arguments keep it.
+/// Machines that are being made. One that is asked for again from inside its own constructor is not
+/// made twice: who asks gets null, and what was wanted last stands in the end.
+template <class Key, class T>
+class Making {
+ public:
+  using Inputs = typename T::Inputs;
+  /// True if the key's machine is being made; then these are its wanted arguments, none to drop it.
+  bool wants(const Key& key, std::optional<Inputs> in) {
+    for (Turn* turn = innermost_; turn != nullptr; turn = turn->outer)
+      if (turn->key == key) {
+        turn->wanted = std::move(in);
+        return true;
+      }
+    return false;
+  }
+  /// `make` is called with the arguments until these are still the wanted ones.
+  template <class Make>
+  [[nodiscard]] Ombra::Ptr<T> make(const Key& key, Inputs in, Make make) {
+    Turn turn(this, key, std::move(in));
+    Ombra::Ptr<T> made;
+    while (turn.wanted && !(made && sameInputs(*made, *turn.wanted))) {
+      if (goesFirst<T>()) silence(std::exchange(made, nullptr));
+      const Ombra::Ptr<T> overtaken = std::exchange(made, make(Inputs(*turn.wanted)));
+      silence(overtaken);
+    }
+    if (!turn.wanted) silence(std::exchange(made, nullptr));
+    return made;
+  }
+
+ private:
+  struct Turn {
+    Turn(Making* of, const Key& k, Inputs in)
+        : making(of), key(k), wanted(std::move(in)), outer(of->innermost_) {
+      making->innermost_ = this;
+    }
+    ~Turn() { making->innermost_ = outer; }
+    Making* const making;
+    const Key key;
+    std::optional<Inputs> wanted;
+    Turn* const outer;
+  };
+  Turn* innermost_ = nullptr;
+};
+/// A record is made without a word to anybody.
+struct MakesAtOnce {};
+template <class Key, class T>
+using MakingOf = std::conditional_t<std::is_base_of_v<Machine, T>, Making<Key, T>, MakesAtOnce>;
+
+/// One owned instance. Equal arguments keep it; of a machine with other arguments the old one and
+/// the new one go and come as its `succession` says.
 template <class T>
 class InstanceAttr {
  public:
@@ -91,25 +169,40 @@ class InstanceAttr {
   static constexpr bool isReference = true;
   [[nodiscard]] const Ombra::Ptr<T>& get() const { return instance_; }
   Ombra::Ptr<T> is(Entity& owner, Ombra::FieldId field, typename T::Inputs in) {
+    static_assert(KeepsInputs<T>, "a type with Inputs keeps them in a public member `in`");
     if (instance_ && sameInputs(*instance_, in)) {
-      if constexpr (std::is_base_of_v<Machine, T>) instance_->hasNotificationActiveIs(true);
+      if constexpr (isMachine) instance_->hasNotificationActiveIs(true);
       return instance_;
     }
-    const Ombra::Ptr<T> made = makeInstance<T>(std::move(in));
-    adopt(owner, field, made);
-    return made;
+    if constexpr (isMachine) {
+      if (making_.wants({}, in)) return nullptr;
+      const Ombra::Ptr<T> made = making_.make({}, std::move(in), [&](typename T::Inputs now) {
+        if (goesFirst<T>() && instance_) adopt(owner, field, nullptr);
+        return makeInstance<T>(std::move(now));
+      });
+      if (made) adopt(owner, field, made);
+      return made;
+    } else {
+      const Ombra::Ptr<T> made = makeInstance<T>(std::move(in));
+      adopt(owner, field, made);
+      return made;
+    }
   }
   void del(Entity& owner, Ombra::FieldId field) {
+    if constexpr (isMachine) making_.wants({}, std::nullopt);
     if (instance_) adopt(owner, field, nullptr);
   }
   void adopt(Entity& owner, Ombra::FieldId field, Ombra::Ptr<T> instance) {
+    takeIn(instance, owner);
     std::swap(instance_, instance);
     silence(instance);
     owner.publish(field);
   }
 
  private:
+  static constexpr bool isMachine = std::is_base_of_v<Machine, T>;
   Ombra::Ptr<T> instance_;
+  [[no_unique_address]] MakingOf<NoValue, T> making_;
 };
 
 /// What a reference of a record reads as when the record is const.
@@ -319,16 +412,27 @@ class InstanceMapAttr : public CollectionAttr<K, Ombra::Ptr<T>> {
   /// The present entry, or a new one. Other arguments for a present key are a programming error and
   /// throw.
   Ombra::Ptr<T> is(Entity& owner, Ombra::FieldId field, const K& key, typename T::Inputs in) {
+    static_assert(KeepsInputs<T>, "a type with Inputs keeps them in a public member `in`");
     if (const Ombra::Ptr<T> present = get(key)) {
       if (!sameInputs(*present, in))
         throw std::logic_error("entry is present with other arguments: " + textOf(key));
       return present;
     }
-    const Ombra::Ptr<T> made = makeInstance<T>(std::move(in), key);
-    adopt(owner, field, key, made);
-    return made;
+    if constexpr (isMachine) {
+      if (making_.wants(key, in)) return nullptr;
+      const Ombra::Ptr<T> made = making_.make(key, std::move(in), [&](typename T::Inputs now) {
+        return makeInstance<T>(std::move(now), key);
+      });
+      if (made) adopt(owner, field, key, made);
+      return made;
+    } else {
+      const Ombra::Ptr<T> made = makeInstance<T>(std::move(in), key);
+      adopt(owner, field, key, made);
+      return made;
+    }
   }
   void del(Entity& owner, Ombra::FieldId field, const K& key) {
+    if constexpr (isMachine) making_.wants(key, std::nullopt);
     const Ombra::Ptr<T> old = get(key);
     if (!old) return;
     this->map_.erase(key);
@@ -344,6 +448,7 @@ class InstanceMapAttr : public CollectionAttr<K, Ombra::Ptr<T>> {
   }
   /// Stores an instance that was made elsewhere, in place of a present one.
   void adopt(Entity& owner, Ombra::FieldId field, const K& key, const Ombra::Ptr<T>& instance) {
+    takeIn(instance, owner);
     Ombra::Ptr<T> old;
     if (Ombra::Ptr<T>* present = this->map_.find(key)) {
       old = std::exchange(*present, instance);
@@ -353,6 +458,10 @@ class InstanceMapAttr : public CollectionAttr<K, Ombra::Ptr<T>> {
     }
     owner.publish(field, &key);
   }
+
+ private:
+  static constexpr bool isMachine = std::is_base_of_v<Machine, T>;
+  [[no_unique_address]] MakingOf<K, T> making_;
 };
 
 }  // namespace Vesk

@@ -103,3 +103,18 @@ class DedupTable : public Vesk::Entity {
 };
 
 }  // namespace Sylva
+
+/// A handle reads and prints as the value that it stands for.
+template <class T>
+struct Vesk::Leaf<Ombra::Ptr<const Sylva::DedupHandle<T>>> {
+  using Value = T;
+  using Handle = Ombra::Ptr<const Sylva::DedupHandle<T>>;
+  static void toBytes(const Handle& handle, std::string& out) {
+    Vesk::toBytes(handle ? handle->value() : T(), out);
+  }
+  /// Nobody makes a reference out of bytes: this is none.
+  static Handle fromBytes(std::string_view& in) {
+    (void)Vesk::fromBytes<T>(in);
+    return nullptr;
+  }
+};

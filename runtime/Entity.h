@@ -9,6 +9,7 @@
 
 namespace Vesk {
 
+class Machine;
 class RecordType;
 
 /// Constructor arguments of a record that takes none beside its key.
@@ -26,6 +27,9 @@ class Entity : public Ombra::Node {
   /// scalar attribute.
   void publish(Ombra::FieldId field, const void* key = nullptr) { publisher_.publish(field, key); }
   [[nodiscard]] Publisher& publisher() const { return publisher_; }
+
+  /// This entity if it is a machine, else null.
+  [[nodiscard]] virtual Machine* asMachine() { return nullptr; }
 
  private:
   mutable Publisher publisher_;

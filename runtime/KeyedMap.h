@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -148,6 +149,10 @@ class KeyedMap {
   /// Stands on the key, or if it has vanished on the first entry after where it would be.
   [[nodiscard]] Cursor from(const K& key) const {
     return total_ == 0 ? begin() : Cursor(this, lowerBound(hashOf(key), key));
+  }
+  /// The same, at the beginning without a key.
+  [[nodiscard]] Cursor from(const std::optional<K>& key) const {
+    return key ? from(*key) : begin();
   }
   /// True if `a` comes before `b` in the order of iteration.
   [[nodiscard]] static bool before(const K& a, const K& b) {

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "runtime/Assert.h"
 #include "runtime/Reflect.h"
 
 namespace Vesk {
@@ -44,11 +45,6 @@ Watch::Watch(Machine* owner, Ombra::Ptr<const Entity> input, Ombra::FieldId fiel
   Watch::activeIs(owner->hasNotificationActive());
 }
 
-void Watch::inputIs(Ombra::Ptr<const Entity> input) {
-  input_ = std::move(input);
-  activeIs(listener_.owner()->hasNotificationActive());
-}
-
 void Watch::activeIs(bool active) {
   if (active) {
     listener_.attach(input_.get());
@@ -76,6 +72,20 @@ void Machine::reviewAll() {
 void Machine::lastUserGone() {
   hasNotificationActiveIs(false);
   handleCleanup();
+  letGoOfOwned();
+}
+
+/// In the reverse order of declaration, as members would go; machines before what they work on.
+void Machine::letGoOfOwned() {
+  const auto& fields = recordType().fields();
+  for (const bool machines : {true, false})
+    for (auto field = fields.rbegin(); field != fields.rend(); ++field)
+      if ((*field)->owns() && (*field)->targetType().isMachine() == machines)
+        (*field)->reset(*this);
+}
+
+void HeldMachine::tooDeep() {
+  Ombra::fatal("machines hold each other more than 16 deep");
 }
 
 }  // namespace Vesk

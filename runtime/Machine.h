@@ -2,16 +2,16 @@
 // A machine reads inputs, watches them and writes outputs. Its subscriptions are its members: they
 // are made in the order of declaration before the constructor's body runs, they go with the
 // machine, and they fall silent together. hasNotificationActiveIs(false) is recursive over the
-// machines that this one owns, and immediate.
+// machines that this one owns, and immediate. When the last user has gone a machine falls silent,
+// cleans up, and lets go of what it owns, in this order and whole all the while.
 #pragma once
 
 #include <array>
-#include <tuple>
+#include <cstddef>
 #include <type_traits>
 #include <utility>
 
 #include "runtime/Entity.h"
-#include "runtime/KeyedMap.h"
 
 namespace Vesk {
 
@@ -39,8 +39,6 @@ class Part {
 class Watch final : public Part {
  public:
   Watch(Machine* owner, Ombra::Ptr<const Entity> input, Ombra::FieldId field, Listener::Call call);
-  /// Moves the subscription to another entity, without running the handler.
-  void inputIs(Ombra::Ptr<const Entity> input);
 
  private:
   void activeIs(bool active) override;
@@ -48,8 +46,15 @@ class Watch final : public Part {
   Ombra::Ptr<const Entity> input_;
 };
 
-template <class... Tags>
+class Follow;
 class PathWatch;
+
+/// How a machine that is asked for with other arguments makes room for its successor. A machine
+/// says so as `static constexpr Vesk::Succession succession`; without a word it goes first.
+enum class Succession {
+  goesFirst,  ///< what it takes back at its end is not what the successor has written
+  goesLast,   ///< the shared handles that it holds pass to the successor; no row leaves in between
+};
 
 /// A state machine. A derived class holds its constructor arguments in a public constant member
 /// `in` of its type `Inputs`, which an instantiating attribute compares.
@@ -69,6 +74,10 @@ class Machine : public Entity {
   /// `review` of this machine and of every machine that it owns.
   void reviewAll();
 
+  /// The machine whose attribute holds this one, null if it is held otherwise. Kept by attributes.
+  [[nodiscard]] Machine* holder() const { return holder_; }
+  void holderIs(Entity* holder) { holder_ = holder == nullptr ? nullptr : holder->asMachine(); }
+
  protected:
   Machine() = default;
   /// Runs once when the machine goes, silent already and still whole.
@@ -79,16 +88,57 @@ class Machine : public Entity {
   /// or with the key.
   template <auto Handler, class Record, class Tag>
   [[nodiscard]] Watch watch(const Ombra::Ptr<Record>& input, Tag);
-  /// A subscription on a path of references: `watchPath<&Sm::handleX>(root, Root::stepAttr,
-  /// Step::attributeAttr)`.
-  template <auto Handler, class Record, class... Tags>
-  [[nodiscard]] PathWatch<Tags...> watchPath(const Ombra::Ptr<Record>& root, Tags...);
+  /// A subscription on the end of a path of references: `watchPath<&Sm::handleX>(root,
+  /// Root::stepAttr, Step::attributeAttr)`. The root may be the machine itself, given as `this`.
+  template <auto Handler, class Root, class... Tags>
+  [[nodiscard]] PathWatch watchPath(const Root& root, Tags...);
+  /// The same, for a handler that hears elsewhere that a step was replaced.
+  template <auto Handler, class Root, class... Tags>
+  [[nodiscard]] PathWatch watchPathQuietly(const Root& root, Tags...);
+  /// Keeps one nested machine per row of a collection, in an attribute of this machine:
+  /// `follow<&Sm::handleRow>(in.status, Status::rowAttr, rowSmAttr)`. See runtime/Follow.h.
+  template <auto Handler = nullptr, class Record, class Tag, class OwnTag>
+  [[nodiscard]] Follow follow(const Ombra::Ptr<Record>& input, Tag, OwnTag);
+  /// The same, with the handler's turn before the nested machine is made.
+  template <auto Handler, class Record, class Tag, class OwnTag>
+  [[nodiscard]] Follow followAfter(const Ombra::Ptr<Record>& input, Tag, OwnTag);
 
  private:
   friend class Part;
+  [[nodiscard]] Machine* asMachine() override { return this; }
+  void letGoOfOwned();
+
   Part* parts_ = nullptr;
+  Machine* holder_ = nullptr;
   bool active_ = true;
   bool zombie_ = false;
+};
+
+/// Keeps a machine and those that hold it through a call: whatever the call takes away ends after
+/// it, the inner one first, and none of them is called dead.
+class HeldMachine {
+ public:
+  explicit HeldMachine(Machine* machine) {
+    for (; machine != nullptr; machine = machine->holder()) {
+      if (depth_ == maxDepth) [[unlikely]]
+        tooDeep();
+      intrusive_ptr_add_ref(machine);
+      held_[depth_++] = machine;
+    }
+  }
+  HeldMachine(const HeldMachine&) = delete;
+  HeldMachine& operator=(const HeldMachine&) = delete;
+  ~HeldMachine() {
+    for (std::size_t i = 0; i < depth_; ++i)
+      intrusive_ptr_release(held_[i]);
+  }
+
+ private:
+  static constexpr std::size_t maxDepth = 16;
+  [[noreturn]] static void tooDeep();
+
+  std::array<Machine*, maxDepth> held_;
+  std::size_t depth_ = 0;
 };
 
 // --- handlers
@@ -121,127 +171,6 @@ Watch Machine::watch(const Ombra::Ptr<Record>& input, Tag) {
   return Watch(this, input, Tag::id, [](Listener& self, Ombra::FieldId, const void* key) {
     runHandler<Handler, typename Tag::Attr::Key>(*self.owner(), key);
   });
-}
-
-// --- paths
-// ---------------------------------------------------------------------------------------------------------
-
-/// Watches the last attribute of a path of references. When a step is replaced the subscriptions
-/// move on; if the end then stands on another object the handler runs: once, or for a collection
-/// once per key of the old and the new object.
-template <class... Tags>
-class PathWatch final : public Part {
- public:
-  using Run = void (*)(Machine& machine, const void* key);
-  static constexpr std::size_t length = sizeof...(Tags);
-  using Last = std::tuple_element_t<length - 1, std::tuple<Tags...>>;
-
-  PathWatch(Machine* owner, Ombra::Ptr<const Entity> root, Run run, bool perKey)
-      : Part(owner),
-        owner_(owner),
-        run_(run),
-        perKey_(perKey),
-        steps_(makeSteps(std::make_index_sequence<length>{})) {
-    objects_[0] = std::move(root);
-    bind(0);
-  }
-  /// Moves the path to another root; the handler runs as for a replaced step.
-  void rootIs(Ombra::Ptr<const Entity> root) {
-    if (objects_[0] != root) replace(0, std::move(root));
-  }
-
- private:
-  struct Step : Listener {
-    Step(PathWatch* of, Machine* owner, Ombra::FieldId field, std::size_t at)
-        : Listener(owner, field, &PathWatch::heard), path(of), index(at) {}
-    PathWatch* path;
-    std::size_t index;
-  };
-  template <std::size_t... I>
-  std::array<Step, length> makeSteps(std::index_sequence<I...>) {
-    return {Step{this, owner_, Tags::id, I}...};
-  }
-
-  static void heard(Listener& self, Ombra::FieldId, const void* key) {
-    auto& step = static_cast<Step&>(self);
-    PathWatch& path = *step.path;
-    if (step.index + 1 == length) {
-      path.run_(*path.owner_, key);
-    } else {
-      path.replace(step.index + 1, path.follow(step.index));
-    }
-  }
-
-  /// What the reference at a step holds.
-  Ombra::Ptr<const Entity> follow(std::size_t index) const {
-    Ombra::Ptr<const Entity> next;
-    std::size_t i = 0;
-    (
-        [&] {
-          if constexpr (requires { Tags::Attr::isReference; }) {
-            if (i == index && objects_[i])
-              next = Tags::attr(static_cast<const typename Tags::Record&>(*objects_[i])).get();
-          }
-          ++i;
-        }(),
-        ...);
-    return next;
-  }
-
-  void replace(std::size_t index, Ombra::Ptr<const Entity> object) {
-    const Ombra::Ptr<const Entity> old = objects_[length - 1];
-    objects_[index] = std::move(object);
-    bind(index);
-    if (old != objects_[length - 1]) runEnd(old, objects_[length - 1]);
-  }
-
-  void bind(std::size_t from) {
-    for (std::size_t i = from; i < length; ++i) {
-      if (i > from) objects_[i] = follow(i - 1);
-      steps_[i].attach(owner_->hasNotificationActive() ? objects_[i].get() : nullptr);
-    }
-  }
-
-  void runEnd(const Ombra::Ptr<const Entity>& old, const Ombra::Ptr<const Entity>& now) {
-    if (!owner_->hasNotificationActive() || owner_->zombie()) return;
-    const Ombra::Ptr<Machine> alive(owner_);
-    if constexpr (std::is_void_v<typename Last::Attr::Key>) {
-      run_(*alive, nullptr);
-    } else {
-      if (!perKey_) {
-        run_(*alive, nullptr);
-        return;
-      }
-      KeyedMap<typename Last::Attr::Key, NoValue> keys;
-      for (const auto* object : {&old, &now}) {
-        if (!*object) continue;
-        const auto& attr = Last::attr(static_cast<const typename Last::Record&>(**object));
-        for (auto c = attr.map().begin(); !c.atEnd(); c.advance())
-          if (!keys.has(c.key())) keys.insert(c.key(), {});
-      }
-      const Run run = run_;
-      for (auto c = keys.begin(); !c.atEnd() && alive->hasNotificationActive() && !alive->zombie();
-           c.advance()) {
-        const auto key = c.key();
-        run(*alive, &key);
-      }
-    }
-  }
-
-  void activeIs(bool) override { bind(0); }
-
-  Machine* owner_;
-  Run run_;
-  bool perKey_;
-  std::array<Ombra::Ptr<const Entity>, length> objects_;
-  std::array<Step, length> steps_;
-};
-
-template <auto Handler, class Record, class... Tags>
-PathWatch<Tags...> Machine::watchPath(const Ombra::Ptr<Record>& root, Tags...) {
-  using Last = typename PathWatch<Tags...>::Last;
-  return PathWatch<Tags...>(this, root, &runHandler<Handler, typename Last::Attr::Key>,
-                            HandlerTraits<decltype(Handler)>::arity != 0);
 }
 
 }  // namespace Vesk

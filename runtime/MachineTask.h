@@ -23,8 +23,9 @@ class OwnedTask final : public Base, public Part {
   /// Held from here and not by the scheduler, since the body may drop this task and keep its
   /// machine.
   void run() override {
-    const Ombra::Ptr<Machine> alive(owner_);
-    body_(*alive);
+    Machine& owner = *owner_;
+    const HeldMachine alive(&owner);
+    body_(owner);
   }
   void activeIs(bool active) override { Base::activeIs(active); }
 

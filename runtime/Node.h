@@ -10,6 +10,8 @@
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
+#include "runtime/Assert.h"
+
 namespace Ombra {
 
 class Node {
@@ -23,7 +25,7 @@ class Node {
 
  protected:
   /// Runs when the last user has gone and the object is still whole: it may take and drop
-  /// references to itself.
+  /// references to itself. One that is kept would point to nothing: that ends the process.
   virtual void lastUserGone() {}
 
  private:
@@ -34,6 +36,7 @@ class Node {
   void expire() {
     useCount_ = dying;
     lastUserGone();
+    assertThat(useCount_ == dying, "useCount_ == dying");
     delete this;
   }
 

@@ -46,7 +46,7 @@ void Publisher::dispatch(Ombra::FieldId field, const void* key) {
     if (listener->joined_ <= present && listener->hears(field)) {
       self.next = next;
       {
-        const Ombra::Ptr<Machine> alive(listener->owner_);
+        const HeldMachine alive(listener->owner_);
         listener->call_(*listener, field, key);
       }
       if (self.moved) [[unlikely]] {

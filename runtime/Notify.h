@@ -29,8 +29,8 @@ class Listener {
   using Call = void (*)(Listener& self, Ombra::FieldId field, const void* key);
   static constexpr Ombra::FieldId anyField = 0xffff;
 
-  /// Listens for the machine: silent while the machine is a zombie, and the machine lives through
-  /// the call.
+  /// Listens for the machine: silent while the machine is a zombie. The machine and those that hold
+  /// it live through the call.
   Listener(Machine* owner, Ombra::FieldId field, Call call)
       : call_(call), owner_(owner), field_(field) {}
   /// An observer: hears every attribute of the entity, before any machine does.

@@ -16,6 +16,7 @@
 //       x(), xIs(inputs), xDel()
 //   VESK_SET(K, x)
 //       xHas(k), xIs(k), xDel(k), xDelAll(), xDelBefore(k), xCount(), xIterator(), xIteratorFrom(k)
+//       (none: from the beginning)
 //   VESK_MAP(K, V, x), VESK_ROWS(K, Row, x) for rows that hold their own key
 //       x(k), xHas(k), xIs(k, v) or xIs(row), the others as for a set
 //   VESK_INSTANCES(K, Target, x)
@@ -32,6 +33,8 @@
 
 #include "runtime/Attributes.h"
 #include "runtime/Fields.h"
+#include "runtime/Follow.h"
+#include "runtime/PathWatch.h"
 #include "runtime/Reflect.h"
 
 #define VESK_RECORD_(...)                                   \
@@ -178,14 +181,14 @@
   }                                                          \
   VESK_ITERATORS_(NAME, KEY, const)
 
-#define VESK_ITERATORS_(NAME, KEY, CONST)                              \
-  template <class = void>                                              \
-  [[nodiscard]] auto NAME##Iterator() CONST {                          \
-    return Vesk::iterationOf(*this, NAME##_, NAME##_.map().begin());   \
-  }                                                                    \
-  template <class = void>                                              \
-  [[nodiscard]] auto NAME##IteratorFrom(const KEY& key) CONST {        \
-    return Vesk::iterationOf(*this, NAME##_, NAME##_.map().from(key)); \
+#define VESK_ITERATORS_(NAME, KEY, CONST)                                      \
+  template <class = void>                                                      \
+  [[nodiscard]] auto NAME##Iterator() CONST {                                  \
+    return Vesk::iterationOf(*this, NAME##_, NAME##_.map().begin());           \
+  }                                                                            \
+  template <class = void>                                                      \
+  [[nodiscard]] auto NAME##IteratorFrom(const std::optional<KEY>& key) CONST { \
+    return Vesk::iterationOf(*this, NAME##_, NAME##_.map().from(key));         \
   }
 
 #define VESK_MAP_(KEY, VALUE, NAME, CAPACITY, SHARED)                      \

@@ -202,8 +202,12 @@ class ValueTypeOf final : public ValueType {
 
 template <class T>
 const ValueType& valueType() {
-  static const ValueTypeOf<T> type;
-  return type;
+  if constexpr (requires { typename Leaf<T>::Value; }) {
+    return valueType<typename Leaf<T>::Value>();  // stands for a value of another type
+  } else {
+    static const ValueTypeOf<T> type;
+    return type;
+  }
 }
 
 }  // namespace Vesk

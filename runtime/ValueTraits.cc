@@ -27,6 +27,13 @@ std::string LeafReader::next() {
   return leaf;
 }
 
+bool LeafReader::takeAll(std::string_view text) {
+  if (done_ || rest_ != text) return false;
+  rest_ = {};
+  done_ = true;
+  return true;
+}
+
 void LeafReader::expectEnd() const {
   if (!done_) throw ParseError(fmt::format("value has too many parts: '{}' is left", rest_));
 }

@@ -11,6 +11,7 @@
 #include <compare>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -35,6 +36,8 @@ class LeafReader {
   explicit LeafReader(std::string_view text) : rest_(text) {}
   /// The next leaf without its quotes; throws ParseError if there is none.
   std::string next();
+  /// True, and nothing is left, if what is left is this text.
+  bool takeAll(std::string_view text);
   /// Throws ParseError if anything is left.
   void expectEnd() const;
 
@@ -225,6 +228,18 @@ struct Leaf<E> : PlainLeaf<E> {
   static std::uint64_t hash(E value) { return mixHash(static_cast<std::uint64_t>(value)); }
 };
 
+/// A value that may be absent, which reads as `none`.
+template <class T>
+struct Leaf<std::optional<T>> {
+  using Absent = std::optional<T>;
+  static constexpr std::size_t byteSize = 0;
+  static std::string typeName();
+  static std::string text(const Absent& value);
+  static void toBytes(const Absent& value, std::string& out);
+  static Absent fromBytes(std::string_view& in);
+  static Absent read(LeafReader& reader);
+};
+
 // --- any value type
 // -----------------------------------------------------------------------------------------------
 
@@ -303,6 +318,8 @@ T readValue(LeafReader& reader) {
     forEachMember<T>(
         [&]<class M>(Member<T, M> member) { value.*member.pointer = readValue<M>(reader); });
     return value;
+  } else if constexpr (requires { Leaf<T>::read(reader); }) {
+    return Leaf<T>::read(reader);
   } else {
     return Leaf<T>::fromText(reader.next());
   }
@@ -324,6 +341,30 @@ std::string typeNameOf() {
   } else {
     return Leaf<T>::typeName();
   }
+}
+
+template <class T>
+std::string Leaf<std::optional<T>>::typeName() {
+  return typeNameOf<T>() + " or none";
+}
+template <class T>
+std::string Leaf<std::optional<T>>::text(const Absent& value) {
+  return value ? textOf(*value) : "none";
+}
+template <class T>
+void Leaf<std::optional<T>>::toBytes(const Absent& value, std::string& out) {
+  Vesk::toBytes(value.has_value(), out);
+  if (value) Vesk::toBytes(*value, out);
+}
+template <class T>
+std::optional<T> Leaf<std::optional<T>>::fromBytes(std::string_view& in) {
+  if (!Vesk::fromBytes<bool>(in)) return std::nullopt;
+  return Vesk::fromBytes<T>(in);
+}
+template <class T>
+std::optional<T> Leaf<std::optional<T>>::read(LeafReader& reader) {
+  if (reader.takeAll("none")) return std::nullopt;
+  return readValue<T>(reader);
 }
 
 }  // namespace Vesk

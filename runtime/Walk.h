@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "runtime/MachineTask.h"
+#include "runtime/Slice.h"
 
 namespace Sylva {
 
@@ -41,6 +42,8 @@ class WalkSmBase : public Vesk::Machine {
 
   /// Asked between items: true when the slice is used up.
   [[nodiscard]] bool mustYield() const { return task_.taskShouldYield(); }
+  /// The slice that begins, which counts its items.
+  [[nodiscard]] Slice slice() const { return Slice(task_); }
 
  private:
   void runSlice();

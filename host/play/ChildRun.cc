@@ -15,12 +15,14 @@
 #include <unistd.h>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "host/InputError.h"
 #include "host/play/CrashLoop.h"
 #include "host/play/KeptDatabase.h"
 #include "host/play/PlayDirectory.h"
 #include "host/play/Player.h"
+#include "host/print/EntityJson.h"
 #include "runtime/Assert.h"
 #include "runtime/Fleetlog.h"
 #include "runtime/Notify.h"

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "host/play/YamlFile.h"
 #include "runtime/Dir.h"
 
 namespace Host {

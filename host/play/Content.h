@@ -9,9 +9,14 @@
 #include <vector>
 
 #include "host/play/Address.h"
-#include "host/play/YamlFile.h"
+
+namespace YAML {
+class Node;
+}
 
 namespace Host {
+
+class YamlFile;
 
 struct Content {
   enum class Kind {

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "host/print/EntityJson.h"
 #include "runtime/SharedMem.h"
 
 namespace Host {

@@ -2,6 +2,7 @@
 
 #include "agent/Explain.h"
 #include "host/InputError.h"
+#include "host/play/Shown.h"
 #include "runtime/Assert.h"
 
 namespace Host {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "host/print/EntityJson.h"
 #include "runtime/Corruption.h"

@@ -5,6 +5,7 @@
 #include "host/Interrupt.h"
 #include "host/play/ExplainStep.h"
 #include "host/play/Matcher.h"
+#include "host/play/Shown.h"
 #include "runtime/Corruption.h"
 #include "runtime/SharedMem.h"
 

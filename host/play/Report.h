@@ -9,17 +9,11 @@
 
 #include "host/play/Scenario.h"
 #include "host/play/World.h"
-#include "host/print/EntityJson.h"
 #include "host/print/Style.h"
 
 namespace Host {
 
-/// One thing that a `show` prints.
-struct Shown {
-  std::string address;
-  std::string table;
-  Json value;
-};
+struct Shown;
 
 /// Who reads the report.
 enum class Audience { people, programs };
@@ -45,10 +39,5 @@ class Report {
   Audience audience_;
   Style style_;
 };
-
-/// What an address shows.
-[[nodiscard]] Shown show(const World& world, const Address& address, const Style& style);
-/// What an entity, or one attribute of it, shows.
-[[nodiscard]] Shown showFound(const Found& found, const Address& address, const Style& style);
 
 }  // namespace Host

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "runtime/Dir.h"
 #include "runtime/SharedMem.h"

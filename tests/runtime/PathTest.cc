@@ -41,18 +41,24 @@ class PathSm : public Vesk::Machine {
  private:
   void handleValue() { log.emplace_back("value"); }
   void handleAny() { log.emplace_back("any"); }
+  void handleQuiet(std::uint16_t key) { log.push_back("quiet" + std::to_string(key)); }
+  void handleOwn() { log.emplace_back("own"); }
   void handleKey(std::uint16_t key) {
     log.push_back(std::to_string(key));
     if (silenceAtKey) hasNotificationActiveIs(false);
   }
 
  public:
-  Vesk::PathWatch<Top::middleTag, Middle::endTag, End::valueTag> value_ =
+  Vesk::PathWatch value_ =
       watchPath<&PathSm::handleValue>(top, Top::middleAttr, Middle::endAttr, End::valueAttr);
-  Vesk::PathWatch<Top::middleTag, Middle::endTag, End::entryTag> any_ =
+  Vesk::PathWatch any_ =
       watchPath<&PathSm::handleAny>(top, Top::middleAttr, Middle::endAttr, End::entryAttr);
-  Vesk::PathWatch<Top::middleTag, Middle::endTag, End::entryTag> key_ =
+  Vesk::PathWatch key_ =
       watchPath<&PathSm::handleKey>(top, Top::middleAttr, Middle::endAttr, End::entryAttr);
+  Vesk::PathWatch quiet_ =
+      watchPathQuietly<&PathSm::handleQuiet>(top, Top::middleAttr, Middle::endAttr, End::entryAttr);
+  VESK_REF(End const, own)
+  Vesk::PathWatch own_ = watchPath<&PathSm::handleOwn>(this, ownAttr, End::valueAttr);
 };
 
 class PathTest : public testing::Test {
@@ -81,7 +87,7 @@ TEST_F(PathTest, followsReplacedStepsAndRunsOnceForScalarsAndOncePerKeyForCollec
   EXPECT_EQ(sm->take(), (Names{"1", "2", "any", "value"}));
   a->valueIs(5);
   a->entryIs(9, 1);
-  EXPECT_EQ(sm->take(), (Names{"9", "any", "value"}));
+  EXPECT_EQ(sm->take(), (Names{"9", "any", "quiet9", "value"}));
   a->entryDel(9);
   sm->take();
   m->endIs(b);
@@ -117,7 +123,7 @@ TEST_F(PathTest, silentPathsMissEverythingAndComeBackToThePresentEnd) {
   EXPECT_EQ(sm->take(), Names{});
   b->valueIs(5);
   b->entryIs(7, 1);
-  EXPECT_EQ(sm->take(), (Names{"7", "any", "value"}));
+  EXPECT_EQ(sm->take(), (Names{"7", "any", "quiet7", "value"}));
   sm->veskDoZombieReactors(true);
   sm->value_.rootIs(nullptr);
   sm->veskDoZombieReactors(false);
@@ -130,6 +136,16 @@ TEST_F(PathTest, silentPathsMissEverythingAndComeBackToThePresentEnd) {
   unset->key_.rootIs(top);
   m->endIs(a);
   EXPECT_EQ(unset->take(), Names{"1"});
+}
+
+TEST_F(PathTest, aPathOutOfTheMachineItselfDoesNotKeepIt) {
+  const auto end = endWith({});
+  sm->ownIs(end);
+  end->valueIs(1);
+  EXPECT_EQ(sm->take(), (Names{"own", "own"}));
+  EXPECT_EQ(sm->useCount(), 1U);
+  sm.reset();
+  EXPECT_EQ(end->useCount(), 1U);
 }
 
 }  // namespace pathtest
