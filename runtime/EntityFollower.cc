@@ -1,7 +1,7 @@
 #include "runtime/EntityFollower.h"
 
 #include <algorithm>
-#include <unistd.h>
+#include <filesystem>
 #include <utility>
 
 #include "runtime/Corruption.h"
@@ -15,10 +15,14 @@ EntityFollower::EntityFollower(Ombra::Ptr<Vesk::Entity> entity, const std::vecto
 }
 
 void EntityFollower::findFiles(const Refusal& refused) {
+  // The files of a table lie in one directory, and many tables have none at all.
+  const bool canBeThere =
+      !files_.empty() &&
+      std::filesystem::exists(std::filesystem::path(files_.front().layout->file).parent_path());
   for (std::size_t number = 0; number < files_.size(); ++number) {
     OtherFile& file = files_[number];
     if (file.follower && file.follower->reader().isReplaced()) letGo(number);
-    if (file.follower) continue;
+    if (file.follower || !canBeThere) continue;
     try {
       open(file);
       file.isRefused = false;
@@ -29,7 +33,7 @@ void EntityFollower::findFiles(const Refusal& refused) {
 }
 
 void EntityFollower::open(OtherFile& file) {
-  if (access(file.layout->file.c_str(), F_OK) != 0) return;
+  if (!std::filesystem::exists(file.layout->file)) return;
   file.follower = std::make_unique<RowFollower>(readerOf(file.layout->file, file.layout->shape));
 }
 

@@ -83,12 +83,25 @@ std::string play(AgentWorld& world, std::uint64_t seed, std::size_t events) {
   EventGenerator generator(seed);
   RouteEvents routes(generator);
   std::string told;
+  const auto event = [&] { return generator.draw(2) == 0 ? routes.next() : generator.next(); };
   generator.baseline();
   routes.baseline();
   world.begin(seed);
   for (std::size_t i = 0; i <= events; ++i) {
-    if (i < events) told += "\n  " + (generator.draw(2) == 0 ? routes.next() : generator.next());
+    if (i < events) told += "\n  " + event();
     const auto pace = generator.draw(30);
+    if (i < events && pace == 6 && generator.draw(2) == 0) {
+      // In the middle of whatever is under way. What others write meets an agent that is dead, or
+      // one whose start is not over.
+      told += "\n  crash";
+      world.crash();
+      for (auto left = generator.draw(4); left > 0; --left)
+        told += "\n  " + event();
+      told += "\n  start";
+      world.start();
+      world.run(generator.draw(6));
+      continue;
+    }
     if (i < events && pace >= 6) {
       if (pace >= 18) world.run(pace / 3 - 5);
       if (pace < 9) routes.pass(world, static_cast<double>(generator.draw(40)));
@@ -109,7 +122,8 @@ std::string play(AgentWorld& world, std::uint64_t seed, std::size_t events) {
   return {};
 }
 
-/// A share of the histories each, so that they run side by side, and none runs long on a busy machine.
+/// A share of the histories each, so that they run side by side, and none runs long on a busy
+/// machine.
 constexpr std::uint64_t shares = 16;
 class EncapHistory : public testing::TestWithParam<std::uint64_t> {};
 INSTANTIATE_TEST_SUITE_P(Share, EncapHistory, testing::Range<std::uint64_t>(0, shares));

@@ -17,6 +17,10 @@ using Pavlin::IpGenAddr;
 using Routing::Multicast::OverlayAddr;
 using Routing::Multicast::UnderlayAddr;
 
+using Intfs = Routing::Multicast::MulticastIntfsForApplications;
+
+constexpr std::array<const char*, 3> vrfs{"red", "blue", "green"};
+
 const Pavlin::IntfId& vxlan1() {
   static const Pavlin::IntfId intf = Pavlin::vxlan1IntfId();
   return intf;
@@ -30,15 +34,19 @@ T parsed(const std::string& text) {
 }  // namespace
 
 std::string EventGenerator::next() {
-  const auto kind = draw(100);
-  if (kind < 10) return vlanEvent();
-  if (kind < 32) return vtiEvent();
-  if (kind < 45) return vrfEvent();
-  if (kind < 53) return gateEvent();
-  return intfConfigEvent();
+  unsigned all = 0;
+  for (const Kind& kind : kinds_)
+    all += kind.weight;
+  auto left = draw(all);
+  const Kind* kind = kinds_.data();
+  for (; left >= kind->weight; ++kind)
+    left -= kind->weight;
+  return (this->*kind->event)();
 }
 
 void EventGenerator::baseline() {
+  for (Kind& kind : kinds_)
+    kind.weight *= pick<unsigned>({1, 1, 1, 5});
   if (mostly()) input<Bridging::IgmpSnooping::Status>()->snoopingActiveIs(1);
   if (mostly()) input<Bridging::IgmpSnooping::Config>()->snoopingEnabledIs(true);
   if (mostly()) sharedInput<Irb::Multicast::GatewayEsStatus>()->esVlanStatusIs({VlanId(10), {}});
@@ -46,6 +54,7 @@ void EventGenerator::baseline() {
   for (const unsigned vlan : {10U, 20U, 30U, 100U, 200U})
     if (mostly()) input<Bridging::VlanStatusDir>()->vlanStatusIs(VlanId(vlan));
   newVti();
+  newVrfs();
   for (const auto domain :
        {Irb::Multicast::Domain::localDomain, Irb::Multicast::Domain::remoteDomain})
     newIntfConfig(domain);
@@ -61,11 +70,26 @@ void EventGenerator::newVti() {
   if (mostly()) vti->vrfToSBDVlanIs(VrfName("blue"), Bridging::VlanIdOrNone(200));
 }
 
+/// Interfaces are many or few, and several VRFs may hold one.
+void EventGenerator::newVrfs() {
+  const auto sparseness = pick<std::uint64_t>({2, 4, 12});
+  for (const auto af : Pavlin::families)
+    for (const std::string vrf : {"red", "blue", "green", "default"}) {
+      if (draw(3) != 0) input<Routing::Multicast::Fib::VrfEnabledStatus>(af)->vrfIs(VrfName(vrf));
+      const auto path = Intfs::dirMountPath(af, pick<std::string>({"routing", "bridging"}));
+      for (const unsigned vlan : {10U, 20U, 30U, 100U})
+        if (draw(sparseness) == 0)
+          inputAt<Intfs>(path + "/" + vrf)
+              ->multicastIntfIs(
+                  Pavlin::VlanIntfId::vlanIdToIntfId(static_cast<std::uint16_t>(vlan)), true);
+    }
+}
+
 void EventGenerator::newIntfConfig(Irb::Multicast::Domain domain) {
   const auto config = groupConfig(domain)->intfConfigIs(vxlan1());
   config->mcastOverlayV4Is(mostly());
   config->mcastOverlayV6Is(mostly());
-  for (const auto* vrf : {"red", "blue"}) {
+  for (const auto* vrf : vrfs) {
     if (!mostly()) continue;
     const auto entry = config->vrfToMulticastGroupIs(VrfName(vrf))->tunnelConfigEntryIs();
     entry->defaultUnderlayGroupIs(UnderlayAddr(underlayGroup()));
@@ -136,12 +160,11 @@ std::string EventGenerator::vtiEvent() {
 }
 
 std::string EventGenerator::vrfEvent() {
-  using Intfs = Routing::Multicast::MulticastIntfsForApplications;
   const auto af = draw(3) == 0 ? Pavlin::ipv6() : Pavlin::ipv4();
-  const auto vrf = pick<std::string>({"red", "blue", "default"});
+  const auto vrf = pick<std::string>({"red", "blue", "green", "default"});
   if (draw(3) == 0) {
     const auto enabled = input<Routing::Multicast::Fib::VrfEnabledStatus>(af);
-    if (draw(4) == 0) {
+    if (draw(2) == 0) {
       enabled->vrfDel(VrfName(vrf));
       return "multicast off in " + vrf;
     }
@@ -150,6 +173,10 @@ std::string EventGenerator::vrfEvent() {
   }
   const auto app = pick<std::string>({"routing", "bridging"});
   const auto path = Intfs::dirMountPath(af, app);
+  if (draw(15) == 0) {
+    inputDir(Intfs::dirMountPath(af))->deleteEntity(app);
+    return app + " leaves";
+  }
   if (draw(12) == 0) {
     inputDir(path)->deleteEntity(vrf);
     return app + " leaves " + vrf;
@@ -166,10 +193,19 @@ std::string EventGenerator::vrfEvent() {
   return words + " comes";
 }
 
+/// Goes off, comes on, or goes off for a while in which other things happen.
 std::string EventGenerator::gateEvent() {
-  const bool on = draw(4) != 0;
+  const auto gate = draw(4);
+  if (draw(3) != 0) return gateIs(gate, draw(3) != 0);
+  std::string words = gateIs(gate, false);
+  for (auto left = draw(4); left > 0; --left)
+    words += ", " + (draw(2) == 0 ? vrfEvent() : next());
+  return words + ", " + gateIs(gate, true);  // an agent that was idle has to see all of it now
+}
+
+std::string EventGenerator::gateIs(std::uint64_t gate, bool on) {
   const std::string state = on ? " on" : " off";
-  switch (draw(4)) {
+  switch (gate) {
     case 0:
       input<Bridging::IgmpSnooping::Status>()->snoopingActiveIs(on ? 1 : 0);
       return "IGMP snooping" + state;
@@ -184,7 +220,7 @@ std::string EventGenerator::gateEvent() {
       if (on) {
         gateway->esVlanStatusIs({VlanId(10), {}});
       } else {
-        gateway->esVlanStatusDel(VlanId(10));
+        gateway->esVlanStatusDelAll();
       }
       return "gateway segment" + state;
     }
@@ -239,27 +275,33 @@ std::string EventGenerator::vlanConfigEvent(Routing::Multicast::IpTunnelGroupInt
     config.vlanToMulticastGroupDel(vlan);
     return words + "row goes";
   }
-  const auto row = config.vlanToMulticastGroupIs(vlan);
-  if (draw(12) == 0) {
-    row->tunnelConfigEntryDel();
-    return words + "entry goes";
-  }
-  return words + entryEvent(*row->tunnelConfigEntryIs(), false);
+  return words + rowEvent(*config.vlanToMulticastGroupIs(vlan), false);
 }
 
 std::string EventGenerator::vrfConfigEvent(Routing::Multicast::IpTunnelGroupIntfConfig& config) {
-  const VrfName vrf(pick<std::string>({"red", "blue", "default"}));
+  const VrfName vrf(pick<std::string>({"red", "red", "blue", "blue", "green", "default"}));
   const std::string words = std::string(vrf.str()) + " ";
   if (draw(12) == 0) {
     config.vrfToMulticastGroupDel(vrf);
     return words + "row goes";
   }
-  const auto row = config.vrfToMulticastGroupIs(vrf);
+  return words + rowEvent(*config.vrfToMulticastGroupIs(vrf), true);
+}
+
+/// An entry changes in one thing, or another one with much in it takes its place at once.
+template <class Row>
+std::string EventGenerator::rowEvent(Row& row, bool ofVrf) {
   if (draw(15) == 0) {
-    row->tunnelConfigEntryDel();
-    return words + "entry goes";
+    row.tunnelConfigEntryDel();
+    return "entry goes";
   }
-  return words + entryEvent(*row->tunnelConfigEntryIs(), true);
+  if (draw(6) != 0) return entryEvent(*row.tunnelConfigEntryIs(), ofVrf);
+  const auto entry = Ombra::make<Routing::Multicast::IpTunnelConfigEntry>();
+  std::string words = "whole entry:";
+  for (auto left = draw(6); left > 0; --left)
+    words += " " + entryEvent(*entry, ofVrf) + ",";
+  row.recordType().field("tunnelConfigEntry")->adopt(row, {}, entry);
+  return words;
 }
 
 std::string EventGenerator::entryEvent(Routing::Multicast::IpTunnelConfigEntry& entry, bool ofVrf) {
@@ -291,14 +333,20 @@ std::string EventGenerator::entryEvent(Routing::Multicast::IpTunnelConfigEntry& 
       return "pool " + pool.stringValue();
     }
     default: {
-      const auto range = parsed<Pavlin::IpGenPrefix>(pick<std::string>(
-          {"239.1.1.0/29", "239.1.1.0/30", "239.1.1.2/31", "239.1.1.4/32", "239.1.1.0/25"}));
+      // Of these the last two are without effect, and no single group is in them: what would come
+      // in the place of such a group when it goes depends on the order of events.
+      const auto which = draw(7);
+      const auto range = parsed<Pavlin::IpGenPrefix>(
+          std::array{"239.1.1.0/29", "239.1.1.0/30", "239.1.1.2/31", "239.1.1.4/32", "239.1.1.0/25",
+                     "239.8.0.0/24", "239.9.9.0/30"}[which]);
       const std::string words = "range " + range.stringValue();
       if (remove) {
         entry.immediateOverlayPrefixToUnderlayGroupDel(range);
         return words + " goes";
       }
-      const auto underlay = underlayGroup();
+      const auto underlay = which == 6
+                                ? parsed<IpGenAddr>("ff3e::1")
+                                : parsed<IpGenAddr>("232.1.1." + std::to_string(1 + draw(3)));
       entry.immediateOverlayPrefixToUnderlayGroupIs(range, UnderlayAddr(underlay));
       return words + " in " + underlay.stringValue();
     }

@@ -1,7 +1,9 @@
 // Seeded valid events on everything that the encapsulating side reads.
 // Each call writes one thing that another agent could write at that moment, and tells it in words.
+// What happens often differs from one history to the next, so that rare things meet.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -32,20 +34,35 @@ class EventGenerator {
   [[nodiscard]] bool mostly() { return draw(8) != 0; }
 
  private:
+  using Event = std::string (EventGenerator::*)();
+  struct Kind {
+    Event event;
+    unsigned weight;
+  };
+
   void newVti();
+  void newVrfs();
   void newIntfConfig(Irb::Multicast::Domain domain);
   std::string vlanEvent();
   std::string vtiEvent();
   std::string vrfEvent();
   std::string gateEvent();
+  std::string gateIs(std::uint64_t gate, bool on);
   std::string intfConfigEvent();
   std::string vlanConfigEvent(Routing::Multicast::IpTunnelGroupIntfConfig& config);
   std::string vrfConfigEvent(Routing::Multicast::IpTunnelGroupIntfConfig& config);
+  template <class Row>
+  std::string rowEvent(Row& row, bool ofVrf);
   std::string entryEvent(Routing::Multicast::IpTunnelConfigEntry& entry, bool ofVrf);
   Pavlin::IpGenAddr underlayGroup();
   Pavlin::IpGenAddr overlayGroup();
 
   std::mt19937_64 random_;
+  std::array<Kind, 5> kinds_{{{&EventGenerator::vlanEvent, 10},
+                              {&EventGenerator::vtiEvent, 22},
+                              {&EventGenerator::vrfEvent, 13},
+                              {&EventGenerator::gateEvent, 8},
+                              {&EventGenerator::intfConfigEvent, 47}}};
 };
 
 }  // namespace History
