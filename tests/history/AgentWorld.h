@@ -4,15 +4,18 @@
 
 #include <array>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "agent/CorvaneAgent.h"
 #include "records/ProactiveArp.h"
 #include "runtime/Clock.h"
 #include "runtime/Log.h"
+#include "runtime/Toggle.h"
 #include "tests/history/EncapOracle.h"
 #include "tests/history/Inputs.h"
 
@@ -27,9 +30,17 @@ inline constexpr std::array<Domain, 4> domains{
 /// One agent in its world: manual time, slices of a few items, a directory of its own.
 class AgentWorld {
  public:
-  AgentWorld()
+  /// Toggles that are off from here on, each by its file and name.
+  using Toggles = std::vector<std::pair<std::string, std::string>>;
+
+  explicit AgentWorld(const Toggles& off = {})
       : directory_(std::filesystem::temp_directory_path() /
                    ("corvane-history-" + std::to_string(getpid()))) {
+    std::filesystem::create_directories(directory_ / "toggles");
+    for (const auto& [file, name] : off)
+      std::ofstream(directory_ / "toggles" / file) << "{\"" << name << "\": false}";
+    Orlane::toggleDirIs(directory_ / "toggles");
+    Orlane::forgetToggles();
     Vesk::System::clockIs(&clock_);
     VeskSharedMem::EntityManager::directoryIs(directory_.string());
     setenv("FLEETLOG_DISABLE", "1", 1);
@@ -43,6 +54,8 @@ class AgentWorld {
     Vesk::System::clockIs(nullptr);
     Vesk::logSinkIs(nullptr);
     std::filesystem::remove_all(directory_);
+    Orlane::toggleDirIs("");
+    Orlane::forgetToggles();
   }
 
   /// Starts the agent with slices, task order and subscriber order drawn from the seed; 0 leaves

@@ -5,6 +5,7 @@
 #include <set>
 #include <vector>
 
+#include "platform/Toggles.h"
 #include "records/AgentStatus.h"
 #include "records/Bridging.h"
 #include "records/BriskelInputs.h"
@@ -110,13 +111,14 @@ struct VlanRow {
     return all;
   }
   [[nodiscard]] UnderlayAddr underlay(const IpGenAddr& group) const {
+    if (group.isUnspecified()) return defaultGroup();
     UnderlayAddr immediate;
     if (!isSbd && own != nullptr)
       immediate = own->immediateOverlayToUnderlayGroup(OverlayAddr(group));
     if (const auto at = vrfGroups.find(group); immediate.isUnspecified() && at != vrfGroups.end())
       immediate = at->second;
     if (!immediate.isUnspecified()) return immediate;
-    if (!group.isUnspecified() && vrf != nullptr && !vrf->underlayGroupRange().isEmpty()) {
+    if (vrf != nullptr && !vrf->underlayGroupRange().isEmpty()) {
       const auto pool = vrf->underlayGroupRange();
       const std::uint32_t host = pool.length() == 32 ? 0 : ~0U >> pool.length();
       return UnderlayAddr(
@@ -164,7 +166,8 @@ bool domainRuns(const Domain& domain) {
   const bool snooping = domain.af == Pavlin::ipv4()
                             ? input<Bridging::IgmpSnooping::Status>()->snoopingActive() != 0
                             : input<Bridging::IgmpSnooping::Config>()->snoopingEnabled();
-  const bool gateway = sharedInput<Irb::Multicast::GatewayEsStatus>()->esVlanStatusCount() != 0;
+  const bool gateway = Multicast::Vpn::toggleOismGatewayEnabled() &&
+                       sharedInput<Irb::Multicast::GatewayEsStatus>()->esVlanStatusCount() != 0;
   return runnable && snooping && (domain.domain == Irb::Multicast::Domain::localDomain || gateway);
 }
 
@@ -183,7 +186,7 @@ Rows wantedRows(const Domain& domain) {
           : Routing::Multicast::TunnelType::PimAsm;
   SbdVrfs sbdVrfs;
   for (const auto& [vrf, sbd] : vti->vrfToSBDVlanIterator())
-    sbdVrfs.insert_or_assign(sbd.value(), vrf);
+    sbdVrfs.emplace(sbd.value(), vrf);  // of several VRFs the first
   std::map<unsigned, VlanRow> vlans;
   const auto add = [&](unsigned vlan, const IpGenAddr& group,
                        Routing::Multicast::TunnelType tunnel) {

@@ -68,6 +68,7 @@ void EventGenerator::newVti() {
     if (mostly()) vti->vlanToVniMapIs(VlanId(vlan), {});
   if (mostly()) vti->vrfToSBDVlanIs(VrfName("red"), Bridging::VlanIdOrNone(100));
   if (mostly()) vti->vrfToSBDVlanIs(VrfName("blue"), Bridging::VlanIdOrNone(200));
+  if (draw(2) == 0) vti->vrfToSBDVlanIs(VrfName("green"), Bridging::VlanIdOrNone(100));
 }
 
 /// Interfaces are many or few, and several VRFs may hold one.
@@ -136,10 +137,8 @@ std::string EventGenerator::vtiEvent() {
       return "VTEP " + text;
     }
     case 3: {
-      // Each VRF has SBD vlans of its own: two VRFs never share one.
-      const bool red = draw(2) == 0;
-      const auto sbd = red ? pick<unsigned>({100, 10, 0}) : pick<unsigned>({200, 20, 0});
-      const VrfName vrf(red ? "red" : "blue");
+      const auto sbd = pick<unsigned>({100, 100, 200, 200, 10, 20, 0});
+      const VrfName vrf(vrfs[draw(vrfs.size())]);
       if (draw(4) == 0) {
         vti->vrfToSBDVlanDel(vrf);
         return std::string(vrf.str()) + " has no SBD vlan";

@@ -33,7 +33,7 @@ Pavlin::EthAddr mac(std::uint64_t number) {
 }  // namespace
 
 VrfName RouteEvents::vrf() {
-  return VrfName(random_.pick<std::string>({"red", "red", "blue", "default"}));
+  return VrfName(random_.pick<std::string>({"red", "red", "blue", "green", "default"}));
 }
 
 void RouteEvents::baseline() {
@@ -76,9 +76,9 @@ std::string RouteEvents::routeEvent() {
     return words + " goes";
   }
   const auto row = status->routeIs(route.second);
-  const auto iif =
-      random_.pick<std::string>({"Vlan10", "Vlan10", "Vlan20", "Vlan30", "Vlan100", "Vlan200",
-                                 "Ethernet1", "Ethernet1", "Vlan9", "Vlan5000", ""});
+  const auto iif = random_.pick<std::string>({"Vlan10", "Vlan10", "Vlan20", "Vlan30", "Vlan100",
+                                              "Vlan200", "Ethernet1", "Ethernet1", "Vlan9",
+                                              "Vlan5000", "Vlan0", "Vlan4095", ""});
   if (row->iif().empty() || random_.draw(3) == 0) row->iifIs(IntfId(iif));
   const bool flows = random_.draw(2) == 0;
   const double quiet = static_cast<double>(random_.draw(240));

@@ -4,6 +4,7 @@
 #include <map>
 
 #include "agent/CorvaneAgent.h"
+#include "platform/Toggles.h"
 #include "records/BriskelInputs.h"
 #include "records/Evpn.h"
 #include "records/Fib.h"
@@ -47,7 +48,12 @@ struct Tables {
   }
 };
 
-/// 0 for a routed port and for a vlan interface whose number no frame carries.
+/// The interface of a vlan that cannot exist is neither a vlan nor a routed port.
+bool leadsNowhere(const Pavlin::IntfId& intf) {
+  return intf.isOfClass("Vlan") && (intf.number() == 0 || intf.number() == 4095);
+}
+
+/// 0 for a routed port, which may be named as an internal vlan.
 unsigned vlanOf(const Pavlin::IntfId& intf) {
   return intf.isOfClass("Vlan") && intf.number() >= 1 && intf.number() <= 4094
              ? static_cast<unsigned>(intf.number())
@@ -67,13 +73,14 @@ void judge(const Tables& in, const L3::VrfName& vrf, bool transit, const FibRout
            double now, IngressRoutes& wanted) {
   const IpGenAddr source = route.key().source.ipGenAddr();
   const IpGenAddr group = route.key().group.ipGenAddr();
-  if (route.iif().empty() || route.key().group.length() != 32) return;
+  if (route.iif().empty() || leadsNowhere(route.iif()) || route.key().group.length() != 32) return;
   const bool up = in.vti->operStatus() == Vxlan::IntfOperStatus::up;
   const unsigned vlan = vlanOf(route.iif());
   const unsigned sbd = in.vti->vrfToSBDVlan(vrf).value();
   const bool starGroup = source.isUnspecified();
   const bool extended = vlan != 0 && in.vti->vlanToVniMapHas(VlanId(vlan));
-  const bool gateway = vlan != 0 && in.gateway->esVlanStatusHas(VlanId(vlan));
+  const bool gateway = vlan != 0 && Multicast::Vpn::toggleOismGatewayEnabled() &&
+                       in.gateway->esVlanStatusHas(VlanId(vlan));
   const bool heard =
       route.lastActivityTime() != 0 && now - route.lastActivityTime() <= activeSeconds;
   const bool flows = up && heard && (vlan == 0 || vlan != sbd);
