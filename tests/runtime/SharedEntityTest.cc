@@ -3,10 +3,12 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "runtime/Corruption.h"
@@ -212,6 +214,44 @@ TEST_F(SharedEntityTest, aFullTableEndsTheProcessWithItsNameAndCapacity) {
   entries.entryIs(1, VlanId(1));
   entries.entryIs(2, VlanId(1));
   EXPECT_DEATH(entries.entryIs(3, VlanId(1)), "^table small.entry is full: capacity 2\n");
+}
+
+/// Whatever changes a row stands in the journal of its file and rouses who sleeps on it.
+TEST_F(SharedEntityTest, everyKindOfChangeIsAnnouncedAndRousesReaders) {
+  table->versionIs(1);
+  table->entryIs(1, VlanId(1));
+  table->vlanIs(VlanId(5))->groupIs(1)->routeIs(7);
+  struct Case {
+    const char* file;
+    std::function<void()> change;
+  };
+  const Case cases[] = {
+      {".values", [&] { table->versionIs(2); }},
+      {".entry", [&] { table->entryIs(2, VlanId(1)); }},
+      {".entry", [&] { table->entryIs(2, VlanId(3)); }},
+      {".entry", [&] { table->entryDel(2); }},
+      {".entry", [&] { mark(1, true); }},
+      {".entry", [&] { mark(1, false); }},
+      {".vlan", [&] { table->vlan(VlanId(5))->readyIs(true); }},
+      {".vlan.group", [&] { table->vlan(VlanId(5))->groupAdopt(1, Ombra::make<Group>(1)); }},
+      {".vlan.group.route", [&] { table->vlan(VlanId(5))->group(1)->routeIs(8); }},
+      {".vlan.group.route", [&] { table->vlanDel(VlanId(5)); }},
+      {".entry", [&] { table->entryDelAll(); }},
+      {".first", [&] { table->firstIs(1); }},
+      {".first", [&] { manager()->cleanup("a/table"); }},
+  };
+  for (std::size_t i = 0; const Case& one : cases) {
+    SCOPED_TRACE(testing::Message() << "case " << i++ << " " << one.file);
+    const auto reader =
+        VeskSharedMem::TableReader::openAny(fmt::format("{}/a/table{}.table", directory, one.file));
+    const auto cursor = reader->cursor();
+    const auto bell = reader->bellBeforeSleep();
+    ASSERT_TRUE(reader->isCaughtUp(cursor));
+    one.change();
+    EXPECT_FALSE(reader->isCaughtUp(cursor));
+    manager()->wakeReaders();
+    EXPECT_NE(*bell.word, bell.value);
+  }
 }
 
 TEST_F(SharedEntityTest, oneEntityPerPathOverUnmountAndCleanupOnlyWhereMounted) {
