@@ -323,8 +323,8 @@ TEST_P(EncapMachinesTest, inputReviewLosesNothingBetweenSlices) {
       start();
       scheduler.runUntilIdle(slices);
       const auto mark = groupSm->inputBookmark();
-      const unsigned at = mark ? mark.vlanId.value() : 10;
-      if (event == "group") l3Table->vlan(VlanId(at))->groupDel(mark.group);
+      const unsigned at = mark ? mark->vlanId.value() : 10;
+      if (event == "group" && mark) l3Table->vlan(VlanId(at))->groupDel(mark->group);
       if (event == "underlay") own[at]->defaultUnderlayGroupIs(underlay(U2));
       if (event == "mapping") mappings->vlanStatusDel(VlanId(at));
       if (event == "drained") l3Table->vlan(VlanId(at))->groupDelAll();
@@ -483,6 +483,41 @@ TEST_P(EncapMachinesTest, aRestartWritesNothingAndRemovesWhatIsStale) {
   EXPECT_FALSE(forwarding->vlanStatusHas(VlanId(40)));
   groupSm->cleanup();
   EXPECT_EQ(groups->vlanToMulticastGroupCount(), 0u);
+}
+
+// One vlan becomes and ceases to be an SBD vlan with every slice. The groups of the other are there
+// within a bounded number of slices, and the status is ready.
+TEST_P(EncapMachinesTest, noStreamOfEventsOfOneVlanKeepsAnotherWaiting) {
+  constexpr unsigned groupsEach = 250;
+  constexpr int bound = 100;
+  Sylva::ItemYield hundred{100};
+  scheduler.yieldPolicyIs(&hundred);
+  for (const unsigned vlan : {10u, 20u}) {
+    addVlan(vlan, U1);
+    for (unsigned i = 1; i <= groupsEach; ++i)
+      l3GroupIs(vlan, "239.1.1." + std::to_string(i));
+  }
+  allReady();
+  for (const auto& [waiting, restless] : {std::pair{10u, 20u}, std::pair{20u, 10u}}) {
+    SCOPED_TRACE(waiting);
+    start();
+    const auto isReached = [&] {
+      unsigned found = 0;
+      for (const auto& [key, row] : groups->vlanToMulticastGroupIterator())
+        found += key.vlan == VlanId(waiting) && row->multicastGroupCount() != 0;
+      return ready->vlanGroupStatusReady() && found == groupsEach + 1;  // one is the any group
+    };
+    int slices = 0;
+    for (; slices < bound && !isReached(); ++slices) {
+      mappings->vlanStatus(VlanId(restless))->isSbdVlanIs(slices % 2 == 0);
+      scheduler.runUntilIdle(1);
+    }
+    EXPECT_LT(slices, bound);
+    crash();
+    groups->vlanToMulticastGroupDelAll();
+    ready->vlanGroupStatusReadyIs(false);
+  }
+  scheduler.yieldPolicyIs(&yield);
 }
 
 INSTANTIATE_TEST_SUITE_P(Turns, EncapMachinesTest,

@@ -293,6 +293,47 @@ TEST_F(IngressRoutesTest, decisionTable) {
   }
 }
 
+// Of two VRFs the SBD vlan of one moves with every slice. The routes of the other are judged, have
+// their rows, and follow their own SBD vlan within a bounded number of slices.
+TEST_F(IngressRoutesTest, noStreamOfEventsOfOneVrfKeepsAnotherWaiting) {
+  constexpr unsigned routesEach = 250;
+  constexpr int bound = 100;
+  Sylva::ItemYield hundred{100};
+  scheduler.yieldPolicyIs(&hundred);
+  for (const L3::VrfName& vrf : {red, blue}) {
+    evpn->transitVrfIs(vrf);
+    local.mapping->multipleUnderlayGroupsDelayedVrfIs(vrf);
+    for (unsigned i = 0; i < routesEach; ++i)
+      route(S, "239.1.1." + std::to_string(i), "Ethernet1", vrf);
+  }
+  for (const auto& [waiting, restless] : {std::pair{red, blue}, std::pair{blue, red}}) {
+    SCOPED_TRACE(waiting.str());
+    local.status->readyIs(false);
+    local.table->readyIs(false);
+    vti->vrfToSBDVlanIs(waiting, VlanId(100));
+    start(local);
+    const auto slicesUntil = [&](const auto& isReached) {
+      int slices = 0;
+      for (; slices < bound && !isReached(); ++slices) {
+        vti->vrfToSBDVlanIs(restless, VlanId(200 + static_cast<unsigned>(slices) % 2));
+        scheduler.runUntilIdle(1);
+      }
+      return slices;
+    };
+    const auto rowsOf = [&](unsigned vlan) {
+      const auto row = local.table->vlan(VlanId(vlan));
+      return row ? row->groupCount() : 0;
+    };
+    EXPECT_LT(slicesUntil([&] { return local.status->ready() && rowsOf(100) == routesEach; }),
+              bound);
+    EXPECT_LT(slicesUntil([&] { return local.table->ready(); }), bound);
+    vti->vrfToSBDVlanIs(waiting, VlanId(101));
+    EXPECT_LT(slicesUntil([&] { return rowsOf(101) == routesEach && rowsOf(100) == 0; }), bound);
+    stop(local);
+  }
+  scheduler.yieldPolicyIs(&oneItem);
+}
+
 TEST_F(IngressRoutesTest, aQuietRouteLeavesAtTheFirstReviewAfterItsLimit) {
   evpn->transitVrfIs(red);
   evpn->transitVrfIs(blue);
@@ -463,7 +504,7 @@ TEST_F(IngressRoutesTest, aReviewInSlicesMissesNothing) {
       const auto& bookmark = local.ingress->inputBookmark();
       switch (fault) {
         case 0:
-          if (const auto vrf = fib->vrfStatus(bookmark.vrfName)) vrf->routeDel(bookmark.key);
+          if (bookmark) fib->vrfStatus(bookmark->vrfName)->routeDel(bookmark->key);
           break;
         case 1:
           fib->vrfStatusDel(red);
