@@ -323,8 +323,8 @@ TEST_P(EncapMachinesTest, inputReviewLosesNothingBetweenSlices) {
       start();
       scheduler.runUntilIdle(slices);
       const auto mark = groupSm->inputBookmark();
-      const unsigned at = mark ? mark.vlanId.value() : 10;
-      if (event == "group") l3Table->vlan(VlanId(at))->groupDel(mark.group);
+      const unsigned at = mark ? mark->vlanId.value() : 10;
+      if (event == "group" && mark) l3Table->vlan(VlanId(at))->groupDel(mark->group);
       if (event == "underlay") own[at]->defaultUnderlayGroupIs(underlay(U2));
       if (event == "mapping") mappings->vlanStatusDel(VlanId(at));
       if (event == "drained") l3Table->vlan(VlanId(at))->groupDelAll();
