@@ -18,19 +18,12 @@ void PrefixListSm::handlePrefix(Pavlin::IpGenPrefix prefix) {
 }
 
 PrefixListConfigSm::PrefixListConfigSm(Inputs inputs) : in(std::move(inputs)) {
-  for (const auto& [name, row] : in.aclListConfig->prefixListIterator())
-    handlePrefixList(name);
+  lists_.beginWithHandler();
 }
 
 void PrefixListConfigSm::handlePrefixList(std::string name) {
-  const auto row = in.aclListConfig->prefixList(name);
-  const auto present = prefixList(name);
-  if (present && present->in.row == row) return;
-  prefixListDel(name);
   in.policyRoot->prefixListDel(name);
-  if (!row) return;
-  in.policyRoot->prefixListIs(name);
-  prefixListIs(name, {.parent = this, .row = row});
+  if (in.aclListConfig->prefixListHas(name)) in.policyRoot->prefixListIs(name);
 }
 
 Ombra::Ptr<PrefixListConfigSm> prefixListConfigSmFactory(

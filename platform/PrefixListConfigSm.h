@@ -44,8 +44,9 @@ class PrefixListConfigSm final : public Vesk::Machine {
 
  private:
   void handlePrefixList(std::string name);
-  Vesk::Watch list_ = watch<&PrefixListConfigSm::handlePrefixList>(
-      in.aclListConfig, Acl::AclListConfig::prefixListAttr);
+  // A list is there anew, and empty, before its machine fills it.
+  Vesk::Follow lists_ = followAfter<&PrefixListConfigSm::handlePrefixList>(
+      in.aclListConfig, Acl::AclListConfig::prefixListAttr, prefixListAttr);
 };
 
 /// The machine of each family.

@@ -41,8 +41,8 @@ class VlanToGroupMapping : public Vesk::Keyed<Bridging::VlanId> {
     };
     isSbdVlan() ? eachOf(vrfImmediateGroupStatus()) : eachOf(vlanTunnelConfigEntry());
   }
-  /// None if the group is not an immediate one, as the any group never is. A vlan that is no SBD vlan
-  /// has, for groups that it does not map itself, those of its VRF.
+  /// None if the group is not an immediate one, as the any group never is. A vlan that is no SBD
+  /// vlan has, for groups that it does not map itself, those of its VRF.
   [[nodiscard]] Routing::Multicast::UnderlayAddr effImmediateUnderlayGroup(
       const Routing::Multicast::OverlayAddr& overlay) const;
   /// The group that the configuration gives the overlay group: the immediate one, else one out of

@@ -77,8 +77,11 @@ struct FollowSteps {
   static void dropOutdated(Sm& sm, const Entity& input, const Key& key) {
     auto& own = OwnTag::attr(sm);
     const Ombra::Ptr<Nested> present = own.get(key);
-    if (!present || present->in.row == rowOf(input, key)) return;
-    if constexpr (requires { present->handleDel(); }) present->handleDel();
+    if (present && present->in.row == rowOf(input, key)) return;
+    if constexpr (requires { present->handleDel(); }) {
+      if (present) present->handleDel();
+    }
+    // One that is just being made is dropped as well.
     if (own.get(key) == present) own.del(sm, OwnTag::id, key);
   }
   static void make(Sm& sm, const Entity& input, const Key& key) {

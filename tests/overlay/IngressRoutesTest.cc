@@ -501,10 +501,11 @@ TEST_F(IngressRoutesTest, aReviewInSlicesMissesNothing) {
       start(local);
       for (int i = 0; i < slices; ++i)
         scheduler.runOne();
-      const auto& bookmark = local.ingress->inputBookmark();
+      const auto bookmark = local.ingress->inputBookmark();
       switch (fault) {
         case 0:
-          if (bookmark) fib->vrfStatus(bookmark->vrfName)->routeDel(bookmark->key);
+          if (const auto vrf = bookmark ? fib->vrfStatus(bookmark->vrfName) : nullptr)
+            vrf->routeDel(bookmark->key);
           break;
         case 1:
           fib->vrfStatusDel(red);

@@ -107,11 +107,14 @@ class LastSm final : public Vesk::Machine {
   void handleCleanup() override { told.push_back("cleanup " + in.name); }
 };
 
-/// Three levels with the nested machines: top, owner, nested.
 class TopSm final : public Vesk::Machine {
   VESK_LOCAL_RECORD(machinetest::TopSm)
   VESK_INSTANCE(OwnerSm, owner)
   VESK_INSTANCE(LastSm, last)
+};
+/// Four levels with the nested machines: root, top, owner, nested.
+class RootSm final : public Vesk::Machine {
+  VESK_LOCAL_RECORD(machinetest::RootSm)
   VESK_INSTANCE(TopSm, top)
 };
 
@@ -180,21 +183,22 @@ TEST_F(MachineTest, successorsComeAndGoAsTheMachineSays) {
 
 // The nested machine calls its owner, whose handler takes away itself, what holds it, or all three.
 TEST_F(MachineTest, aHandlerOutlivesWhateverItTakesAway) {
+  Ombra::Ptr<RootSm> root;
   const std::function<void()> takeAway[] = {
-      [&] { top->top()->owner()->nestedDel(1); },
-      [&] { top->top()->ownerDel(); },
-      [&] { top->topDel(); },
-      [&] { top.reset(); },
+      [&] { root->top()->owner()->nestedDel(1); },
+      [&] { root->top()->ownerDel(); },
+      [&] { root->topDel(); },
+      [&] { root.reset(); },
       [&] {
-        const auto inner = top->top();
-        top.reset();
+        const auto inner = root->top();
+        root.reset();
         inner->ownerDel();
       },
   };
   for (const auto& act : takeAway) {
-    top = Ombra::make<TopSm>();
+    root = Ombra::make<RootSm>();
     const auto row = rowIs(1, 10);
-    OwnerSm* const owner = top->topIs()->ownerIs({.table = table, .name = "a"}).get();
+    OwnerSm* const owner = root->topIs()->ownerIs({.table = table, .name = "a"}).get();
     take();
     int sum = 0;
     owner->onValue = [&] {

@@ -58,7 +58,7 @@ class PathSm : public Vesk::Machine {
   Vesk::PathWatch quiet_ =
       watchPathQuietly<&PathSm::handleQuiet>(top, Top::middleAttr, Middle::endAttr, End::entryAttr);
   VESK_REF(End const, own)
-  Vesk::PathWatch own_ = watchPath<&PathSm::handleOwn>(this, ownAttr, End::valueAttr);
+  Vesk::PathWatch ownPath_ = watchPath<&PathSm::handleOwn>(this, ownAttr, End::valueAttr);
 };
 
 class PathTest : public testing::Test {
