@@ -104,35 +104,6 @@ TEST_F(GroupConfigTest, aRowThatIsCompleteWhenItAppearsIsTakenUp) {
   EXPECT_EQ(status->immediateOverlayToUnderlayGroup(overlay), under("232.0.0.6"));
 }
 
-TEST_F(GroupConfigTest, anSbdVlanMoves) {
-  vrfEntry("red")->defaultUnderlayGroupIs(under("232.1.1.1"));
-  vrfEntry("blue")->defaultUnderlayGroupIs(under("232.1.1.2"));
-  for (const unsigned id : {10U, 20U, 30U})
-    bridge(id);
-  sbd("red", 10);
-  start();
-  std::vector<std::string> story;
-  const Vesk::Observer watch(*mapping, [&](Ombra::FieldId field) {
-    if (field == IpTunnelMappingStatus::vlanStatusIndex) story.push_back(row(10) + "|" + row(20));
-  });
-  sbd("red", 20);
-  // A row appears empty and is then filled.
-  EXPECT_EQ(story, (std::vector<std::string>{"-|-", "-|"}));
-  EXPECT_EQ(row(20), "sbd red");
-  EXPECT_EQ(sm->intfSm()->sbdToVrfMapCount(), 1U);
-  EXPECT_EQ(sm->intfSm()->sbdToVrfMap(vlan(20)), vrf("red"));
-
-  // Another VRF takes vlan 20 over before the first has left it.
-  sbd("blue", 20);
-  sbd("red", 30);
-  EXPECT_EQ(row(20), "sbd blue");
-  EXPECT_EQ(sm->intfSm()->sbdToVrfMap(vlan(20)), vrf("blue"));
-  EXPECT_EQ(row(30), "sbd red");
-  vti->vrfToSBDVlanDel(vrf("blue"));
-  EXPECT_EQ(row(20), "-");
-  EXPECT_EQ(sm->intfSm()->sbdToVrfMapCount(), 1U);
-}
-
 TEST_F(GroupConfigTest, theEndOfAnInterfaceDoesNotClearWhatTheNextOneWrites) {
   start();
   vtis->vtiStatusIs(intf("Vxlan2"))->localVtepAddrIs(of<Pavlin::IpAddr>("10.0.0.2"));
