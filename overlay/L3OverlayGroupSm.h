@@ -42,6 +42,8 @@ class L3OverlayGroupSm final : public Sylva::WalkSmBase {
   };
   explicit L3OverlayGroupSm(Inputs inputs);
   const Inputs in;
+  /// All that it lets go of are handles: rows that a successor holds too stay.
+  static constexpr auto succession = Vesk::Succession::goesLast;
 
   /// Follows the routes of one VRF.
   class VrfSm final : public Vesk::Machine {
