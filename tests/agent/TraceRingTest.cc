@@ -13,8 +13,7 @@ namespace {
 struct RingCase {
   const char* title;
   bool disabled, ownDirectory;
-  const char* sizes;
-  const char* warning;
+  const char *sizes, *warning;
 };
 
 TEST(TraceRingTest, followsTheEnvironment) {

@@ -25,7 +25,6 @@
 
 #include "records/IpTunnelForwardingStatus.h"
 #include "runtime/RowFile.h"
-#include "runtime/shm/RowFollower.h"
 #include "tests/fault/Environment.h"
 #include "tests/runtime/TableFileFixture.h"
 
@@ -57,103 +56,63 @@ const std::map<std::string, std::set<std::string>>& lastingRows() {
   return rows;
 }
 
-/// Looks at the forwarding table from outside of the player. Whatever is wrong is noted.
+/// Looks at the forwarding table from outside of the player: the vlans, and then their routes.
 class Onlooker {
  public:
   explicit Onlooker(const std::string& directory)
       : files_(rowFilesOf(directory, "multicast/ipv4/tunnel/forwarding/status",
-                          Routing::Multicast::IpTunnelForwardingStatus::veskType())) {
-    for (const RowFile& file : files_) {
-      followers_.push_back(std::make_unique<RowFollower>(readerOf(file.file, file.shape)));
-      mirrors_.emplace_back();
-    }
-  }
+                          Routing::Multicast::IpTunnelForwardingStatus::veskType())) {}
 
   void look() {
-    for (std::size_t i = 0; i < files_.size(); ++i) {
+    for (const RowFile& file : files_) {
       try {
-        follow(i);
         Rows rows;
-        // A look of its own, so that each of them opens the table.
+        // Each look opens the table anew.
         const std::uint32_t busy =
-            readerOf(files_[i].file, files_[i].shape)
+            readerOf(file.file, file.shape)
                 ->forEach(
                     [&](auto, const std::byte* key, const std::byte* value, bool isCorrupt) {
-                      if (isCorrupt) note("a scan met a corrupt row");
-                      rows[keyText(i, textAt(key, files_[i].shape.keySize))] =
-                          valueText(i, textAt(value, files_[i].shape.valueSize));
+                      if (isCorrupt) note("a corrupt row");
+                      addRow(rows, file, {reinterpret_cast<const char*>(key), file.shape.keySize},
+                             {reinterpret_cast<const char*>(value), file.shape.valueSize});
                     },
                     TableReader::Check::checksum);
-        if (busy == 0) judge(i, rows, "a scan");
-        judge(i, mirrors_[i], "the journal");
+        if (busy == 0) judge(rows, file);
       } catch (const TableError& error) {
         note(error.what());
       }
     }
   }
-  /// Nobody writes: what was followed is what is there.
-  void compareAtRest() {
-    for (std::size_t i = 0; i < files_.size(); ++i) {
-      follow(i);
-      Rows rows;
-      RowFollower(readerOf(files_[i].file, files_[i].shape))
-          .follow([&](std::string_view key, RowState, std::string_view value) {
-            rows[keyText(i, key)] = valueText(i, value);
-          });
-      if (rows != mirrors_[i]) note("what was followed is not what is there");
-    }
-  }
   [[nodiscard]] const std::string& fault() const { return fault_; }
 
  private:
-  void follow(std::size_t i) {
-    followers_[i]->follow([&](std::string_view key, RowState state, std::string_view value) {
-      if (state == RowState::corrupt) note("a corrupt row was followed");
-      if (state == RowState::live) {
-        mirrors_[i][keyText(i, key)] = valueText(i, value);
-      } else {
-        mirrors_[i].erase(keyText(i, key));
-        if (isLasting(i, keyText(i, key))) note(keyText(i, key) + " was followed as gone");
-      }
-    });
+  [[nodiscard]] bool hasRoutes(const RowFile& file) const { return &file != &files_.front(); }
+  void addRow(Rows& rows, const RowFile& file, std::string_view key, std::string_view value) const {
+    const std::string vlan = Vesk::textOf(Vesk::fromBytes<Bridging::VlanId>(key));
+    if (!hasRoutes(file)) {
+      rows[vlan];
+      return;
+    }
+    const auto route = Vesk::fromBytes<Routing::Multicast::OverlayRoute>(key);
+    const auto mapping = Vesk::fromBytes<Routing::Multicast::IpTunnelMapping>(value);
+    rows[vlan + " " + Vesk::textOf(route.group)] =
+        Vesk::textOf(mapping.underlayRoute.underlayGroup);
   }
-  void judge(std::size_t i, const Rows& rows, const std::string& by) {
+  void judge(const Rows& rows, const RowFile& file) {
     for (const auto& [key, groups] : lastingRows()) {
-      const auto row = rows.find(i == 0 ? key.substr(0, key.find(' ')) : key);
+      const auto row = rows.find(hasRoutes(file) ? key : key.substr(0, key.find(' ')));
       if (row == rows.end()) {
-        note(key + " is absent from " + files_[i].name() + " for " + by);
-      } else if (i != 0 && !groups.contains(row->second)) {
-        note(key + " has " + row->second + " for " + by);
+        note(key + " is absent from " + file.name());
+      } else if (hasRoutes(file) && !groups.contains(row->second)) {
+        note(key + " has " + row->second);
       }
     }
-  }
-  /// The first table has the vlans, the second their routes.
-  static bool isLasting(std::size_t i, const std::string& key) {
-    if (i != 0) return lastingRows().contains(key);
-    const auto above = lastingRows().lower_bound(key + " ");
-    return above != lastingRows().end() && above->first.starts_with(key + " ");
-  }
-  static std::string_view textAt(const std::byte* bytes, std::size_t size) {
-    return {reinterpret_cast<const char*>(bytes), size};
-  }
-  [[nodiscard]] static std::string keyText(std::size_t i, std::string_view key) {
-    const auto vlan = Vesk::fromBytes<Bridging::VlanId>(key);
-    if (i == 0) return Vesk::textOf(vlan);
-    const auto route = Vesk::fromBytes<Routing::Multicast::OverlayRoute>(key);
-    return Vesk::textOf(vlan) + " " + Vesk::textOf(route.group);
-  }
-  [[nodiscard]] static std::string valueText(std::size_t i, std::string_view value) {
-    if (i == 0) return {};
-    const auto mapping = Vesk::fromBytes<Routing::Multicast::IpTunnelMapping>(value);
-    return Vesk::textOf(mapping.underlayRoute.underlayGroup);
   }
   void note(const std::string& text) {
     if (fault_.empty()) fault_ = text;
   }
 
   std::vector<RowFile> files_;
-  std::vector<std::unique_ptr<RowFollower>> followers_;
-  std::vector<Rows> mirrors_;
   std::string fault_;
 };
 
@@ -234,7 +193,6 @@ TEST_F(KilledPlayerTest, RowsThatLastAreNeverAbsent) {
     }
     if (Clock::now() - begun > patience * (1 + kills / 50)) fault = "this takes too long";
     const std::lock_guard held(turn);
-    onlooker.compareAtRest();
     if (fault.empty()) fault = onlooker.fault();
   }
   isOver = true;
@@ -242,11 +200,6 @@ TEST_F(KilledPlayerTest, RowsThatLastAreNeverAbsent) {
   EXPECT_EQ(fault, "") << "kill " << killed << "; CORVANE_SEED=" << seed << " repeats the sequence";
   EXPECT_EQ(endOf(start(options)), 0) << report();
   RecordProperty("looks", static_cast<int>(looks));
-}
-
-TEST_F(KilledPlayerTest, ResumesOverTablesThatWereKeptAndOverNothingElse) {
-  EXPECT_EQ(WEXITSTATUS(endOf(start("--resume " + story()))), 2);
-  EXPECT_NE(report().find("--keep"), std::string::npos) << report();
 }
 
 }  // namespace

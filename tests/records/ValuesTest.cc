@@ -65,7 +65,6 @@ void expectOrder(const std::vector<std::string>& texts) {
 
 TEST(Values, ScalarsKeepTextAndBytes) {
   expectSame<VlanId>("4094");
-  expectSame<VlanIdOrNone>("4094");
   expectSame<ExtendedVlanId>("16383");
   expectSame<Vxlan::VniExtOrNone>("4294967295");
   expectSame<Vxlan::VniSourcePair>("10010,3");
@@ -85,27 +84,14 @@ TEST(Values, ScalarsKeepTextAndBytes) {
 }
 
 TEST(Values, KeysFlattenTheirFields) {
-  expectSame<Routing::Multicast::OverlayVlanGroup>("10,239.1.1.1");
-  expectSame<Routing::Multicast::OverlayRouteKey>("10.1.1.1,239.1.1.1,Vlan10");
-  expectSame<Routing::Multicast::OverlayRoute>("0.0.0.0,239.1.1.1");
-  expectSame<Routing::Multicast::UnderlayRoute>("10.0.0.1,232.1.1.1,PimAsm");
   expectSame<Routing::Multicast::Fib::IpGenRouteKey>("10.1.1.1/32,239.1.1.1/32");
-  expectSame<Multicast::Tunnel::McastTunnelId>("144115188075855873");
   expectSame<Stage::AgentStatusKey>("Corvane,CorvaneEncapReconcile,default");
-  expectSame<Multicast::Vpn::L3OverlayGroupSmBookmark>("red,10.1.1.1,239.1.1.1,Vlan10");
-  EXPECT_FALSE(Multicast::Vpn::IpTunnelVlanMcastGroupSmInputBookmark{});
-  EXPECT_TRUE(valueOf<Multicast::Vpn::IpTunnelVlanMcastGroupSmInputBookmark>("T,1,none"));
-}
-
-TEST(Values, RowsLeaveOutTheirKey) {
-  const auto rowText = []<class T>(T row) { return textOf(row, false); };
-  using namespace Routing::Multicast;
-  EXPECT_EQ(rowText(IpTunnelMapping{{}, {IpAddr(1), UnderlayAddr(IpAddr(2)), TunnelType::PimAsm}}),
-            "0.0.0.1,0.0.0.2,PimAsm");
-  EXPECT_EQ(rowText(ElectedDFStatus{{}, false, IpAddr(0x0a000003)}), "false,10.0.0.3");
-  EXPECT_EQ(rowText(ExternalForwarderIntfStatus{{}, ExternalForwarderRole::forwarder}), "1");
-  EXPECT_EQ(rowText(Arp::ProactiveArp::Request{}), "");
   expectSame<Routing::Multicast::UnderlayRouteContext>("10.0.0.1,232.1.1.1,PimSsm,20,1");
+  using Bookmark = Multicast::Vpn::IpTunnelVlanMcastGroupSmInputBookmark;
+  EXPECT_FALSE(Bookmark{});
+  EXPECT_TRUE(valueOf<Bookmark>("T,1,none"));
+  expectOrder<Routing::Multicast::OverlayVlanGroup>(
+      {"2,ff0e::1", "10,none", "10,0.0.0.0", "10,239.1.1.1", "10,::"});
 }
 
 TEST(Values, NumbersOutOfRangeThrow) {
@@ -161,11 +147,8 @@ TEST(Addresses, Ipv6TextIsCanonical) {
       {"2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1"},  // one zero group stays
       {"2001:0:0:1:0:0:0:1", "2001:0:0:1::1"},           // the longest run
       {"2001:db8:0:0:1:0:0:1", "2001:db8::1:0:0:1"},     // the first of equal runs
-      {"0:0:0:0:0:0:0:1", "::1"},
-      {"1:0:0:0:0:0:0:0", "1::"},
-      {"::ffff:10.0.0.1", "::ffff:10.0.0.1"},  // IPv4-mapped
+      {"::ffff:10.0.0.1", "::ffff:10.0.0.1"},            // IPv4-mapped
       {"::10.0.0.1", "::a00:1"},
-      {"ff02:0:0:0:0:0:0:d", "ff02::d"},
   };
   for (const auto& [in, out] : cases)
     EXPECT_EQ(textOf(valueOf<Ip6Addr>(in)), out);
@@ -184,7 +167,6 @@ TEST(Addresses, ThreeStatesAreToldApart) {
   EXPECT_NE(any4, any6);
   EXPECT_NE(Vesk::hashValue(any4), Vesk::hashValue(any6));
   EXPECT_NE(real.hash(1), real.hash(2));
-  EXPECT_EQ(real.v4Addr(), IpAddr(0x0a000001));
   EXPECT_TRUE(real.v6Addr().isAny());
   EXPECT_EQ(IpGenAddr(static_cast<AddressFamily>(7)), none);
   EXPECT_EQ(bytesOf(real), std::string("\x01\x0a\0\0\x01", 5) + std::string(12, '\0'));
@@ -253,10 +235,7 @@ TEST(Names, InterfaceHelpersReadTheClass) {
   EXPECT_EQ(VlanIntfId::vlanIdToIntfId(VlanId(10)), IntfId("Vlan10"));
   EXPECT_EQ(VlanIntfId::vlanId(IntfId("Vlan4100")), ExtendedVlanId(4100));
   EXPECT_DEATH((void)VlanIntfId::vlanId(IntfId("Ethernet1")), "isVlanIntfId");
-  EXPECT_TRUE(VxlanTunnelIntfId::isVxlanTunnelIntfId(Pavlin::vxlan1IntfId()));
   EXPECT_EQ(VxlanTunnelIntfId::vxlanTunnelId(VxlanTunnelIntfId::vxlanTunnelToIntfId(65535)), 65535);
-  EXPECT_TRUE(Pavlin::MplsTrunkIntfId::isMplsTrunkIntfId(IntfId("MplsTrunk70000")));
-  EXPECT_TRUE(Multicast::Tunnel::McastTunnelIntfId::isMcastTunnelIntfId(IntfId("McastTunnel1")));
 }
 
 TEST(Tables, AClientThatIsNotKnownHasNoReceivers) {
@@ -267,24 +246,13 @@ TEST(Tables, AClientThatIsNotKnownHasNoReceivers) {
 }
 
 TEST(Tables, MasksDecideTheJoinOfADomain) {
-  for (unsigned bits = 0; bits < 16; ++bits) {
+  const char* const joined[] = {"", "both", "remote", "both", "local", "both", "both"};
+  for (unsigned bits = 0; bits < std::size(joined); ++bits) {
     const auto mask = static_cast<ReceiverDomain>(bits);
-    EXPECT_EQ(joinDomain(mask, Domain::localDomain), (bits & 1) != 0 || (bits & 12) != 0) << bits;
-    EXPECT_EQ(joinDomain(mask, Domain::remoteDomain), (bits & 1) != 0 || (bits & 10) != 0) << bits;
+    const bool local = joinDomain(mask, Domain::localDomain);
+    const bool remote = joinDomain(mask, Domain::remoteDomain);
+    EXPECT_STREQ(local ? remote ? "both" : "local" : remote ? "remote" : "", joined[bits]) << bits;
   }
-  EXPECT_DEATH((void)joinDomain(ReceiverDomain::plainIntf, static_cast<Domain>(3)),
-               "Unsupported domain");
-  EXPECT_EQ(textOf(ReceiverDomain::plainIntf | ReceiverDomain::remoteOnly), "3");
-}
-
-TEST(Tables, EnumeratorsReadByNameAndNumber) {
-  using Routing::Multicast::VlanTunnelConfigType;
-  EXPECT_EQ(valueOf<Evpn::EncapType>("mpls"), Evpn::EncapType::mpls);
-  EXPECT_EQ(valueOf<Evpn::EncapType>("2"), Evpn::EncapType::mpls);
-  EXPECT_EQ(textOf(static_cast<Evpn::EncapType>(9)), "9");
-  EXPECT_THROW(valueOf<Evpn::EncapType>("ip"), ParseError);
-  EXPECT_EQ(valueOf<VlanTunnelConfigType>("floodUnderlay"), VlanTunnelConfigType::floodUnderlay);
-  EXPECT_EQ(textOf(VlanTunnelConfigType::floodUnderlay), "2");
 }
 
 TEST(Tables, TunnelIdsCarryTypeAndAddress) {
@@ -297,16 +265,6 @@ TEST(Tables, TunnelIdsCarryTypeAndAddress) {
   const auto pim = PimVxlanTunnelId::makeTunnel(PimVxlanTunnel::PimTunnelType::pimAsm);
   EXPECT_EQ(pim.value(), 0x0200000000000001U);
   EXPECT_EQ(pim.tunnelType(), pimVxlan());
-}
-
-TEST(Tables, WildcardsTakeTheFamilyOfTheGroup) {
-  using namespace Routing::Multicast;
-  EXPECT_EQ(textOf(OverlayRoute::wcRoute(valueOf<OverlayAddr>("ff0e::1"))), "::,ff0e::1");
-  EXPECT_EQ(textOf(OverlayVlanGroup::anyGroup(VlanId(7), AddressFamily::ipv4)), "7,0.0.0.0");
-  EXPECT_EQ(textOf(valueOf<UnderlayRoute>("10.0.0.1,232.1.1.1,PimSsm").underlaySource()),
-            "10.0.0.1");
-  EXPECT_TRUE(OverlayAddr(IpGenAddr(AddressFamily::ipv6)).isUnspecified());
-  expectOrder<OverlayVlanGroup>({"2,ff0e::1", "10,none", "10,0.0.0.0", "10,239.1.1.1", "10,::"});
 }
 
 }  // namespace

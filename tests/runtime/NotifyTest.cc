@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,9 +22,7 @@ class Row : public Vesk::Entity {
   VESK_LOCAL_RECORD(notifytest::Row)
   VESK_VALUE(std::uint32_t, value)
   VESK_VALUE(std::uint32_t, other)
-  VESK_REF(Row const, ref)
   VESK_MAP(std::uint16_t, std::uint32_t, entry)
-  VESK_SET(std::uint16_t, member)
 };
 
 /// What the probes heard, and what they are to do about it.
@@ -74,11 +71,9 @@ class Owner : public Vesk::Machine {
     Sylva::TaskScheduler* scheduler;
     bool operator==(const Inputs&) const = default;
   };
-  explicit Owner(Inputs inputs) : in(std::move(inputs)) {
-    task_.emplace(this, in.scheduler, 3, "task", Vesk::taskBody<&Owner::handleTask>);
-  }
+  explicit Owner(Inputs inputs) : in(std::move(inputs)) {}
   const Inputs in;
-  std::optional<Vesk::MachineTask> task_;
+  Vesk::MachineTask task_{this, in.scheduler, 3, "task", Vesk::taskBody<&Owner::handleTask>};
   Vesk::MachineTimer timer_{this, in.scheduler, 3, "timer", Vesk::taskBody<&Owner::handleTask>};
   VESK_INSTANCE(Probe, single)
   VESK_INSTANCES(std::uint16_t, Probe, probe)
@@ -119,23 +114,6 @@ TEST_F(NotifyTest, eventsRunInsideTheWriteNestedAndReadThePresent) {
   EXPECT_EQ(stage.take(), (Names{"a", "a", "a", "a.other", "b.other", "a done", "b", "b done",  //
                                  "a done", "b", "b done", "a done", "b", "b done"}));
   EXPECT_EQ(seen, (std::vector<std::uint32_t>{3, 3, 3}));
-}
-
-TEST_F(NotifyTest, equalWritesPublishNothingAndEveryChangeOnce) {
-  int events = 0;
-  const Vesk::Observer counter(*row, [&](Ombra::FieldId) { ++events; });
-  const auto twin = Ombra::make<Row>();
-  const std::vector<std::function<void()>> writes = {
-      [&] { row->valueIs(4); },   [&] { row->refIs(twin); },    [&] { row->entryIs(1, 2); },
-      [&] { row->memberIs(3); },  [&] { row->entryIs(1, 0); },  [&] { row->entryDel(1); },
-      [&] { row->memberDel(3); }, [&] { row->refIs(nullptr); }, [&] { row->valueIs(0); },
-      [&] { row->entryIs(9, 0); }};
-  for (std::size_t i = 0; i < writes.size(); ++i) {
-    writes[i]();
-    EXPECT_EQ(events, static_cast<int>(i + 1)) << i;
-    writes[i]();
-    EXPECT_EQ(events, static_cast<int>(i + 1)) << "again " << i;
-  }
 }
 
 TEST_F(NotifyTest, orderIsThatOfSubscriptionUnlessShuffledAndObserversAreFirst) {
@@ -256,11 +234,11 @@ TEST_F(NotifyTest, silenceIsRecursiveImmediateAndCoversTasks) {
   owner->probeIs(1, inputs("nested"));
   makeProbes({"late"});
   stage.act["single"] = [&] { owner->hasNotificationActiveIs(false); };
-  owner->task_->scheduleTask();
+  owner->task_.scheduleTask();
   owner->timer_.scheduleTaskDelay(1);
   EXPECT_EQ(change(), (Names{"single", "single done", "late"}));
   stage.act.clear();
-  owner->task_->scheduleTask();
+  owner->task_.scheduleTask();
   EXPECT_EQ(change(), Names{"late"});
   scheduler.fireExpired(clock.now() + 10);
   EXPECT_FALSE(scheduler.runOne());
@@ -270,18 +248,6 @@ TEST_F(NotifyTest, silenceIsRecursiveImmediateAndCoversTasks) {
   EXPECT_EQ(change(), (Names{"late", "single", "nested"}));
   scheduler.fireExpired(clock.now() + 20);
   EXPECT_FALSE(scheduler.runOne()) << "what silence has dropped is not revived";
-  // A task may drop itself, and the owner along with it, in its own body.
-  stage.act["task"] = [&] { owner->task_.reset(); };
-  owner->task_->scheduleTask();
-  scheduler.runUntilIdle();
-  owner.reset();
-  EXPECT_EQ(stage.take(),
-            (Names{"task", "task done", "nested cleanup", "~nested", "single cleanup", "~single"}));
-  owner = Ombra::make<Owner>(Owner::Inputs{&stage, &scheduler});
-  stage.act["task"] = [&] { owner.reset(); };
-  owner->task_->scheduleTask();
-  scheduler.runUntilIdle();
-  EXPECT_EQ(stage.take(), (Names{"task", "task done"}));
   Vesk::System::clockIs(nullptr);
 }
 

@@ -1,4 +1,4 @@
-// The state database: profiles and their errors, what mounting makes, and what outlives an agent.
+// The state database: profiles and their errors, and what mounting makes.
 
 #include <fstream>
 #include <string>
@@ -10,7 +10,6 @@
 #include "runtime/values/Addresses.h"
 #include "tests/ErrorOf.h"
 #include "tests/TemporaryDirectory.h"
-#include "tests/runtime/Observer.h"
 
 namespace statetest {
 
@@ -18,23 +17,11 @@ class Status : public Vesk::Entity {
   VESK_LOCAL_RECORD(statetest::Status)
   VESK_VALUE(std::string, name)
   VESK_VALUE(Pavlin::AddressFamily, af)
-  VESK_VALUE(std::uint32_t, value)
 };
 class Plain : public Vesk::Entity {
   VESK_LOCAL_RECORD(statetest::Plain)
   VESK_VALUE(std::uint32_t, value)
 };
-class WatchSm : public Vesk::Machine {
-  VESK_LOCAL_RECORD(statetest::WatchSm)
-  explicit WatchSm(Ombra::Ptr<Status const> s) : status(std::move(s)) {}
-  const Ombra::Ptr<Status const> status;
-  int heard = 0;
-
- private:
-  void handleValue() { ++heard; }
-  Vesk::Watch value_ = watch<&WatchSm::handleValue>(status, Status::valueAttr);
-};
-
 struct MountCount final : Halden::Mounter {
   void haldenMountsDone(Halden::MountStatus s) override { status = s, ++calls; }
   Halden::MountStatus status{};
@@ -73,12 +60,7 @@ TEST_F(StateTest, aBadProfileIsRefusedWithFileLineKeyAndValue) {
       {head + "  - {path: test/a, type: \"statetest::Plain\", access: maybe}\n",
        "3: path 'test/a': access 'maybe' is neither read nor write"},
       {head + "  - {path: test/a, kind: x}\n", "3: unknown key 'kind' of a mount"},
-      {head + "  - {path: [a], type: x}\n", "3: 'path' must be a text"},
-      {head + "  - {type: \"statetest::Plain\"}\n", "3: a mount has no path"},
-      {head + "  - test/a\n", "3: mount must be a mapping of path, type and access"},
       {"profile: P\nmounts: all\n", "2: 'mounts' must be a list"},
-      {"profile: P\nmount: []\n", "2: unknown key 'mount' of a mount profile"},
-      {"[a]: P\n", "1: a text is expected here"},
       {"profile: Q\n", " profile is named 'Q', not 'P'"},
       {"- P\n", " not a mount profile"}};
   for (const auto& [text, error] : cases)
@@ -115,24 +97,6 @@ TEST_F(StateTest, mountsMakeWhatIsMissingAndShowNothingElse) {
       << "not a directory";
   EXPECT_EQ(database.create("test/new/x", "No::Such"), nullptr);
   EXPECT_EQ(database.find("test/new"), nullptr) << "nothing half made";
-}
-
-TEST_F(StateTest, contentsOutliveAnAgentAndItsSubscriptionsDoNot) {
-  const auto status =
-      boost::dynamic_pointer_cast<Status>(database.create("test/status", "statetest::Status"));
-  const auto dead = Ombra::make<WatchSm>(status);
-  int observed = 0;
-  const Vesk::Observer observer(*status, [&](Ombra::FieldId) { ++observed; });
-  const auto deader = Ombra::make<WatchSm>(status);
-  status->valueIs(1);
-  database.dropSubscribers();
-  const auto alive = Ombra::make<WatchSm>(status);
-  status->valueIs(2);
-  EXPECT_EQ(dead->heard, 1);
-  EXPECT_EQ(deader->heard, 1);
-  EXPECT_EQ(alive->heard, 1);
-  EXPECT_EQ(observed, 2);
-  EXPECT_EQ(database.find("test/status"), status);
 }
 
 }  // namespace statetest

@@ -1,6 +1,6 @@
-// A writer of a shared table that dies after each single instruction, and readers of one that is
-// busy. Kills at random instants are in tests/fault.
-#include <algorithm>
+// A writer of a shared table that dies after each single instruction, and readers that it changes
+// the table for between any two. Kills at random instants, and rows of several kilobytes, are in
+// tests/fault.
 #include <array>
 #include <atomic>
 #include <filesystem>
@@ -13,7 +13,6 @@
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -175,54 +174,6 @@ TEST_F(TableFileCrashTest, ChangesBetweenAnyTwoInstructionsHideNoRow) {
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   munmap(shared, sizeof(Moves));
-}
-
-// Two rows of several kilobytes that change all the time: most copies of them meet a change.
-TEST_F(TableFileCrashTest, ReadersNeverSeeHalfARowThatIsHammeredOn) {
-  constexpr uint32_t kWords = 1000;
-  const TableShape shape{8, kWords * 4, 2, 1};
-  using Words = std::array<uint32_t, kWords>;
-  const auto put = [](TableWriter& writer, uint64_t key, uint32_t version) {
-    Words words;
-    words.fill(version);
-    writer.put(&key, words.data());
-  };
-  for (uint64_t key = 0; key < 2; ++key)
-    put(*TableWriter::open(path_, shape), key, 0);
-  const pid_t child = forkChild([&] {
-    const auto writer = TableWriter::open(path_, shape);
-    for (uint32_t version = 1;; ++version)
-      put(*writer, version % 2, version);
-  });
-  const auto reader = TableReader::open(path_, shape);
-  int torn = 0;
-  int changes = 0;
-  std::array<uint32_t, 2> seen{};
-  const auto look = [&](uint64_t key, const void* value) {
-    Words words;
-    std::memcpy(words.data(), value, sizeof words);
-    torn +=
-        std::any_of(words.begin(), words.end(), [&](uint32_t word) { return word != words[0]; });
-    changes += words[0] != std::exchange(seen[key], words[0]);
-  };
-  // Where both share a processor, a change is seen only once in a while.
-  for (uint64_t round = 0; (round < 20'000 || changes < 200) && torn == 0; ++round) {
-    const uint64_t key = round % 2;
-    reader->forEach([&](uint32_t, const std::byte* row, const std::byte* value, bool corrupt) {
-      uint64_t of = 0;
-      std::memcpy(&of, row, sizeof of);
-      torn += corrupt;
-      look(of & 1, value);
-    });
-    Words words{};
-    const RowState state = reader->find(&key, words.data());
-    if (state == RowState::busy) continue;
-    torn += state != RowState::live;
-    look(key, words.data());
-  }
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
-  EXPECT_EQ(torn, 0);
 }
 
 }  // namespace
