@@ -166,9 +166,10 @@ TEST_P(EncapHistory, RowsAtRestAreThoseTheInputsWant) {
   }
   std::printf("%zu rows and %zu routes compared\n", rowsCompared, routesCompared);
   // A few of them may have few routes by chance.
-  if (histories >= 200)
+  if (histories >= 200) {
     EXPECT_GT(std::min(rowsCompared, 10 * routesCompared), 10 * histories)
         << "the histories disturb so much that nothing is left to compare";
+  }
 }
 
 }  // namespace
