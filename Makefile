@@ -13,8 +13,8 @@ build: setup
 	@scripts/build $(PRESET)
 
 demo: setup
-	@scripts/build release corvane
-	@build/release/corvane play scenarios/fabric.yaml
+	@scripts/build demo corvane
+	@build/demo/corvane play scenarios/fabric.yaml
 
 test: setup
 	@scripts/build $(PRESET)
