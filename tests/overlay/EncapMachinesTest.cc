@@ -143,29 +143,12 @@ class EncapMachinesTest : public testing::TestWithParam<Turns> {
     return groups->vlanToMulticastGroupIs({VlanId(vlan), overlay(group)});
   }
 
-  Texts groupTexts() {
-    Texts texts;
-    for (const auto& [key, row] : groups->vlanToMulticastGroupIterator())
-      for (const auto& member : row->multicastGroupIterator())
-        texts.push_back(Vesk::textOf(key) + "=" + member.underlayGroup.stringValue() + "," +
-                        Vesk::textOf(member.tunnelType));
-    std::sort(texts.begin(), texts.end());
-    return texts;
-  }
   /// The underlay group in force, or "-".
   std::string inForce(const std::string& group, unsigned vlan = 10) {
     const auto row = forwarding->vlanStatus(VlanId(vlan));
     const OverlayRoute key = OverlayRoute::wcRoute(overlay(group));
     if (!row || !row->overlayToUnderlayHas(key)) return "-";
     return row->overlayToUnderlay(key).underlayRoute.underlayGroup.stringValue();
-  }
-  Texts tableTexts(const Ombra::Ptr<VlanGroupTable>& table) {
-    Texts texts;
-    for (const auto& [vlan, row] : table->vlanIterator())
-      for (const auto& group : row->groupIterator())
-        texts.push_back(Vesk::textOf(vlan) + "," + group.stringValue());
-    std::sort(texts.begin(), texts.end());
-    return texts;
   }
 
   Vesk::ManualClock clock{1000};
