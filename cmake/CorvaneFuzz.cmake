@@ -22,6 +22,9 @@ list(FILTER fuzz_sources EXCLUDE REGEX "/Trace\\.cc$")
 foreach(name Address Content ExplainStep Scenario YamlFile)
   list(APPEND fuzz_sources "${PROJECT_SOURCE_DIR}/host/play/${name}.cc")
 endforeach()
+# The agent's own list of mounts needs the agent.
+list(APPEND fuzz_sources
+    "${PROJECT_SOURCE_DIR}/agent/MountLookup.cc" "${PROJECT_SOURCE_DIR}/tests/fuzz/Mounts.cc")
 add_library(corvane_fuzz_objects OBJECT EXCLUDE_FROM_ALL ${fuzz_sources})
 target_link_libraries(corvane_fuzz_objects PUBLIC corvane_common)
 target_compile_options(corvane_fuzz_objects PUBLIC ${fuzz_flags})
