@@ -18,6 +18,13 @@ Dispatch* innermost = nullptr;
 std::uint64_t joins = 0;
 std::mt19937_64* shuffle = nullptr;
 
+/// Apart, so that a machine that nobody holds does not pay for it.
+[[gnu::noinline]] void callHeld(Machine* owner, Listener::Call call, Listener& listener,
+                                Ombra::FieldId field, const void* key) {
+  const HeldMachine alive(owner);
+  call(listener, field, key);
+}
+
 }  // namespace
 
 void Listener::attach(const Entity* entity) {
@@ -45,9 +52,12 @@ void Publisher::dispatch(Ombra::FieldId field, const void* key) {
     Listener* next = listener->next_ == head_ ? nullptr : listener->next_;
     if (listener->joined_ <= present && listener->hears(field)) {
       self.next = next;
-      {
-        const HeldMachine alive(listener->owner_);
+      Machine* const owner = listener->owner_;
+      if (owner == nullptr || owner->holder() == nullptr) [[likely]] {
+        const Ombra::Ptr<Machine> alive(owner);
         listener->call_(*listener, field, key);
+      } else {
+        callHeld(owner, listener->call_, *listener, field, key);
       }
       if (self.moved) [[unlikely]] {
         self.moved = false;
