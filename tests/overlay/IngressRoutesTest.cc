@@ -131,9 +131,6 @@ class IngressRoutesTest : public testing::Test {
     row->lastActivityTimeIs(clock.now());
     return row;
   }
-  void routeGoes(const std::string& source, const std::string& group) {
-    fib->vrfStatus(red)->routeDel(routeKey(source, group));
-  }
   void neighbourIs(const std::string& source, const std::string& intf,
                    const Pavlin::EthAddr& ethAddr = mac) {
     arp->arpEntryIs({arpKey(source, intf), ethAddr, IntfId(intf)});
@@ -305,51 +302,6 @@ TEST_F(IngressRoutesTest, noStreamOfEventsOfOneVrfKeepsAnotherWaiting) {
     stop(local);
   }
   scheduler.yieldPolicyIs(&oneItem);
-}
-
-TEST_F(IngressRoutesTest, twoDomainsShareTheRequests) {
-  // Left by an earlier life: one that is wanted again, one that only the other domain wants, and
-  // one that nobody wants.
-  const IpGenAddr s = IpGenAddr::fromText(S), t = IpGenAddr::fromText(T);
-  local.mapping->multipleUnderlayGroupsDelayedVrfDelAll();
-  local.mapping->multipleUnderlayGroupsDelayedVrfIs(blue);
-  vti->vrfToSBDVlanIs(blue, VlanId(101));
-  route(S, G, "Vlan10");
-  route(S, H, "Vlan10");
-  route(T, G, "Vlan10", blue);
-  // The other domain has much to look at before it knows what it wants.
-  for (int i = 0; i < 40; ++i)
-    route("0.0.0.0", "239.3.0." + std::to_string(i), "Vlan10");
-  for (const auto& entry : {Arp::ProactiveArp::Entry{s, IntfId("Vlan10")},
-                            Arp::ProactiveArp::Entry{t, IntfId("Vlan10")},
-                            Arp::ProactiveArp::Entry{t, IntfId("Vlan20")}})
-    requests->requestIs({entry});
-  Changes writes(requests);
-  start(local);
-  start(remote);
-  run();
-  EXPECT_EQ(asked(), Texts({"10.1.1.1,Vlan10", "10.1.1.2,Vlan10"}));
-  EXPECT_EQ(writes.count, 1);
-
-  local.mapping->multipleUnderlayGroupsDelayedVrfIs(red);  // both want the same now
-  run();
-  routeGoes(S, G);
-  EXPECT_EQ(asked().size(), 2U);
-  remote.mapping->multipleUnderlayGroupsDelayedVrfDel(red);
-  rest(remote);
-  EXPECT_EQ(asked().size(), 2U);
-  EXPECT_EQ(remote.ingress->arpEntryVrfCollCount(), 0U);
-  remote.mapping->multipleUnderlayGroupsDelayedVrfIs(red);
-  run();
-  stop(remote);
-  EXPECT_EQ(asked().size(), 2U);
-  EXPECT_EQ(remote.status->vrfStatusCount(), 0U);
-  routeGoes(S, H);
-  EXPECT_EQ(asked(), Texts({"10.1.1.2,Vlan10"}));
-  rest(local);
-  EXPECT_EQ(writes.count, 2);
-  stop(local);
-  EXPECT_EQ(asked().size() + use->usersCount() + use->starting(), 0U);
 }
 
 }  // namespace
