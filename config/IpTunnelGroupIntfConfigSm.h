@@ -6,7 +6,7 @@
 // Caveat: its end empties the mapping status.
 #pragma once
 
-#include "config/IntfVrfIndex.h"
+#include "platform/IntfVrfIndex.h"
 #include "platform/MulticastIntfsAppRoot.h"
 #include "records/Bridging.h"
 #include "records/IpTunnelMappingStatus.h"

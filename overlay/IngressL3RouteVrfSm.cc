@@ -1,5 +1,5 @@
 #include "overlay/IngressL3RouteSm.h"
-#include "overlay/VlanOfIntf.h"
+#include "platform/VlanOfIntf.h"
 #include "runtime/Trace.h"
 
 namespace Routing::Multicast::Fib::PimIntf {

@@ -1,6 +1,6 @@
 #include "overlay/L3OverlayGroupSm.h"
 
-#include "overlay/VlanOfIntf.h"
+#include "platform/VlanOfIntf.h"
 #include "runtime/Trace.h"
 
 namespace Multicast::Vpn {

@@ -95,6 +95,7 @@ class KeyedMap {
     hashes_[at] = 0;
     --size_;
     ++version_;
+    if (size_ == 0 && bits_ > keptBits) release();
     return true;
   }
 
@@ -163,13 +164,16 @@ class KeyedMap {
 
  private:
   static constexpr std::uint32_t none = ~0U;
+  /// An emptied map keeps arrays of this size. Bigger ones go: to look for the first entry of a map
+  /// must not cost what the map once held.
+  static constexpr std::uint32_t keptBits = 6;
 
   static std::uint32_t hashOf(const K& key) {
     const auto hash = static_cast<std::uint32_t>(mixHash(hashValue(key)) >> 32);
     return hash == 0 ? 1 : hash;  // 0 marks an empty slot
   }
   [[nodiscard]] std::uint32_t home(std::uint32_t hash) const { return hash >> (32 - bits_); }
-  [[nodiscard]] std::uint32_t limit() const { return bits_ == 0 ? 0 : (1U << bits_) / 4 * 3; }
+  [[nodiscard]] std::uint32_t limit() const { return bits_ < 2 ? bits_ : (1U << bits_) / 4 * 3; }
 
   [[nodiscard]] std::uint32_t lowerBound(std::uint32_t hash, const K& key) const {
     std::uint32_t i = home(hash);
@@ -192,7 +196,7 @@ class KeyedMap {
 
   /// Bigger arrays, in the same order; more than twice as big only if many hashes fall together.
   void grow() {
-    std::uint32_t bits = bits_ == 0 ? 2 : bits_ + 1;
+    std::uint32_t bits = bits_ + 1;
     while (!fits(bits))
       ++bits;
     const std::uint32_t total = totalOf(bits);
@@ -221,8 +225,18 @@ class KeyedMap {
     return next < totalOf(bits);
   }
 
-  /// The tail takes what runs over the last bucket.
-  static std::uint32_t totalOf(std::uint32_t bits) { return (1U << bits) + 4 + 2 * bits; }
+  /// The tail takes what runs over the last bucket. Most sets hold one entry or a few: theirs is no
+  /// longer than the worst case needs.
+  static std::uint32_t totalOf(std::uint32_t bits) {
+    if (bits <= 2) return (1U << bits) + 2 * (bits - 1);
+    return (1U << bits) + 4 + 2 * bits;
+  }
+
+  void release() {
+    destroy(hashes_.get(), std::exchange(slots_, nullptr), std::exchange(total_, 0));
+    hashes_.reset();
+    bits_ = 0;
+  }
 
   static Slot* allocate(std::uint32_t total) {
     return static_cast<Slot*>(

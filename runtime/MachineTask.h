@@ -36,6 +36,30 @@ class OwnedTask final : public Base, public Part {
 using MachineTask = OwnedTask<Sylva::Task>;
 using MachineTimer = OwnedTask<Sylva::TimerTask>;
 
+/// A judgement that must not be passed on a state that is on its way: runs a member function of the
+/// machine that holds it when the outermost write in progress is through.
+class MachineAfterwards final : public Afterwards, public Part {
+ public:
+  using Body = void (*)(Machine&);
+  MachineAfterwards(Machine* owner, Body body) : Part(owner), owner_(owner), body_(body) {}
+  void ask() {
+    if (owner_->hasNotificationActive()) Afterwards::ask();
+  }
+
+ private:
+  void run() override {
+    Machine& owner = *owner_;
+    const HeldMachine alive(&owner);
+    body_(owner);
+  }
+  void activeIs(bool active) override {
+    if (!active) forget();
+  }
+
+  Machine* owner_;
+  Body body_;
+};
+
 /// The body argument of an owned task: `taskBody<&Sm::handleTimerExpiry>`.
 template <auto Handler>
 void taskBody(Machine& machine) {

@@ -1,6 +1,7 @@
 #include "runtime/Notify.h"
 
 #include <random>
+#include <utility>
 
 #include "runtime/Machine.h"
 
@@ -26,6 +27,28 @@ std::mt19937_64* shuffle = nullptr;
 }
 
 }  // namespace
+
+void Afterwards::ask() {
+  if (innermost == nullptr) return run();
+  if (std::exchange(waits_, true)) return;
+  next_ = std::exchange(first_, this);
+}
+
+void Afterwards::forget() {
+  if (!std::exchange(waits_, false)) return;
+  Afterwards** place = &first_;
+  while (*place != this)
+    place = &(*place)->next_;
+  *place = next_;
+}
+
+void Afterwards::runAll() {
+  while (innermost == nullptr && first_ != nullptr) {
+    Afterwards& waiting = *first_;
+    waiting.forget();
+    waiting.run();
+  }
+}
 
 void Listener::attach(const Entity* entity) {
   detach();

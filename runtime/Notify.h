@@ -21,6 +21,31 @@ class Entity;
 class Machine;
 class Publisher;
 
+/// Something that has to wait until the write in progress, and whatever its reactors have written
+/// in turn, is through. Waits in a list; gone with its owner.
+class Afterwards {
+ public:
+  Afterwards() = default;
+  Afterwards(const Afterwards&) = delete;
+  Afterwards& operator=(const Afterwards&) = delete;
+
+ protected:
+  virtual ~Afterwards() { forget(); }
+  virtual void run() = 0;
+  /// Runs when the outermost write is through, once however often it is asked for; at once if no
+  /// write is in progress.
+  void ask();
+  void forget();
+
+ private:
+  friend class Publisher;
+  static void runAll();
+
+  static inline Afterwards* first_ = nullptr;
+  Afterwards* next_ = nullptr;
+  bool waits_ = false;
+};
+
 /// One subscription, a member of whoever subscribes. Not copied, not moved; gone with its owner.
 class Listener {
  public:
@@ -69,7 +94,9 @@ class Publisher {
 
   [[nodiscard]] bool watched() const { return head_ != nullptr; }
   void publish(Ombra::FieldId field, const void* key) {
-    if (head_ != nullptr) dispatch(field, key);
+    if (head_ == nullptr) return;
+    dispatch(field, key);
+    if (Afterwards::first_ != nullptr) [[unlikely]] Afterwards::runAll();
   }
   /// Forgets the machines that listen, without a word to them: their process is gone. Observers
   /// stay.

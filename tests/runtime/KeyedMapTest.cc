@@ -180,4 +180,23 @@ TEST(KeyedMapTest, anIterationHoldsTheOwnerOfItsMap) {
   EXPECT_EQ(seen, 10);
 }
 
+TEST(KeyedMapTest, whatAnEmptiedMapHeldCostsNothingAndIteratorsOverItEnd) {
+  Vesk::KeyedMap<std::uint32_t, std::uint32_t> map;
+  for (int round = 0; round < 2; ++round) {
+    for (std::uint32_t k = 0; k < 5000; ++k)
+      map.insert(k, k);
+    auto cursor = map.begin();
+    const auto bookmark = cursor.key();
+    for (std::uint32_t k = 0; k < 5000; ++k)
+      EXPECT_TRUE(map.erase(k));
+    EXPECT_TRUE(cursor.stale());
+    EXPECT_TRUE(map.begin().atEnd() && map.from(bookmark).atEnd());
+    map.insert(7, 70);
+    EXPECT_EQ(*map.find(7), 70U);
+    cursor.advance();
+    EXPECT_TRUE(cursor.atEnd() || cursor.key() == 7);
+    EXPECT_TRUE(map.erase(7));
+  }
+}
+
 }  // namespace keyedmaptest

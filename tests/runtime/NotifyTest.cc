@@ -276,4 +276,37 @@ TEST_F(NotifyTest, anEventInTheConstructorReachesTheMachineAndLeavesItAlive) {
   EXPECT_EQ(sm->useCount(), 1U);
 }
 
+/// Judges the row when the write is through.
+class Judge : public Vesk::Machine {
+  VESK_LOCAL_RECORD(notifytest::Judge)
+  using Inputs = Probe::Inputs;
+  explicit Judge(Inputs inputs) : in(std::move(inputs)) {}
+  const Inputs in;
+  Vesk::MachineAfterwards judgement_{this, Vesk::taskBody<&Judge::judge>};
+  Vesk::Watch value_ = watch<&Judge::handleValue>(in.row, Row::valueAttr);
+
+ private:
+  void handleValue() {
+    judgement_.ask();
+    judgement_.ask();
+    in.stage->heard(in.name);
+  }
+  void judge() { in.stage->heard(in.name + " judges " + std::to_string(in.row->value())); }
+};
+
+TEST_F(NotifyTest, whatWaitsForTheOutermostWriteRunsOnceAfterItAndGoesWithItsMachine) {
+  const auto judge = Ombra::make<Judge>(inputs("j"));
+  probes["last"] = probe("last");
+  stage.act["last"] = [&] {
+    if (row->value() < 3) row->valueIs(row->value() + 1);
+  };
+  EXPECT_EQ(change(), (Names{"j", "last", "j", "last", "j", "last", "last done", "last done",
+                             "last done", "j judges 3"}));
+  judge->judgement_.ask();  // no write is in progress
+  EXPECT_EQ(stage.take(), (Names{"j judges 3"}));
+
+  stage.act["last"] = [&] { judge->hasNotificationActiveIs(false); };
+  EXPECT_EQ(change(), (Names{"j", "last", "last done"})) << "silenced while it waits";
+}
+
 }  // namespace notifytest

@@ -1,4 +1,4 @@
-#include "config/IntfVrfIndex.h"
+#include "platform/IntfVrfIndex.h"
 
 namespace Routing::Multicast {
 
