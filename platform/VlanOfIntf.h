@@ -15,6 +15,11 @@ namespace Multicast::Vpn {
   return vlan > Bridging::VlanId::max() ? Bridging::VlanIdOrNone() : Bridging::VlanIdOrNone(vlan);
 }
 
+/// True for the interface of a vlan that is no internal one; its number still has to be checked.
+[[nodiscard]] inline bool isVlanIntf(Pavlin::IntfId intf) {
+  return Pavlin::VlanIntfId::isVlanIntfId(intf) && !Pavlin::VlanIntfId::vlanId(intf).isInternal();
+}
+
 /// True for the interface of a vlan that cannot exist.
 [[nodiscard]] inline bool isOfNoVlan(Pavlin::IntfId intf) {
   return Pavlin::VlanIntfId::isVlanIntfId(intf) && vlanOfIntf(intf).isNone() &&
