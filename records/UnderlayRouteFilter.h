@@ -3,10 +3,13 @@
 // of vlan groups. A concrete filter that declares attributes of its own goes on counting where the
 // base ended:
 //   class SomeFilter : public UnderlayRouteFilterBase {
+//    public:
 //     using UnderlayRouteFilterBase::veskCount;
 //     using UnderlayRouteFilterBase::veskField;
 //     VESK_RECORD(...)
 #pragma once
+
+#include <string>
 
 #include "records/Keys.h"
 #include "records/ReferenceMap.h"
@@ -23,6 +26,8 @@ class UnderlayRouteFilterBase : public Vesk::Entity {
   void filterChangeInc(std::uint32_t n) { filterChangeIs(filterChange() + n); }
   /// True if the route takes part.
   [[nodiscard]] virtual bool filterUnderlayRoute(const UnderlayRouteContext& context) const = 0;
+  /// Why a route that takes no part does not, in words that an operator knows.
+  [[nodiscard]] virtual std::string whyNot(const UnderlayRouteContext& context) const = 0;
 };
 
 class UnderlayRouteFilterSet : public Vesk::Entity {

@@ -34,6 +34,15 @@ class OneToMany {
     const auto* values = map_.find(key);
     return values == nullptr ? std::nullopt : std::optional<Value>((*values)->begin().key());
   }
+  /// True as soon as the test holds for a member. The test must not change the index.
+  template <class Test>
+  [[nodiscard]] bool any(const Key& key, Test test) const {
+    const auto* values = map_.find(key);
+    if (values == nullptr) return false;
+    for (auto c = (*values)->begin(); !c.atEnd(); c.advance())
+      if (test(c.key())) return true;
+    return false;
+  }
   /// A copy, so that whatever follows from it may change the index.
   [[nodiscard]] std::vector<Value> of(const Key& key) const {
     std::vector<Value> members;
