@@ -49,6 +49,7 @@ ReceiverDomain MembershipJoinStatusColl::vlanActive(const Bridging::VlanId& vlan
       if (leakedGroup(vlan, group)) continue;
       if (auto t = traceHandle.at(9)) t << "  found entry in " << name;
       result |= maskOf(name);
+      break;  // the client's other groups say the same
     }
   }
   for (const auto& [name, status] : peerMembershipIterator()) {

@@ -1,0 +1,131 @@
+#include "egress/OverlayMembershipSm.h"
+
+#include "platform/Toggles.h"
+
+namespace Irb::Multicast::Egress {
+
+using Bridging::VlanId;
+using ::Multicast::Tunnel::McastTunnelIntfId;
+using Pavlin::IntfId;
+using Pavlin::IpGenAddr;
+using Routing::Multicast::OverlayAddr;
+
+using VlanSm = LocalMembershipChangeSm::VlanSm;
+using GroupSm = VlanSm::NestedSm_GroupMembership;
+using SourceSm = GroupSm::NestedSm_SourceMembership;
+
+// --- clients
+
+OverlayMembershipChangeSm::OverlayMembershipChangeSm(Inputs inputs) : in(std::move(inputs)) {
+  handleInitialized();
+}
+
+void OverlayMembershipChangeSm::handleInitialized() {
+  assertReduced(*in.tunnelVlanGroupStatus);
+  for (const auto& entry : in.joinStatusColl->localMembershipIterator())
+    handleLocalMembership(entry.key);
+  for (const auto& entry : in.joinStatusColl->peerMembershipIterator())
+    handlePeerMembership(entry.key);
+}
+
+void OverlayMembershipChangeSm::handleLocalMembership(std::string name) {
+  if (const auto old = localSm(name)) old->handleDel();
+  localSmDel(name);
+  if (const auto status = in.joinStatusColl->localMembership(name))
+    localSmIs(name, inputsOf(Mode::groupLevel, status));
+}
+
+void OverlayMembershipChangeSm::handlePeerMembership(std::string name) {
+  if (const auto old = peerSm(name)) old->handleDel();
+  peerSmDel(name);
+  if (const auto status = in.joinStatusColl->peerMembership(name))
+    peerSmIs(name, inputsOf(Mode::interfaceLevel, status));
+}
+
+Ombra::Ptr<ReviewHelper const> OverlayMembershipChangeSm::createReviewHelper(
+    const Gmp::MembershipJoinStatus& membershipJoinStatus) const {
+  return ReviewHelper::createReviewHelper(
+      in.local, in.remote, receiverDomain(App::ClientInstance(membershipJoinStatus.name())));
+}
+
+LocalMembershipChangeSm::Inputs OverlayMembershipChangeSm::inputsOf(
+    Mode mode, const Ombra::Ptr<Gmp::MembershipJoinStatus const>& status) const {
+  return {.mode = mode,
+          .membershipJoinStatus = status,
+          .mcastIrbStatus = in.mcastIrbStatus,
+          .reviewHelper = createReviewHelper(*status)};
+}
+
+// --- what a client feeds, from the vlan down
+
+void LocalMembershipChangeSm::handleDel() {
+  for (const auto& entry : vlanMembershipIterator())
+    entry.value->handleDel();
+}
+
+void VlanSm::handleVlan() {
+  if (in.parent->in.mode == Mode::interfaceLevel) return groups_.begin();
+  for (const auto& entry : in.row->groupIterator())
+    groupChanged(entry.key);
+}
+
+void VlanSm::handleDel() {
+  if (in.parent->in.mode == Mode::groupLevel) return handleVlan();
+  for (const auto& entry : groupMembershipIterator())
+    entry.value->handleDel();
+}
+
+void GroupSm::handleDel() {
+  for (const auto& entry : sourceMembershipIterator())
+    entry.value->handleDel();
+}
+
+namespace {
+
+/// Receivers behind the peer's tunnels are a gateway's business.
+bool isSeen(IntfId intf) {
+  return !McastTunnelIntfId::isMcastTunnelIntfId(intf) ||
+         ::Multicast::Vpn::toggleOismGatewayEnabled();
+}
+
+/// One of the interfaces counts.
+template <class Intfs>
+bool anySeen(const Intfs& intfs) {
+  for (const IntfId intf : intfs)
+    if (isSeen(intf)) return true;
+  return false;
+}
+
+}  // namespace
+
+void SourceSm::handleInterface(IntfId intf) {
+  if (isSeen(intf)) groupChanged();
+}
+
+void SourceSm::handleInterfaces() {
+  if (::Multicast::Vpn::toggleOismGatewayEnabled() || anySeen(in.row->firstIntfIterator()) ||
+      anySeen(in.row->secondIntfIterator()))
+    groupChanged();
+}
+
+void VlanSm::groupChanged(IpGenAddr group) {
+  const LocalMembershipChangeSm::Inputs& client = in.parent->in;
+  const VlanId vlan = in.row->vlanId();
+  const VlanToSbd sbd = client.mcastIrbStatus->vlanToSbd(vlan);
+  const VlanId target = sbd == VlanToSbd{} ? vlan : sbd.sbdVlan;
+  if (!group.isUnspecified()) {
+    client.reviewHelper->review({target, OverlayAddr(group)});
+    return;
+  }
+  client.reviewHelper->reviewVlan(vlan);
+  client.reviewHelper->reviewVlan(target);
+}
+
+}  // namespace Irb::Multicast::Egress
+
+VESK_REGISTER(Irb::Multicast::Egress::OverlayMembershipChangeSm)
+VESK_REGISTER(Irb::Multicast::Egress::LocalMembershipChangeSm)
+VESK_REGISTER(Irb::Multicast::Egress::LocalMembershipChangeSm::VlanSm)
+VESK_REGISTER(Irb::Multicast::Egress::LocalMembershipChangeSm::VlanSm::NestedSm_GroupMembership)
+VESK_REGISTER(Irb::Multicast::Egress::LocalMembershipChangeSm::VlanSm::NestedSm_GroupMembership::
+                  NestedSm_SourceMembership)
