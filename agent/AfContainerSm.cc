@@ -45,7 +45,9 @@ void AfContainerSm::handleInit() {
                   .mcastEnabledStatus = container.mcastEnabledStatus(),
                   .multicastAppDirRoot = container.multicastAppDirRoot(),
                   .mcastIntfSmRoot = container.mcastIntfSmRoot()});
+  makeSbdMachine();
   makeLeakMachines();
+  makeVpnInjectSm();
   if (snooping()) {
     addIpTunnelConfigStateMachines();
   } else {
@@ -56,6 +58,45 @@ void AfContainerSm::handleInit() {
     container.electedDfStatusDirIs();
     gatewayStatusIs(agent().gatewayESStatus());
   }
+}
+
+void AfContainerSm::makeSbdMachine() {
+  const AfContainer& container = *in.container;
+  const auto& mcastIrbStatus = in.container->mcastIrbStatus();
+  if (toggleOismMplsTunnelEnabled()) {
+    mcastIrbStatusSmIs({.igmpProxyStatus = container.mergedGmpProxyStatus(),
+                        .gmpProxyStatus = in.gmpProxyStatus,
+                        .vtiStatusDir = agent().vtiStatusDir(),
+                        .mcastIntfColl = container.mcastIntfSmRoot(),
+                        .mcastIrbStatus = mcastIrbStatus,
+                        .smControl = {}});
+  } else {
+    vxlanSmIs({.vtiStatusDir = agent().vtiStatusDir(),
+               .igmpProxyStatus = container.mergedGmpProxyStatus(),
+               .mcastIntfRoot = container.mcastIntfSmRoot(),
+               .mcastIrbStatus = mcastIrbStatus});
+  }
+}
+
+void AfContainerSm::makeVpnInjectSm() {
+  AfContainer& container = *in.container;
+  const auto local = container.domainContainer(Irb::Multicast::Domain::localDomain);
+  const auto remote = container.domainContainer(Irb::Multicast::Domain::remoteDomain);
+  vpnInjectSmIs({.af = af,
+                 .taskScheduler = Sylva::TaskSchedulerRoot::findOrCreateScheduler(),
+                 .membershipJoinStatusColl = container.membershipJoinStatusColl(),
+                 .tunnelVlanGroupStatus = local->decapVlanGroupStatus(),
+                 .tunnelStatusRemoteDomain = remote ? remote->decapVlanGroupStatus() : nullptr,
+                 .mcastIrbStatus = container.mcastIrbStatus(),
+                 .vtiStatusDir = agent().vtiStatusDir(),
+                 .mlagStatus = agent().mlagStatus(),
+                 .mlagState = agent().mlagState(),
+                 .mcastVrfLeakCtx = container.mcastVrfLeakCtx(),
+                 .gatewayStatus = agent().gatewayESStatus(),
+                 .filterSet = agent().underlayRouteFilterSet(),
+                 .underlayInjectDedupTable = agent().underlayInjectDedupTable(),
+                 .decapReadyStatus = local->decapReadyStatus(),
+                 .decapReadyStatusRemoteDomain = remote ? remote->decapReadyStatus() : nullptr});
 }
 
 void AfContainerSm::makeLeakMachines() {

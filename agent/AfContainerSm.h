@@ -1,8 +1,9 @@
 // The machines of one address family, and what switches them.
-// Owns: the domain machines and the family-wide machines. Reads: whether snooping is on for the
-// family, whether this switch has a gateway Ethernet segment, and which VRFs use several underlay
-// groups. Writes: the encap ready flags of a family without machines, the leak context. Runs on
-// each change of what it reads.
+// Owns: the domain machines and the family-wide machines, the decapsulating road among them. Reads:
+// whether snooping is on for the family, whether this switch has a gateway Ethernet segment, and
+// which VRFs use several underlay groups. Writes: the encap ready flags of a family without
+// machines, the leak context. Runs on each change of what it reads. Caveat: receivers are served
+// whether or not snooping is on; that gates the encapsulating side alone.
 #pragma once
 
 #include <vector>
@@ -10,10 +11,13 @@
 #include "agent/AfContainer.h"
 #include "agent/DomainContainerSm.h"
 #include "agent/OverlayMcastVrfSm.h"
+#include "egress/VpnInjectSm.h"
+#include "pipeline/McastIrbStatusSm.h"
 #include "platform/PrefixListConfigSm.h"
 #include "platform/VrfLeakHelperSm.h"
 #include "records/Bridging.h"
 #include "records/GmpProxyStatus.h"
+#include "vxlan/VxlanSm.h"
 
 namespace Multicast::Vpn {
 
@@ -45,16 +49,22 @@ class AfContainerSm final : public Vesk::Machine {
   VESK_INSTANCE(DomainContainerSm, localDomainCntrSm)
   VESK_INSTANCE(DomainContainerSm, remoteDomainCntrSm)
   VESK_INSTANCE(OverlayMcastVrfSm, overlayVrfSm)
+  /// One of the two writes the SBD vlans: the pipeline where MPLS may claim one as well.
+  VESK_INSTANCE(Irb::Multicast::VxlanSm, vxlanSm)
+  VESK_INSTANCE(Irb::Multicast::McastIrbStatusSm, mcastIrbStatusSm)
   VESK_REF(Routing::Policy::PolicyRoot, policyRoot)
   VESK_INSTANCE(Routing::RouteMap::PrefixListConfigSm, prefixListConfigSm)
   VESK_INSTANCE(Routing::RouteMap::PrefixListConfigSm, ipv6PrefixListConfigSm)
   VESK_INSTANCE(Routing::Multicast::VrfLeak::VrfLeakHelperSm, vrfLeakHelperSm)
+  VESK_INSTANCE(Irb::Multicast::Egress::VpnInjectSm, vpnInjectSm)
 
  private:
   using MappingStatus = IpTunnelMappingStatus;
 
   void handleInit();
+  void makeSbdMachine();
   void makeLeakMachines();
+  void makeVpnInjectSm();
   /// Stores a machine that a factory made.
   template <class Tag>
   void adopt(Tag, const Ombra::Ptr<typename Tag::Attr::Target>& machine) {

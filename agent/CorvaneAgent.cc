@@ -1,5 +1,6 @@
 #include "agent/CorvaneAgent.h"
 
+#include "platform/Toggles.h"
 #include "runtime/Trace.h"
 
 namespace Multicast::Vpn {
@@ -31,6 +32,7 @@ void Agent::doMountsComplete(Halden::MountStatus mountStatus,
   encapReadyStatusCollIs();
   underlayRouteFilterSetIs();
   mlagStateIs();
+  makeMlagFilter();
 
   for (const auto af : Pavlin::families)
     doMountsCompleteAf(af);
@@ -44,6 +46,37 @@ void Agent::doMountsComplete(Halden::MountStatus mountStatus,
       status->startReviewIs(true);
   }
   handleStandbyMode();
+}
+
+void Agent::makeMlagFilter() {
+  const auto filter = Ombra::make<Routing::Multicast::MlagUnderlayRouteFilter>(mlagState());
+  mlagUnderlayRouteChangeSmIs({.mlagState = mlagState(), .filter = filter});
+  underlayRouteFilterSet()->filterIs(filter);
+}
+
+void Agent::makeGatewayFilter() {
+  // One for the process's life: it stays in the set over a stop and a start.
+  if (gatewayUnderlayRouteChangeSm()) return;
+  const auto filter =
+      Ombra::make<Routing::Multicast::GatewayUnderlayRouteFilter>(gatewayESStatus());
+  gatewayUnderlayRouteChangeSmIs({.gatewayEsStatus = gatewayESStatus(), .filter = filter});
+  underlayRouteFilterSet()->filterIs(filter);
+}
+
+void Agent::makeMembershipTable() {
+  Sylva::TaskScheduler* const scheduler = Sylva::TaskSchedulerRoot::findOrCreateScheduler();
+  const auto gmpStatus = afContainer(Pavlin::ipv4())->underlayGmpStatus();
+  const auto gmpStatus6 = afContainer(Pavlin::ipv6())->underlayGmpStatus();
+  underlayInjectNotifieeIs({.gmpStatus = gmpStatus, .gmpStatus6 = gmpStatus6});
+  underlayInjectDedupTableIs({.notifiee = underlayInjectNotifiee()});
+  membershipReconcileSm4Is({.decapReadyStatusColl = decapReadyStatusColl(),
+                            .inputStatus = underlayInjectDedupTable(),
+                            .outputStatus = gmpStatus,
+                            .scheduler = scheduler});
+  membershipReconcileSm6Is({.decapReadyStatusColl = decapReadyStatusColl(),
+                            .inputStatus = underlayInjectDedupTable(),
+                            .outputStatus = gmpStatus6,
+                            .scheduler = scheduler});
 }
 
 void Agent::waitForStages() {
@@ -98,6 +131,13 @@ void Agent::startup() {
   doBriskelMount();
   for (const auto af : Pavlin::families)
     doBriskelMountAf(af);
+  if (toggleOismGatewayEnabled()) makeGatewayFilter();
+  makeMembershipTable();
+  mlagVxlanStateSmIs({.vtiStatusDir = vtiStatusDir(),
+                      .mlagStatus = mlagStatus(),
+                      .mlagProtoStatus = mlagProtoStatus(),
+                      .mlagVxlanStatus = mlagVxlanStatus(),
+                      .mlagVxlanState = mlagState()});
   afContainerSmIs(Pavlin::ipv4(), {.container = afContainer(Pavlin::ipv4()),
                                    .igmpSnoopingStatus = igmpSnoopingStatus(),
                                    .mldSnoopingStatus = nullptr,
@@ -110,12 +150,20 @@ void Agent::startup() {
                                    .evpnStatus = evpnStatus(),
                                    .gmpProxyStatus = gmpProxyStatus(),
                                    .encapReadyStatusColl = encapReadyStatusColl()});
+  if (holds(Corvane::Condition::gatewayOrMpls, standbyMode()))
+    gmpProxyStatusSmIs({.mvpnIntfStatus = mvpnIntfStatus(),
+                        .vtiStatusDir = vtiStatusDir(),
+                        .vrfIdStatus = vrfIdMapStatus(),
+                        .gmpProxyStatus = gmpProxyStatus(),
+                        .smControl = {}});
 }
 
 void Agent::shutdown() {
   if (auto t = trace.at(1)) t << "Initiating agent shutdown";
   for (const auto af : Pavlin::families)
     afContainerSmDel(af);
+  underlayInjectNotifieeDel();
+  underlayInjectDedupTableDel();
   for (const auto af : Pavlin::families)
     doBriskelUnmount(af);
   doBriskelUnmount();

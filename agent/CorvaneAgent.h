@@ -13,6 +13,11 @@
 #include "agent/CorvaneNsfSm.h"
 #include "agent/LauncherSm.h"
 #include "agent/MountCatalog.h"
+#include "egress/MembershipDedup.h"
+#include "egress/MembershipReconcileSm.h"
+#include "overlay/IpTunnelVlanGroupReduceGatewaySm.h"
+#include "overlay/IpTunnelVlanGroupReduceMlagSm.h"
+#include "pipeline/GmpProxyStatusSm.h"
 #include "platform/CAgent.h"
 #include "platform/StagesHelper.h"
 #include "records/AgentStatus.h"
@@ -28,6 +33,7 @@
 #include "records/TunnelGroupConfig.h"
 #include "records/UnderlayRouteFilter.h"
 #include "records/Vxlan.h"
+#include "vxlan/MlagVxlanStateSm.h"
 
 namespace Multicast::Vpn {
 
@@ -74,6 +80,14 @@ class Agent final : public Orlane::CAgent, public AgentControl {
   VESK_INSTANCE(EncapReadyStatusColl, encapReadyStatusColl)
   VESK_INSTANCE(Routing::Multicast::UnderlayRouteFilterSet, underlayRouteFilterSet)
   VESK_INSTANCE(Routing::Multicast::MlagVxlanState, mlagState)
+  VESK_INSTANCE(Routing::Multicast::MlagUnderlayRouteChangeSm, mlagUnderlayRouteChangeSm)
+  VESK_INSTANCE(Routing::Multicast::GatewayUnderlayRouteChangeSm, gatewayUnderlayRouteChangeSm)
+  VESK_INSTANCE(Irb::Multicast::Egress::MembershipDedupedLifetimeNotifiee, underlayInjectNotifiee)
+  VESK_INSTANCE(Routing::Gmp::MembershipDedupTable, underlayInjectDedupTable)
+  VESK_INSTANCE(Irb::Multicast::Egress::MembershipReconcileSm, membershipReconcileSm4)
+  VESK_INSTANCE(Irb::Multicast::Egress::MembershipReconcileSm, membershipReconcileSm6)
+  VESK_INSTANCE(Routing::Pim::MlagVxlanStateSm, mlagVxlanStateSm)
+  VESK_INSTANCE(Irb::Multicast::GmpProxyStatusSm, gmpProxyStatusSm)
   VESK_INSTANCE(Orlane::StagesHelper, ssoStagesHelper)
   VESK_INSTANCE(CorvaneNsfSm, corvaneNsfSm)
   VESK_INSTANCE(RedundancyStatusSm, redundancyStatusSm)
@@ -97,6 +111,9 @@ class Agent final : public Orlane::CAgent, public AgentControl {
   void doSkarelMount();
   void doMountsCompleteAf(Pavlin::AddressFamily af);
   void waitForStages();
+  void makeMlagFilter();
+  void makeGatewayFilter();
+  void makeMembershipTable();
   void doBriskelMountAf(Pavlin::AddressFamily af);
 
   // By the list of mounts; of one family, or of the agent as a whole.

@@ -1,6 +1,7 @@
-// Why an overlay group of a vlan travels as it does, or does not: a report of one chain of
-// decisions per domain. Owns: the report. Reads: the machines, through the modules that know one
-// road each (ExplainEncap). Writes nothing.
+// Why an overlay group of a vlan travels as it does, or does not: a report of two chains of
+// decisions per domain, of what is sent and of what is received. Owns: the report. Reads: the
+// machines, through the modules that know one road each (ExplainEncap, ExplainDecap). Writes
+// nothing.
 #pragma once
 
 #include <string>

@@ -162,6 +162,11 @@ void Publisher::dropMachines() {
   }
 }
 
+void Publisher::dropWrites() {
+  innermost = nullptr;
+  Afterwards::first_ = nullptr;  // the machines that wait are memory of the dead
+}
+
 void Publisher::shuffleSeedIs(std::uint64_t seed) {
   delete shuffle;
   shuffle = seed == 0 ? nullptr : new std::mt19937_64(seed);

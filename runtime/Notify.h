@@ -102,6 +102,10 @@ class Publisher {
   /// stay.
   void dropMachines();
 
+  /// The process whose writes are in progress is gone: nothing of them goes on, and what waited for
+  /// their end never comes.
+  static void dropWrites();
+
   /// Test mode: every new subscription takes a random place among the machines of its entity. 0
   /// switches it off.
   static void shuffleSeedIs(std::uint64_t seed);

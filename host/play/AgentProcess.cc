@@ -36,6 +36,7 @@ std::vector<Multicast::Vpn::Explanation> AgentProcess::explain(
 void AgentProcess::crash() {
   graveyard().push_back(std::move(root_));
   root_ = nullptr;
+  Vesk::Publisher::dropWrites();
   Halden::StateDatabase::instance().dropSubscribers();
   Sylva::TaskSchedulerRoot::findOrCreateScheduler()->reset();
   VeskSharedMem::EntityManager::forgetProcess();

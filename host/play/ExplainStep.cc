@@ -36,4 +36,17 @@ Shown shownExplanation(const Routing::Multicast::OverlayVlanGroup& group,
   return shown;
 }
 
+std::vector<Failure> unsaid(const Shown& answer, const std::vector<std::string>& says) {
+  std::size_t place = 0;
+  for (const std::string& words : says) {
+    const std::size_t found = answer.table.find(words, place);
+    if (found == std::string::npos)
+      return {{.address = answer.address,
+               .expected = fmt::format("it says '{}'", words),
+               .found = answer.table}};
+    place = found + words.size();
+  }
+  return {};
+}
+
 }  // namespace Host

@@ -19,4 +19,8 @@ namespace Host {
 [[nodiscard]] Shown shownExplanation(const Routing::Multicast::OverlayVlanGroup& group,
                                      const std::vector<Multicast::Vpn::Explanation>& chain);
 
+/// What is wrong if the answer does not say all of these in this order.
+[[nodiscard]] std::vector<Failure> unsaid(const Shown& answer,
+                                          const std::vector<std::string>& says);
+
 }  // namespace Host

@@ -79,7 +79,7 @@ std::vector<Failure> Player::run(const Step& step, std::vector<Shown>& shown) {
       return recorder_.takeCorruptions(step);
     case StepKind::explain:
       shown.push_back(shownExplanation(step.explained, world_.agent().explain(step.explained)));
-      break;
+      return unsaid(shown.back(), step.says);
     case StepKind::show:
       for (const Address& address : step.addresses)
         shown.push_back(show(world_, address, report_.style()));

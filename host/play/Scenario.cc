@@ -223,8 +223,27 @@ class ScenarioReader {
                           text));
   }
 
-  /// A vlan and a group, as a list of two.
+  /// A vlan and a group, as a list of two; or a mapping that also has the words of the answer.
   void explain(Step& step, const YAML::Node& value) {
+    if (!value.IsMap()) return explainGroup(step, value);
+    bool asks = false;
+    file_.forEachPair(value, "explain",
+                      [&](const std::string& key, const YAML::Node& at, const YAML::Node& what) {
+                        if (key == "group") {
+                          asks = true;
+                          explainGroup(step, what);
+                        } else if (key == "says") {
+                          file_.forEachItem(what, "says", [&](const YAML::Node& words) {
+                            step.says.push_back(file_.text(words, "says"));
+                          });
+                        } else {
+                          file_.fail(at, fmt::format("unknown key '{}' of explain", key));
+                        }
+                      });
+    if (!asks) file_.fail(value, "explain needs a group: [vlan, address]");
+  }
+
+  void explainGroup(Step& step, const YAML::Node& value) {
     std::string text;
     file_.forEachItem(value, "explain", [&](const YAML::Node& item) {
       text += (text.empty() ? "" : ",") + file_.text(item, "explain");

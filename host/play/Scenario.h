@@ -72,6 +72,7 @@ struct Step {
   std::vector<LogPattern> logs;
   std::vector<CorruptionPattern> corruptions;
   Routing::Multicast::OverlayVlanGroup explained;  ///< explain
+  std::vector<std::string> says;                   ///< explain: words of the answer, in this order
 };
 
 struct Scenario {
