@@ -126,30 +126,36 @@ void GmpProxyStatusSm::publish(const Lynthe::Stream<Claim>& claims) {
       .into(vrfToSbdVlan_, name, best)
       .into(sbdVlanToVrf_, best, name);
 
-  // The last claim has gone. Which name is to go is what the table says, and that is read before
-  // it is taken out of there.
+  // The last claim has gone. Which name goes is what the table says, and that is read before it is
+  // taken out of there. Where another VRF has claimed the same vlan the table may say that one's
+  // name; then the VRF's own goes as well, so that no row outlives its claims.
   struct Last {
-    VrfId vrfId;
-    VlanId sbdVlan;
+    Claim claim;
     std::optional<VrfName> vrf;
   };
-  const auto lastId = [](const Last& last) { return last.vrfId; };
-  const auto lastVlan = [](const Last& last) { return last.sbdVlan; };
-  const auto none = [](const Last&) { return std::nullopt; };
+  const auto lastId = [](const Last& last) { return last.claim.vrfId; };
+  const auto lastVlan = [](const Last& last) { return last.claim.sbdVlan; };
+  const auto none = [](const auto&) { return std::nullopt; };
   groups.filter("( !bestSbdVlan )", [](const Group& group) { return !group.first; })
       .emit([this](const Group& group) {
         const VlanId vlan = group.event.sbdVlan;
-        return Last{group.event.vrfId, vlan,
-                    in.gmpProxyStatus->sbdVlanToVrfHas(vlan)
-                        ? std::optional(in.gmpProxyStatus->sbdVlanToVrf(vlan))
-                        : std::nullopt};
+        const bool isNamed = in.gmpProxyStatus->sbdVlanToVrfHas(vlan);
+        return Last{group.event,
+                    isNamed ? std::optional(in.gmpProxyStatus->sbdVlanToVrf(vlan)) : std::nullopt};
       })
       .into(vrfIdToSbdVlan_, lastId, none)
       .into(sbdVlanToVrfId_, lastVlan, none)
       .into(sbdVlanToVrf_, lastVlan, none)
-      .filter("vrf", [](const Last& last) { return last.vrf.has_value(); })
+      .foreach ("[ vrf, vrfName ]",
+                [](const Last& last) {
+                  std::vector<VrfName> names;
+                  if (last.vrf) names.push_back(*last.vrf);
+                  if (last.claim.vrfName && last.claim.vrfName != last.vrf)
+                    names.push_back(*last.claim.vrfName);
+                  return names;
+                })
       .into(
-          vrfToSbdVlan_, [](const Last& last) { return *last.vrf; }, none);
+          vrfToSbdVlan_, [](const VrfName& vrf) { return vrf; }, none);
 }
 
 std::optional<VrfName> GmpProxyStatusSm::nameOf(VrfId vrfId) const {

@@ -76,6 +76,7 @@ class AgentWorld {
     static auto& dead = *new std::vector<Ombra::Ptr<Multicast::Vpn::Agent>>;
     dead.push_back(std::move(agent_));
     agent_ = nullptr;
+    Vesk::Publisher::dropWrites();
     Halden::StateDatabase::instance().dropSubscribers();
     scheduler().reset();
     VeskSharedMem::EntityManager::forgetProcess();
@@ -96,6 +97,16 @@ class AgentWorld {
     clearRows();
     Halden::StateDatabase::instance().root()->deleteAll();
     sharedInput<Irb::Multicast::GatewayEsStatus>()->esVlanStatusDelAll();
+    sharedInput<Irb::Multicast::GatewayEsStatus>()->underlayRouteStatusDelAll();
+    sharedInput<Routing::Multicast::MvpnIntfStatus>()->vrfIntfIdDelAll();
+    for (const auto af : Pavlin::families) {
+      using Irb::Multicast::IgmpProxyStatus;
+      using Irb::Multicast::Gmp::MembershipJoinStatus;
+      sharedInput<IgmpProxyStatus>(IgmpProxyStatus::mergedAfMountPath(af))->igmpProxyVlanDelAll();
+      for (const auto client : Irb::Multicast::Gmp::joinClients())
+        sharedInput<MembershipJoinStatus>(MembershipJoinStatus::mountPath(af, client))
+            ->vlanDelAll();
+    }
     sharedInput<Arp::Table::Status>()->arpEntryDelAll();
     sharedInput<Briskel::Bridging::Status>()->fdbEntryDelAll();
     sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameDelAll();
@@ -103,7 +114,7 @@ class AgentWorld {
         Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()))
         ->pegDrVlanDelAll();
   }
-  /// The agent goes, and its forwarding rows and requests with it.
+  /// The agent goes, and the rows of its tables with it.
   void clearRows() {
     agent_ = nullptr;
     scheduler().reset();
@@ -115,6 +126,16 @@ class AgentWorld {
           ->vlanStatusDelAll();
     }
     sharedInput<Arp::ProactiveArp::ClientConfig>()->requestDelAll();
+    for (const auto af : Pavlin::families) {
+      using Irb::Multicast::McastIrbStatus;
+      using GmpStatus = Routing::Gmp::Briskel::Status;
+      sharedInput<McastIrbStatus>(
+          McastIrbStatus::mountPath(af, Irb::Multicast::App::Client::client3))
+          ->vlanToSbdDelAll();
+      sharedInput<GmpStatus>(
+          GmpStatus::appMountPath(af, Routing::Gmp::Briskel::App::corvane, "default"))
+          ->membershipDelAll();
+    }
   }
 
  private:

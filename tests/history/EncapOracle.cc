@@ -52,25 +52,6 @@ Groups immediateGroups(const IpTunnelConfigEntry* entry) {
   return groups;
 }
 
-/// The VRF that a vlan is routed in: the first, in collection order, in which its interface is
-/// multicast enabled.
-std::optional<L3::VrfName> routedVrf(AddressFamily af, VlanId vlan) {
-  const auto svi = Pavlin::VlanIntfId::vlanIdToIntfId(vlan.value());
-  std::optional<L3::VrfName> first;
-  for (const auto& vrf : input<Routing::Multicast::Fib::VrfEnabledStatus>(af)->vrfIterator()) {
-    const auto root = inputDir(Routing::Multicast::MulticastIntfsForApplications::dirMountPath(af));
-    for (const auto& [name, app] : root->entryStateIterator()) {
-      const auto* dir = dynamic_cast<const Vesk::Dir*>(app.get());
-      const auto entity = dir == nullptr ? nullptr : dir->entityPtr(std::string(vrf.str()));
-      const auto* intfs =
-          dynamic_cast<const Routing::Multicast::MulticastIntfsForApplications*>(entity.get());
-      if (intfs == nullptr || !intfs->multicastIntfHas(svi)) continue;
-      if (!first || Vesk::KeyedMap<L3::VrfName, int>::before(vrf, *first)) first = vrf;
-    }
-  }
-  return first;
-}
-
 const IpTunnelConfigEntry* entryOf(const auto& row) {
   return row ? row->tunnelConfigEntry().get() : nullptr;
 }
@@ -157,6 +138,23 @@ VlanRow vlanRow(AddressFamily af, const IpTunnelGroupIntfConfig& config,
 }
 
 }  // namespace
+
+std::optional<L3::VrfName> routedVrf(AddressFamily af, VlanId vlan) {
+  const auto svi = Pavlin::VlanIntfId::vlanIdToIntfId(vlan.value());
+  std::optional<L3::VrfName> first;
+  for (const auto& vrf : input<Routing::Multicast::Fib::VrfEnabledStatus>(af)->vrfIterator()) {
+    const auto root = inputDir(Routing::Multicast::MulticastIntfsForApplications::dirMountPath(af));
+    for (const auto& [name, app] : root->entryStateIterator()) {
+      const auto* dir = dynamic_cast<const Vesk::Dir*>(app.get());
+      const auto entity = dir == nullptr ? nullptr : dir->entityPtr(std::string(vrf.str()));
+      const auto* intfs =
+          dynamic_cast<const Routing::Multicast::MulticastIntfsForApplications*>(entity.get());
+      if (intfs == nullptr || !intfs->multicastIntfHas(svi)) continue;
+      if (!first || Vesk::KeyedMap<L3::VrfName, int>::before(vrf, *first)) first = vrf;
+    }
+  }
+  return first;
+}
 
 bool domainRuns(const Domain& domain) {
   using McastCommon::AgentStatus;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 
 #include "records/Enums.h"
@@ -20,6 +21,9 @@ struct Domain {
   Irb::Multicast::Domain domain;
 };
 
+/// The VRF that a vlan is routed in: the first, in collection order, in which its interface is
+/// multicast enabled.
+[[nodiscard]] std::optional<L3::VrfName> routedVrf(Pavlin::AddressFamily af, Bridging::VlanId vlan);
 /// True if the machines of this domain run.
 [[nodiscard]] bool domainRuns(const Domain& domain);
 /// The rows that the present inputs want, while the domain runs.

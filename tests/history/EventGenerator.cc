@@ -61,6 +61,8 @@ void EventGenerator::baseline() {
 }
 
 void EventGenerator::newVti() {
+  for (const auto* vrf : vrfs)
+    takeMplsClaims(VrfName(vrf));
   const auto vti = input<Vxlan::VtiStatusDir>()->vtiStatusIs(vxlan1());
   if (mostly()) vti->operStatusIs(Vxlan::IntfOperStatus::up);
   if (mostly()) vti->localVtepAddrIs(parsed<Pavlin::IpAddr>("10.0.0.1"));
@@ -96,6 +98,12 @@ void EventGenerator::newIntfConfig(Irb::Multicast::Domain domain) {
     entry->defaultUnderlayGroupIs(UnderlayAddr(underlayGroup()));
     if (draw(2) == 0) entry->underlayGroupRangeIs(parsed<Pavlin::IpGenPrefix>("232.77.0.0/24"));
   }
+}
+
+void takeMplsClaims(const VrfName& vrf) {
+  const auto claims = sharedInput<Routing::Multicast::MvpnIntfStatus>();
+  for (const auto& [id, entry] : sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIterator())
+    if (entry.vrfName == vrf) claims->vrfIntfIdDel(id);
 }
 
 std::string EventGenerator::vlanEvent() {
@@ -139,6 +147,7 @@ std::string EventGenerator::vtiEvent() {
     case 3: {
       const auto sbd = pick<unsigned>({100, 100, 200, 200, 10, 20, 0});
       const VrfName vrf(vrfs[draw(vrfs.size())]);
+      takeMplsClaims(vrf);
       if (draw(4) == 0) {
         vti->vrfToSBDVlanDel(vrf);
         return std::string(vrf.str()) + " has no SBD vlan";

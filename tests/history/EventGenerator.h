@@ -10,6 +10,7 @@
 
 #include "records/Enums.h"
 #include "runtime/values/Addresses.h"
+#include "runtime/values/VrfName.h"
 
 namespace Routing::Multicast {
 class IpTunnelConfigEntry;
@@ -17,6 +18,9 @@ class IpTunnelGroupIntfConfig;
 }  // namespace Routing::Multicast
 
 namespace History {
+
+/// MPLS must not contradict what VXLAN claims: it claims nothing for the VRF any more.
+void takeMplsClaims(const L3::VrfName& vrf);
 
 class EventGenerator {
  public:

@@ -163,6 +163,7 @@ std::string RouteEvents::roleEvent() {
       const auto ids = sharedInput<Vrf::VrfIdMap::Status>();
       const VrfId id(static_cast<std::uint32_t>(1 + random_.draw(3)));
       const VrfName name = vrf();
+      sharedInput<Routing::Multicast::MvpnIntfStatus>()->vrfIntfIdDel(id);
       if (on) {
         ids->vrfIdToNameIs({id, name});
       } else {

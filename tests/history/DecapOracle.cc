@@ -1,0 +1,317 @@
+#include "tests/history/DecapOracle.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "platform/Toggles.h"
+#include "records/AgentStatus.h"
+#include "records/BriskelInputs.h"
+#include "records/GmpProxyStatus.h"
+#include "records/IpTunnelVlanGroupStatus.h"
+#include "records/McastIrbStatus.h"
+#include "records/MembershipJoin.h"
+#include "records/Mlag.h"
+#include "records/Policy.h"
+#include "records/UnderlayGmp.h"
+#include "records/VrfLeak.h"
+#include "records/Vxlan.h"
+#include "tests/history/Inputs.h"
+
+namespace History {
+namespace {
+
+using Bridging::VlanId;
+using Irb::Multicast::GmpProxyStatus;
+using Irb::Multicast::McastIrbStatus;
+using L3::VrfName;
+using Pavlin::AddressFamily;
+using Pavlin::IpGenAddr;
+using Routing::Multicast::UnderlayRoute;
+namespace Gmp = Irb::Multicast::Gmp;
+namespace App = Irb::Multicast::App;
+
+using GmpTable = Routing::Gmp::Briskel::Status;
+using VlanGroupStatus = Routing::Multicast::IpTunnelVlanGroupStatus;
+
+Ombra::Ptr<Vxlan::VtiStatus> vxlan1() {
+  return input<Vxlan::VtiStatusDir>()->vtiStatus(Pavlin::vxlan1IntfId());
+}
+Ombra::Ptr<Irb::Multicast::GatewayEsStatus> gateway() {
+  return sharedInput<Irb::Multicast::GatewayEsStatus>();
+}
+unsigned sbdOf(AddressFamily af, unsigned vlan) {
+  const auto status =
+      sharedInput<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
+  return status->vlanToSbdHas(VlanId(vlan)) ? status->vlanToSbd(VlanId(vlan)).sbdVlan.value()
+                                            : vlan;
+}
+
+// --- VRFs and SBD vlans
+
+std::vector<VlanId> claimsOf(Vrf::VrfIdMap::VrfId id, const VrfName& name) {
+  std::vector<VlanId> claims;
+  using Mvpn = Routing::Multicast::MvpnIntfStatus;
+  const auto intf = sharedInput<Mvpn>()->vrfIntfId(id).pmsiIntfId;
+  if (Pavlin::VlanIntfId::isVlanIntfId(intf))
+    claims.push_back(Pavlin::VlanIntfId::vlanId(intf).vlanId());
+  if (const auto vti = vxlan1())
+    if (const auto vlan = vti->vrfToSBDVlan(name); !vlan.isNone()) claims.push_back(vlan.vlanId());
+  std::sort(claims.begin(), claims.end());
+  return claims;
+}
+
+std::string proxyDifference() {
+  const auto published = input<GmpProxyStatus>();
+  std::map<VrfName, VlanId> best;
+  std::size_t ids = 0;
+  for (const auto& [id, entry] : sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIterator()) {
+    const auto claims = claimsOf(id, entry.vrfName);
+    if (claims.empty()) continue;
+    ++ids;
+    best.emplace(entry.vrfName, claims.front());
+    if (!published->vrfIdToSbdVlanHas(id) || published->vrfIdToSbdVlan(id) != claims.front())
+      return "vrfIdToSbdVlan of " + Vesk::textOf(id);
+  }
+  if (published->vrfIdToSbdVlanCount() != ids) return "vrfIdToSbdVlan has an unwanted row";
+  for (const auto& [vrf, vlan] : published->vrfToSbdVlanIterator())
+    if (const auto at = best.find(vrf); at == best.end() || at->second != vlan)
+      return "vrfToSbdVlan of " + std::string(vrf.str());
+  return {};
+}
+
+std::map<unsigned, unsigned> wantedVlanToSbd(AddressFamily af) {
+  using Irb::Multicast::IgmpProxyStatus;
+  std::map<unsigned, unsigned> wanted;
+  const bool mpls = Multicast::Vpn::toggleOismMplsTunnelEnabled();
+  const auto vti = vxlan1();
+  const bool up = vti && vti->operStatus() == Vxlan::IntfOperStatus::up;
+  const auto proxied = sharedInput<IgmpProxyStatus>(IgmpProxyStatus::mergedAfMountPath(af));
+  for (const VlanId& vlan : proxied->igmpProxyVlanIterator()) {
+    const auto vrf = routedVrf(af, vlan);
+    if (!vrf) continue;
+    const bool byVxlan =
+        up && !(mpls && vrf->str() == "default") && !vti->vrfToSBDVlan(*vrf).isNone();
+    unsigned sbd = byVxlan ? vti->vrfToSBDVlan(*vrf).value() : 0;
+    if (!byVxlan && mpls && input<GmpProxyStatus>()->vrfToSbdVlanHas(*vrf))
+      sbd = input<GmpProxyStatus>()->vrfToSbdVlan(*vrf).value();
+    if (sbd != 0 && sbd != vlan.value()) wanted[vlan.value()] = sbd;
+  }
+  return wanted;
+}
+
+// --- receivers
+
+/// Bits as the clients' numbers stand for them: 1 anywhere, 2 remote, 4 local, 8 both.
+unsigned maskOf(const std::string& client) {
+  constexpr unsigned masks[] = {1, 0, 1, 3, 1, 8, 0, 0, 8, 8, 8, 4, 4, 8};
+  return masks[std::stoul(client.substr(6))];
+}
+bool joins(unsigned mask, bool isLocal) {
+  return (mask & (isLocal ? 1U | 4U | 8U : 1U | 2U | 8U)) != 0;
+}
+
+/// What one family's clients have joined.
+class Receivers {
+ public:
+  explicit Receivers(AddressFamily af) : af_(af) {
+    for (const auto client : Gmp::joinClients()) {
+      if (Gmp::isGatewayClient(client) && !Multicast::Vpn::toggleOismGatewayEnabled()) continue;
+      clients_.emplace_back(
+          App::stringValue(client),
+          sharedInput<Gmp::MembershipJoinStatus>(Gmp::MembershipJoinStatus::mountPath(af, client)));
+    }
+  }
+
+  [[nodiscard]] unsigned ofGroup(unsigned vlan, const IpGenAddr& group) const {
+    return of(vlan, [&](const std::string& client, const Gmp::VlanMembershipJoin& joined) {
+      if (isPeer(client)) return peer(client, joined.group(group));
+      const bool all =
+          joined.groupHas(IpGenAddr(Pavlin::ipv4())) || joined.groupHas(IpGenAddr(Pavlin::ipv6()));
+      const bool one = joined.groupHas(group) && !leaks(vlan, group);
+      return all || one ? maskOf(client) : 0;
+    });
+  }
+  [[nodiscard]] unsigned ofAny(unsigned vlan) const {
+    return of(vlan, [&](const std::string& client, const Gmp::VlanMembershipJoin& joined) {
+      unsigned mask = 0;
+      for (const auto& [group, join] : joined.groupIterator())
+        mask |= isPeer(client) ? peer(client, join) : leaks(vlan, group) ? 0 : maskOf(client);
+      return mask;
+    });
+  }
+
+ private:
+  static bool isPeer(const std::string& client) { return client == "client3"; }
+  template <class Count>
+  unsigned of(unsigned vlan, Count count) const {
+    unsigned mask = 0;
+    for (const auto& [name, status] : clients_)
+      if (const auto joined = status->vlan(VlanId(vlan))) mask |= count(name, *joined);
+    return mask;
+  }
+  static unsigned peer(const std::string& client,
+                       const Ombra::Ptr<Gmp::GroupMembershipJoin const>& join) {
+    unsigned mask = 0;
+    const auto add = [&](const Pavlin::IntfId& intf) {
+      mask |= Multicast::Tunnel::McastTunnelIntfId::isMcastTunnelIntfId(intf) ? 2U | 4U : 1U;
+    };
+    if (!join) return 0;
+    for (const auto& [addr, source] : join->sourceIterator()) {
+      for (const auto& intf : source->firstIntfIterator())
+        add(intf);
+      for (const auto& intf : source->secondIntfIterator())
+        add(intf);
+    }
+    return mask & maskOf(client);
+  }
+  [[nodiscard]] bool leaks(unsigned vlan, const IpGenAddr& group) const {
+    const unsigned sbd = sbdOf(af_, vlan);
+    const auto vrf = input<Vxlan::EnabledStatus>()->sbdVlanToVrf(sbd);
+    if (sbd == vlan || vrf.empty()) return false;
+    const auto config = input<Routing::Multicast::VrfLeak::McastVrfLeakConfig>(af_)->vrfConfig(vrf);
+    if (!config) return false;
+    std::map<std::string, VrfName> lists;
+    for (const auto& [name, target] : config->leakPrefixListIterator())
+      lists.emplace(name, target);
+    for (const auto& [name, target] : lists) {
+      const auto list = input<Acl::AclListConfig>()->prefixList(name);
+      if (!list) continue;
+      for (const auto& prefix : list->prefixIterator())
+        if (prefix.ipGenAddr().af() == af_ && prefix.contains(group)) return !target.empty();
+    }
+    return false;
+  }
+
+  AddressFamily af_;
+  std::vector<std::pair<std::string, Ombra::Ptr<Gmp::MembershipJoinStatus>>> clients_;
+};
+
+// --- filters
+
+/// Which groups of a family this switch of an MLAG pair joins.
+bool mlagJoins(const IpGenAddr& group) {
+  const auto mlag = input<Mlag::Status>();
+  const bool primary = mlag->mlagState() == Mlag::MlagState::primary;
+  if (!primary && mlag->mlagState() != Mlag::MlagState::secondary) return true;
+  if (mlag->failover()) return true;
+  const auto proto = input<Mlag::ProtoStatus>();
+  if (proto->portsErrdisabled() && proto->mlagVersion() >= 11) return primary;
+  const auto vti = vxlan1();
+  if (!vti) return false;
+  const auto peers = input<Mlag::VxlanStatus>();
+  const auto byParity = [](const auto& local, const auto& peer, bool odd) {
+    return !local.isAny() && !peer.isAny() && local != peer && odd == !(local < peer);
+  };
+  if (group.af() == Pavlin::ipv4())
+    return byParity(vti->localVtepAddr(), peers->vtepTypeAddr(Vxlan::VtepType::vtepType1),
+                    (group.v4Addr().value() & 1U) != 0);
+  return byParity(vti->localVtepAddr6(), peers->vtepTypeAddr6(Vxlan::VtepType::vtepType1),
+                  (static_cast<unsigned>(group.v6Addr().bytes().back()) & 1U) != 0);
+}
+
+bool gatewayLets(VlanId vlan, const UnderlayRoute& route) {
+  if (!Multicast::Vpn::toggleOismGatewayEnabled()) return true;
+  switch (static_cast<int>(gateway()->esVlanStatus(vlan).state)) {
+    case 0:
+      return true;
+    case 1:
+      return gateway()->underlayRouteStatus(route);
+    default:
+      return false;
+  }
+}
+
+// --- memberships
+
+void addRow(MembershipRows& rows, unsigned vlan, const UnderlayRoute& route) {
+  rows.insert({route.underlaySource(), route.underlayGroup.genAddr(),
+               Pavlin::VlanIntfId::vlanIdToIntfId(VlanId(vlan))});
+}
+
+void addMemberships(MembershipRows& rows, AddressFamily af, bool isLocal) {
+  using namespace Routing::Multicast;
+  const auto status = inputAt<VlanGroupStatus>(
+      VlanGroupStatus::mountPath(af, isLocal ? irbDecapStatus() : irbRemoteDomainDecapStatus()));
+  const Receivers receivers(af);
+  std::map<unsigned, std::vector<unsigned>> members;
+  const auto bound =
+      sharedInput<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
+  for (const auto& [vlan, row] : bound->vlanToSbdIterator())
+    members[row.sbdVlan.value()].push_back(vlan.value());
+
+  for (const auto& [key, entry] : status->vlanToMulticastGroupIterator()) {
+    const unsigned target = sbdOf(af, key.vlan.value());
+    const IpGenAddr group = key.group.genAddr();
+    const auto active = [&](unsigned vlan) {
+      return group.isUnspecified() ? receivers.ofAny(vlan) : receivers.ofGroup(vlan, group);
+    };
+    unsigned mask = active(target);
+    for (const unsigned member : members[target])
+      mask |= active(member);
+    if (!joins(mask, isLocal)) continue;
+    for (const UnderlayRoute& route : entry->multicastGroupIterator())
+      if (mlagJoins(route.underlayGroup.genAddr()) && gatewayLets(key.vlan, route))
+        addRow(rows, target, route);
+  }
+  for (const auto& [vlan, flood] : status->vlanToFloodGroupIterator())
+    for (const UnderlayRoute& route : flood->floodGroupIterator())
+      if (mlagJoins(route.underlayGroup.genAddr())) addRow(rows, vlan.value(), route);
+}
+
+Ombra::Ptr<GmpTable> tableOf(AddressFamily af) {
+  return sharedInput<GmpTable>(
+      GmpTable::appMountPath(af, Routing::Gmp::Briskel::App::corvane, "default"));
+}
+
+}  // namespace
+
+bool decapRuns() {
+  using McastCommon::AgentStatus;
+  return (input<AgentStatus>(Pavlin::ipv4())->multicastRouting() ||
+          input<AgentStatus>(Pavlin::ipv6())->multicastRouting()) &&
+         input<Vxlan::VtiStatusDir>()->vtiStatusCount() != 0;
+}
+
+std::string sbdDifference() {
+  if (std::string fault = proxyDifference(); !fault.empty()) return fault;
+  for (const auto af : Pavlin::families) {
+    std::map<unsigned, unsigned> published;
+    const auto status =
+        sharedInput<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
+    for (const auto& [vlan, row] : status->vlanToSbdIterator())
+      published[vlan.value()] = row.sbdVlan.value();
+    const auto wanted = wantedVlanToSbd(af);
+    if (published == wanted) continue;
+    std::string text = "vlanToSbd of " + Vesk::textOf(af) + ":";
+    for (const auto& [vlan, sbd] : published)
+      text += " " + std::to_string(vlan) + "=" + std::to_string(sbd);
+    text += ", wanted:";
+    for (const auto& [vlan, sbd] : wanted)
+      text += " " + std::to_string(vlan) + "=" + std::to_string(sbd);
+    return text;
+  }
+  return {};
+}
+
+MembershipRows wantedMemberships() {
+  MembershipRows rows;
+  const bool isGateway =
+      Multicast::Vpn::toggleOismGatewayEnabled() && gateway()->esVlanStatusCount() != 0;
+  for (const auto af : Pavlin::families) {
+    addMemberships(rows, af, true);
+    if (isGateway) addMemberships(rows, af, false);
+  }
+  return rows;
+}
+
+MembershipRows publishedMemberships() {
+  MembershipRows rows;
+  for (const auto af : Pavlin::families)
+    for (const auto& [key, row] : tableOf(af)->membershipIterator())
+      if (key.group.af() == af && row.mode == 1) rows.insert(key);
+  return rows;
+}
+
+}  // namespace History

@@ -1,0 +1,50 @@
+// A history that begins on the standby supervisor: the stages of a switchover, one after the other.
+// What the agent may do follows from the stage; one that dies after it may write awaits no stage.
+#pragma once
+
+#include <string>
+
+#include "records/Redundancy.h"
+#include "records/Stage.h"
+#include "tests/history/Inputs.h"
+
+namespace History {
+
+class Switchover {
+ public:
+  /// One that is over, or never was.
+  Switchover() = default;
+  /// One that begins: until the first stage nothing runs.
+  [[nodiscard]] static Switchover fromTheStart() {
+    input<Redundancy::RedundancyStatus>()->modeIs(Redundancy::RedundancyMode::standby);
+    Switchover switchover;
+    switchover.stage_ = 0;
+    return switchover;
+  }
+  [[nodiscard]] bool isUnderWay() const { return stage_ < 3; }
+  [[nodiscard]] bool mayWrite() const { return stage_ >= 1; }
+  [[nodiscard]] bool mayReview() const { return stage_ >= 3; }
+  /// The next stage begins.
+  std::string next() {
+    const auto progress = input<Stage::ProgressDir>();
+    switch (++stage_) {
+      case 1:
+        input<Redundancy::RedundancyStatus>()->switchoverStageIs("McastWritable", true);
+        return "McastWritable";
+      case 2:
+        progress->stageIs("CorvaneEncapReconcile", true);
+        return "CorvaneEncapReconcile";
+      default:
+        progress->stageIs("CorvaneDecapReconcile", true);
+        return "CorvaneDecapReconcile";
+    }
+  }
+  void crashed() {
+    if (mayWrite()) *this = Switchover();
+  }
+
+ private:
+  int stage_ = 3;
+};
+
+}  // namespace History
