@@ -53,6 +53,7 @@ LocalMembershipChangeSm::Inputs OverlayMembershipChangeSm::inputsOf(
   return {.mode = mode,
           .membershipJoinStatus = status,
           .mcastIrbStatus = in.mcastIrbStatus,
+          .sbdToVlanStatus = in.sbdToVlanStatus,
           .reviewHelper = createReviewHelper(*status)};
 }
 
@@ -115,6 +116,9 @@ void VlanSm::groupChanged(IpGenAddr group) {
   const VlanId target = sbd == VlanToSbd{} ? vlan : sbd.sbdVlan;
   if (!group.isUnspecified()) {
     client.reviewHelper->review({target, OverlayAddr(group)});
+    // The SBD vlan of others, which is bound itself, counts its own receivers as well.
+    if (target != vlan && client.sbdToVlanStatus->sbdStatusHas(vlan))
+      client.reviewHelper->review({vlan, OverlayAddr(group)});
     return;
   }
   client.reviewHelper->reviewVlan(vlan);

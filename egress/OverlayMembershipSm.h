@@ -1,8 +1,9 @@
 // What the clients' joins change: each change of a join becomes an entry in the change sets.
 // Owns: a machine per client, in it one per vlan; of the MLAG peer's joins also one per group and
-// source. Reads: the joins, the SBD vlan of a vlan. Writes: change sets, through ReviewHelper.
-// Runs: in reactors only, one group at a time; a wildcard takes all vlan groups of its vlan.
-// Caveat: nothing is judged here. What leaves is reported by `handleDel`, while it is still known.
+// source. Reads: the joins, the SBD vlan of a vlan and back. Writes: change sets, through
+// ReviewHelper. Runs: in reactors only, one group at a time; a wildcard takes all vlan groups of
+// its vlan. Caveat: nothing is judged here. What leaves is reported by `handleDel`, while it is
+// still known.
 #pragma once
 
 #include <string>
@@ -19,6 +20,7 @@ class LocalMembershipChangeSm final : public Vesk::Machine {
     Mode mode;
     Ombra::Ptr<Gmp::MembershipJoinStatus const> membershipJoinStatus;
     Ombra::Ptr<McastIrbStatus const> mcastIrbStatus;
+    Ombra::Ptr<SbdToVlanStatus const> sbdToVlanStatus;
     Ombra::Ptr<ReviewHelper const> reviewHelper;
     bool operator==(const Inputs&) const = default;
   };
@@ -113,6 +115,7 @@ class OverlayMembershipChangeSm final : public Vesk::Machine {
   struct Inputs {
     Ombra::Ptr<MembershipJoinStatusColl const> joinStatusColl;
     Ombra::Ptr<McastIrbStatus const> mcastIrbStatus;
+    Ombra::Ptr<SbdToVlanStatus const> sbdToVlanStatus;
     Ombra::Ptr<Routing::Multicast::IpTunnelVlanGroupStatus const> tunnelVlanGroupStatus;
     ReviewTarget local;
     ReviewTarget remote;

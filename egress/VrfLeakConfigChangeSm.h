@@ -1,6 +1,6 @@
 // Groups that begin or cease to leak out of a VRF: its SBD vlan is judged again.
-// Owns: a nested machine per VRF. Reads: the version of each VRF's matcher, the SBD vlan of a VRF.
-// Writes: change sets, through ReviewHelper. Runs: in reactors only.
+// Owns: a nested machine per VRF. Reads: the version of each VRF's matcher, the SBD vlan of a VRF
+// and its members. Writes: change sets, through ReviewHelper. Runs: in reactors only.
 // Caveat: only the version counts; a matcher that comes or goes is no change, and a change of a VRF
 // without an SBD vlan is forgotten.
 #pragma once
@@ -17,6 +17,7 @@ class VrfLeakConfigChangeSm final : public Vesk::Machine {
 
   struct Inputs {
     Ombra::Ptr<McastVrfLeakCtx const> mcastVrfLeakCtx;
+    Ombra::Ptr<SbdToVlanStatus const> sbdToVlanStatus;
     Ombra::Ptr<Routing::Multicast::IpTunnelVlanGroupStatus const> tunnelVlanGroupStatus;
     Ombra::Ptr<ReviewHelper const> reviewHelper;
     bool operator==(const Inputs&) const = default;
