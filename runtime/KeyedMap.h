@@ -61,7 +61,7 @@ class KeyedMap {
     std::uint32_t gap = at;
     while (gap < total_ && hashes_[gap] != 0)
       ++gap;
-    if (gap == total_) {
+    if (gap == total_ || isCrowded(gap - home(hash))) {
       grow();
       insert(key, std::move(value));
       return;
@@ -192,6 +192,12 @@ class KeyedMap {
     for (std::uint32_t i = home(hash); i < total_ && hashes_[i] != 0 && hashes_[i] <= hash; ++i)
       if (hashes_[i] == hash && slots_[i].key == key) return i;
     return none;
+  }
+
+  /// Keys that come in the order of iteration, copied from a bigger map, all fall to the beginning
+  /// of a smaller one: arrays that are big early keep the way to their places short.
+  [[nodiscard]] bool isCrowded(std::uint32_t distance) const {
+    return distance > 64 && total_ / 16 < size_;
   }
 
   /// Bigger arrays, in the same order; more than twice as big only if many hashes fall together.
