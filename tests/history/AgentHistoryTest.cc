@@ -1,7 +1,7 @@
 // Random histories of both roads: whatever happens and in whatever order, at rest the routes that
 // enter here, their groups, the neighbours asked for, the forwarding rows, the SBD vlans and the
 // memberships are those that the present inputs want; after a restart too, and through the stages
-// of a switchover. CORVANE_HISTORIES (default 8000),
+// of a switchover. CORVANE_HISTORIES (default 4000),
 // CORVANE_HISTORY_EVENTS (80) and CORVANE_SEED set the run; a failure prints its seed.
 #include <cstdlib>
 
@@ -208,7 +208,7 @@ class AgentHistory : public testing::TestWithParam<std::uint64_t> {};
 INSTANTIATE_TEST_SUITE_P(Share, AgentHistory, testing::Range<std::uint64_t>(0, shares));
 
 TEST_P(AgentHistory, RowsAtRestAreThoseTheInputsWant) {
-  const std::uint64_t histories = setting("CORVANE_HISTORIES", 8000) / shares;
+  const std::uint64_t histories = setting("CORVANE_HISTORIES", 4000) / shares;
   const std::uint64_t first = setting("CORVANE_SEED", 1) + GetParam() * histories;
   const std::size_t events = setting("CORVANE_HISTORY_EVENTS", 80);
   std::printf("%lu histories of %zu events from seed %lu\n", histories, events, first);
