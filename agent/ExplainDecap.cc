@@ -62,6 +62,10 @@ class Chain {
   // --- through which vlan
 
   void tellVlan() {
+    if (const auto sbd = sm_.sbdToVlanStatus()->sbdStatus(key_.vlan))
+      return report_.given(fmt::format("{} is the SBD vlan of {} {}", vlanText(key_.vlan),
+                                       sbd->vlanIdCount(),
+                                       sbd->vlanIdCount() == 1 ? "vlan" : "vlans"));
     if (family_.mcastIrbStatusSm()) {
       tellVlanOfPipeline(*family_.mcastIrbStatusSm());
     } else if (family_.vxlanSm()) {

@@ -96,7 +96,8 @@ class Publisher {
   void publish(Ombra::FieldId field, const void* key) {
     if (head_ == nullptr) return;
     dispatch(field, key);
-    if (Afterwards::first_ != nullptr) [[unlikely]] Afterwards::runAll();
+    if (Afterwards::first_ != nullptr) [[unlikely]]
+      Afterwards::runAll();
   }
   /// Forgets the machines that listen, without a word to them: their process is gone. Observers
   /// stay.
