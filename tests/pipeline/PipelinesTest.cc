@@ -8,6 +8,7 @@
 
 #include "pipeline/GmpProxyStatusSm.h"
 #include "pipeline/McastIrbStatusSm.h"
+#include "vxlan/VxlanSm.h"
 
 namespace pipelinetest {
 
@@ -319,6 +320,34 @@ TEST_F(PipelinesTest, claimsThatContradictEachOtherEndTheProcessAtRestOnly) {
   EXPECT_DEATH(world.mvpn->vrfIntfIdIs({VrfId(7), World::svi(VlanId(20))}), "vrfName ");
   world.mvpn->vrfIntfIdIs({VrfId(7), Pavlin::VlanIntfId::vlanIdToIntfId(5000)});  // internal
   EXPECT_EQ(world.gmpProxySm->groupByAttr1Count(), 1U);
+}
+
+TEST_F(PipelinesTest, withoutMplsTheVxlanMachineWritesTheSameRowsWhileVxlan1IsUp) {
+  for (std::uint64_t seed = 1; seed <= 100; ++seed) {
+    World fresh;
+    Events events(fresh, seed);
+    Vesk::Publisher::shuffleSeedIs(seed);
+    fresh.vxlan1();
+    fresh.start();
+    const auto other = Ombra::make<McastIrbStatus>();
+    const auto vxlanSm = Ombra::make<VxlanSm>(VxlanSm::Inputs{.vtiStatusDir = fresh.vtis,
+                                                              .igmpProxyStatus = fresh.proxy,
+                                                              .mcastIntfRoot = fresh.intfs,
+                                                              .mcastIrbStatus = other});
+    for (int i = 0; i < 60; ++i) {
+      events.next();
+      for (unsigned id = 1; id <= 3; ++id)
+        fresh.mvpn->vrfIntfIdDel(VrfId(id));
+      const bool up = fresh.vxlan1()->operStatus() == Vxlan::IntfOperStatus::up;
+      std::map<unsigned, unsigned> rows;
+      for (const auto& [vlan, row] : other->vlanToSbdIterator())
+        rows[vlan.value()] = row.sbdVlan.value();
+      ASSERT_EQ(rows, up ? fresh.wantedVlans() : decltype(rows)()) << "seed " << seed;
+      if (up) {
+        ASSERT_EQ(fresh.difference(), "") << "seed " << seed;
+      }
+    }
+  }
 }
 
 }  // namespace pipelinetest
