@@ -211,7 +211,7 @@ class PipelinesTest : public testing::Test {
 };
 
 TEST_F(PipelinesTest, historiesAgreeWithADirectComputationAtOnceAndInSlices) {
-  for (std::uint64_t seed = 1; seed <= 400; ++seed) {
+  for (std::uint64_t seed = 1; seed <= 200; ++seed) {
     World fresh;
     Events events(fresh, seed);
     Sylva::ItemYield slices(1 + seed % 3);
