@@ -36,20 +36,25 @@ class Counter : public Vesk::Machine {
   Vesk::Watch row_ = watch<&Counter::handleRow>(in.status, McastIrbStatus::vlanToSbdAttr);
 };
 
+class Signal : public Vesk::Entity {
+  VESK_LOCAL_RECORD(pipelinetest::Signal)
+  VESK_VALUE(bool, go)
+};
+
 struct World;
 class Starter : public Vesk::Machine {
   VESK_LOCAL_RECORD(pipelinetest::Starter)
   struct Inputs {
     World* world;
+    Ombra::Ptr<Signal> signal;
     bool operator==(const Inputs&) const = default;
   };
-  explicit Starter(Inputs inputs) : in(inputs) {}
+  explicit Starter(Inputs inputs) : in(std::move(inputs)) {}
   const Inputs in;
-  VESK_VALUE(bool, go)
 
  private:
   void handleGo();
-  Vesk::Watch go_watch_ = watch<&Starter::handleGo>(Ombra::Ptr<Starter const>(this), goAttr);
+  Vesk::Watch go_ = watch<&Starter::handleGo>(in.signal, Signal::goAttr);
 };
 
 /// The inputs and outputs of both pipelines, and the pipelines over them.
@@ -86,8 +91,9 @@ struct World {
   }
   /// Both in the order of the agent, inside of one write as there.
   void start() {
-    const auto starter = Ombra::make<Starter>(Starter::Inputs{this});
-    starter->goIs(true);
+    const auto signal = Ombra::make<Signal>();
+    const auto starter = Ombra::make<Starter>(Starter::Inputs{this, signal});
+    signal->goIs(true);
   }
   void stop() {
     gmpProxySm = nullptr;
