@@ -25,6 +25,7 @@
 
 #include "pipeline/InputStateMachine.h"
 #include "pipeline/SmControl.h"
+#include "pipeline/Sources.h"
 #include "pipeline/Stream.h"
 #include "runtime/Record.h"
 
@@ -142,12 +143,6 @@ class Pipeline : public Vesk::Machine {
   std::vector<OutputBase*> outputs_;
   std::optional<ScanBit> idle_, ready_;
 };
-
-}  // namespace Lynthe
-
-#include "pipeline/Sources.h"
-
-namespace Lynthe {
 
 template <class Record, class Tag>
 auto Pipeline::from(std::string machineName, const Ombra::Ptr<Record>& input, Tag,

@@ -9,7 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "pipeline/Pipeline.h"
+#include "pipeline/InputStateMachine.h"
+#include "runtime/Record.h"
 
 namespace Lynthe::Gen {
 
