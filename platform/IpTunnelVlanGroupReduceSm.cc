@@ -129,7 +129,7 @@ void IpTunnelVlanGroupReduceSm::handleVlanToSbd(VlanId vlan) {
 }
 
 void IpTunnelVlanGroupReduceSm::filterAll() {
-  std::vector<std::pair<OverlayVlanGroup, UnderlayRoute>> refused;
+  bool refused = false;
   for (const auto& [key, source] : in.source->vlanToMulticastGroupIterator()) {
     const VlanId* const target = targetOf_.find(key.vlan);
     const auto reduced =
@@ -138,16 +138,13 @@ void IpTunnelVlanGroupReduceSm::filterAll() {
     for (const UnderlayRoute& route : source->multicastGroupIterator()) {
       if (takesPart(route, key.vlan)) {
         reduced->multicastGroupIs(route);
-      } else if (reduced->multicastGroupHas(route)) {
-        refused.emplace_back(OverlayVlanGroup{*target, key.group}, route);
+      } else {
+        refused = refused || reduced->multicastGroupHas(route);
       }
     }
   }
-  for (const auto& [target, route] : refused) {
-    const auto reduced = in.reduced->vlanToMulticastGroup(target);
-    if (!reduced || !reduced->multicastGroupHas(route)) continue;
-    if (!isOffered(target, route)) reduced->multicastGroupDel(route);
-  }
+  // Asks once for each route that stands, not once for each of the vlans that it is refused for.
+  if (refused) sweep();
 }
 
 void IpTunnelVlanGroupReduceSm::sweep() {

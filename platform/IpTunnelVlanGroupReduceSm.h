@@ -104,7 +104,7 @@ class IpTunnelVlanGroupReduceSm final : public Vesk::Machine {
   void add(const VlanToMulticastGroup& source, Bridging::VlanId target);
   /// Takes back from the target what `source` alone has offered.
   void remove(const VlanToMulticastGroup& source, Bridging::VlanId target);
-  /// Drops what no source entry wants, left by whoever wrote the status before.
+  /// Drops what no source entry wants: refused by now, or left by whoever wrote the status before.
   void sweep();
 
   /// Of the vlans that have source entries: where these were entered, and the other way round.
