@@ -7,8 +7,17 @@ using Bridging::VlanId;
 SbdToVlanSm::SbdToVlanSm(Inputs inputs) : in(std::move(inputs)) {
   for (const auto& [sbd, state] : in.sbdToVlanStatus->sbdStatusIterator())
     for (const VlanId& vlan : state->vlanIdIterator())
-      sbdOf_.insert(vlan, sbd);
+      if (presentSbd(vlan) == sbd) sbdOf_.insert(vlan, sbd);
   review();
+  sweep();
+}
+
+void SbdToVlanSm::sweep() {
+  for (const auto& [sbd, state] : in.sbdToVlanStatus->sbdStatusIterator()) {
+    for (const VlanId& vlan : state->vlanIdIterator())
+      if (presentSbd(vlan) != sbd) state->vlanIdDel(vlan);
+    if (state->vlanIdCount() == 0) in.sbdToVlanStatus->sbdStatusDel(sbd);
+  }
 }
 
 void SbdToVlanSm::review() {
@@ -18,20 +27,24 @@ void SbdToVlanSm::review() {
     handleVlanToSbd(vlan);
 }
 
-void SbdToVlanSm::handleVlanToSbd(VlanId vlan) {
+std::optional<VlanId> SbdToVlanSm::presentSbd(VlanId vlan) const {
   const VlanToSbd row = in.mcastIrbStatus->vlanToSbd(vlan);
-  const bool hasSbd = row != VlanToSbd{};
+  return row == VlanToSbd{} ? std::nullopt : std::optional(row.sbdVlan);
+}
+
+void SbdToVlanSm::handleVlanToSbd(VlanId vlan) {
+  const auto present = presentSbd(vlan);
   if (VlanId* const entered = sbdOf_.find(vlan)) {
     const VlanId last = *entered;
-    if (hasSbd && last == row.sbdVlan) return;
+    if (last == present) return;
     sbdOf_.erase(vlan);
     const auto state = in.sbdToVlanStatus->sbdStatus(last);
     state->vlanIdDel(vlan);
     if (state->vlanIdCount() == 0) in.sbdToVlanStatus->sbdStatusDel(last);
   }
-  if (!hasSbd) return;
-  sbdOf_.insert(vlan, row.sbdVlan);
-  in.sbdToVlanStatus->sbdStatusIs(row.sbdVlan)->vlanIdIs(vlan);
+  if (!present) return;
+  sbdOf_.insert(vlan, *present);
+  in.sbdToVlanStatus->sbdStatusIs(*present)->vlanIdIs(vlan);
 }
 
 }  // namespace Irb::Multicast
