@@ -21,45 +21,52 @@ bool hasWildcard(const Gmp::VlanMembershipJoin& membership) {
 
 }  // namespace
 
+// Each join of any client asks these two questions: the clients are visited in place.
+
 ReceiverDomain MembershipJoinStatusColl::groupActive(const Bridging::VlanId& vlan,
                                                      const Pavlin::IpGenAddr& group) const {
   ReceiverDomain result{};
-  for (const auto& [name, status] : localMembershipIterator()) {
-    const auto membership = status->vlan(vlan);
-    if (!membership) continue;
-    if ((membership->groupHas(group) && !leakedGroup(vlan, group)) || hasWildcard(*membership))
+  localMembership_.map().visitUntil([&](const std::string& name, const auto& status) {
+    const auto membership = std::as_const(*status).vlan(vlan);
+    if (membership &&
+        ((membership->groupHas(group) && !leakedGroup(vlan, group)) || hasWildcard(*membership)))
       result |= maskOf(name);
-  }
-  for (const auto& [name, status] : peerMembershipIterator()) {
-    const auto membership = status->vlan(vlan);
+    return false;
+  });
+  peerMembership_.map().visitUntil([&](const std::string& name, const auto& status) {
+    const auto membership = std::as_const(*status).vlan(vlan);
     const auto joined = membership ? membership->group(group) : nullptr;
-    if (!joined) continue;
-    result |= groupDomainHelper(*joined, maskOf(name));
-    if (result == maskOf(name)) return result;
-  }
+    if (!joined) return false;
+    const ReceiverDomain mask = maskOf(name);
+    result |= groupDomainHelper(*joined, mask);
+    return result == mask;
+  });
   return result;
 }
 
 ReceiverDomain MembershipJoinStatusColl::vlanActive(const Bridging::VlanId& vlan) const {
   ReceiverDomain result{};
-  for (const auto& [name, status] : localMembershipIterator()) {
-    const auto membership = status->vlan(vlan);
-    if (!membership) continue;
+  localMembership_.map().visitUntil([&](const std::string& name, const auto& status) {
+    const auto membership = std::as_const(*status).vlan(vlan);
+    if (!membership) return false;
     for (const auto& [group, join] : membership->groupIterator()) {
       if (leakedGroup(vlan, group)) continue;
       if (auto t = traceHandle.at(9)) t << "  found entry in " << name;
       result |= maskOf(name);
       break;  // the client's other groups say the same
     }
-  }
-  for (const auto& [name, status] : peerMembershipIterator()) {
-    const auto membership = status->vlan(vlan);
-    if (!membership) continue;
+    return false;
+  });
+  peerMembership_.map().visitUntil([&](const std::string& name, const auto& status) {
+    const auto membership = std::as_const(*status).vlan(vlan);
+    if (!membership) return false;
+    const ReceiverDomain mask = maskOf(name);
     for (const auto& [group, join] : membership->groupIterator()) {
-      result |= groupDomainHelper(*join, maskOf(name));
-      if (result == maskOf(name)) return result;
+      result |= groupDomainHelper(*join, mask);
+      if (result == mask) return true;
     }
-  }
+    return false;
+  });
   return result;
 }
 

@@ -99,6 +99,14 @@ class KeyedMap {
     return true;
   }
 
+  /// Visits the entries in place until `done(key, value)` is true. The map must not change
+  /// meanwhile.
+  template <class Done>
+  void visitUntil(Done done) const {
+    for (std::uint32_t i = 0; i < total_; ++i)
+      if (hashes_[i] != 0 && done(slots_[i].key, slots_[i].value)) return;
+  }
+
   /// A position in the map. It stays good over any change: if its own entry goes it is stale, and
   /// `advance` moves to the next live entry.
   class Cursor {
@@ -195,9 +203,10 @@ class KeyedMap {
   }
 
   /// Keys that come in the order of iteration, copied from a bigger map, all fall to the beginning
-  /// of a smaller one: arrays that are big early keep the way to their places short.
+  /// of a smaller one: arrays that are big early keep the way to their places short. By chance no
+  /// key comes so far from its home.
   [[nodiscard]] bool isCrowded(std::uint32_t distance) const {
-    return distance > 64 && total_ / 16 < size_;
+    return distance > 512 && total_ / 16 < size_;
   }
 
   /// Bigger arrays, in the same order; more than twice as big only if many hashes fall together.
