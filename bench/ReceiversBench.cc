@@ -5,8 +5,8 @@
 // bench/agent_goals.py.
 #include <algorithm>
 #include <array>
-#include <ctime>
 #include <malloc.h>
+#include <vector>
 
 #include <absl/container/flat_hash_map.h>
 #include <absl/container/flat_hash_set.h>
@@ -144,6 +144,43 @@ void joinAndLeave(benchmark::State& state) {
 }
 BENCHMARK(joinAndLeave)->Apply(sizes)->Unit(benchmark::kMicrosecond);
 
+/// The same told apart: many leaves, each until its row has gone, then their joins.
+void joinsBesideLeaves(benchmark::State& state) {
+  History::AgentWorld world;
+  const Size size = sizeOf(state);
+  configure(size);
+  fillJoins(size);
+  world.begin(0);
+  world.settle();
+  const auto table = membershipTable();
+  const std::uint32_t rows = table->membershipCount();
+  const unsigned batch = std::min(5U, size.groups);
+  unsigned turn = 0;
+  double leaves = 0, comes = 0, events = 0;
+  const auto each = [&](auto change) {
+    for (unsigned sbd = 0; sbd < size.sbds; ++sbd)
+      for (unsigned i = 0; i < batch; ++i) {
+        const unsigned group = (turn + i * 7) % size.groups;
+        change(*joins(sbd, group)->vlan(memberOf(size, sbd, group % size.members)),
+               groupOf(sbd, group));
+        world.settle();
+      }
+  };
+  for (auto _ : state) {
+    leaves += Bench::seconds([&] { each([](auto& vlan, auto group) { vlan.groupDel(group); }); });
+    if (table->membershipCount() != rows - size.sbds * batch)
+      state.SkipWithError("the rows have not gone");
+    comes += Bench::seconds([&] { each([](auto& vlan, auto group) { vlan.groupIs(group); }); });
+    if (table->membershipCount() != rows) state.SkipWithError("the rows are not there");
+    events += size.sbds * batch;
+    ++turn;
+  }
+  state.counters["join us"] = comes / events * 1e6;
+  state.counters["leave us"] = leaves / events * 1e6;
+  world.reset();
+}
+BENCHMARK(joinsBesideLeaves)->Apply(sizes)->Unit(benchmark::kMillisecond);
+
 /// One more receiver of a group that every vlan of the SBD vlan has receivers of, and its leave.
 void popularGroup(benchmark::State& state) {
   History::AgentWorld world;
@@ -232,6 +269,50 @@ void membershipsDirectly(benchmark::State& state) {
 }
 BENCHMARK(membershipsDirectly)->Apply(sizes)->Unit(benchmark::kMillisecond);
 
+/// The same rows by hash maps of plain values alone. Reading the inputs out is part of it.
+std::size_t fromValues() {
+  const auto joined = [](unsigned vlan, const IpGenAddr& group) {
+    return std::uint64_t{vlan} << 32 | group.v4Addr().value();
+  };
+  absl::flat_hash_set<std::uint64_t> receivers;
+  for (unsigned number = 0; number < 8; ++number)
+    for (const auto& [vlan, membership] : joins(0, number)->vlanIterator())
+      for (const auto& [group, join] : membership->groupIterator())
+        receivers.insert(joined(vlan.value(), group));
+  const Size size{.groups = 0};
+  absl::flat_hash_map<unsigned, std::vector<unsigned>> members;
+  for (unsigned sbd = 0; sbd < size.sbds; ++sbd)
+    for (unsigned number = 0; number < size.members; ++number)
+      members[sbd + 1].push_back(memberOf(size, sbd, number).value());
+  const bool all = input<Mlag::Status>()->failover();
+  KeySet rows;
+  for (const auto& [key, entry] : decapStatus()->vlanToMulticastGroupIterator()) {
+    const auto& served = members[key.vlan.value()];
+    if (std::none_of(served.begin(), served.end(), [&](unsigned vlan) {
+          return receivers.contains(joined(vlan, key.group.genAddr()));
+        }))
+      continue;
+    const auto intf = Pavlin::VlanIntfId::vlanIdToIntfId(key.vlan);
+    for (const UnderlayRoute& route : entry->multicastGroupIterator())
+      if (all || (route.underlayGroup.genAddr().v4Addr().value() & 1U) == 0)
+        rows.insert({route.underlaySource(), route.underlayGroup.genAddr(), intf});
+  }
+  return rows.size();
+}
+void membershipsFromValues(benchmark::State& state) {
+  History::AgentWorld world;
+  const Size size = sizeOf(state);
+  configure(size);
+  fillJoins(size);
+  std::size_t rows = 0;
+  for (auto _ : state)
+    rows = fromValues();
+  if (rows != directly(size).size()) state.SkipWithError("other rows than by the entities");
+  Bench::count(state, rows, "per row", static_cast<double>(rows));
+  world.reset();
+}
+BENCHMARK(membershipsFromValues)->Apply(sizes)->Unit(benchmark::kMillisecond);
+
 /// Counts what is written.
 class Writes final : public Vesk::TreeObserver {
  public:
@@ -288,6 +369,29 @@ void mlagStateChanges(benchmark::State& state) {
   world.reset();
 }
 BENCHMARK(mlagStateChanges)->Apply(sizes)->Unit(benchmark::kMillisecond);
+
+/// The longest time without yielding in the same change: the write itself, with whatever follows
+/// inside it, and the tasks in slices of ten milliseconds.
+void mlagLongestSlice(benchmark::State& state) {
+  for (auto _ : state) {
+    History::AgentWorld world;
+    configure(sizeOf(state));
+    fillJoins(sizeOf(state));
+    world.begin(0);
+    world.settle();
+    Bench::ProcessorTimeYield yield;
+    Sylva::TaskSchedulerRoot::findOrCreateScheduler()->yieldPolicyIs(&yield);
+    double write = 0, slice = 0;
+    for (const bool all : {false, true}) {
+      write = std::max(write, Bench::seconds([&] { input<Mlag::Status>()->failoverIs(all); }));
+      slice = std::max(slice, Bench::longestSlice());
+    }
+    state.counters["write ms"] = write * 1000;
+    state.counters["slice ms"] = slice * 1000;
+    world.reset();
+  }
+}
+BENCHMARK(mlagLongestSlice)->Apply(sizes)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 /// What a membership takes in the agent, beside its inputs.
 void bytesOfMembership(benchmark::State& state) {

@@ -2,8 +2,6 @@
 // and a routed port. From a filled forwarding table of the hardware to the last row for the
 // tunnels, the same rows by direct computation, what one route's change costs among all others, the
 // longest time without yielding, and the memory of a route.
-#include <algorithm>
-#include <ctime>
 #include <malloc.h>
 
 #include "bench/WholeAgent.h"
@@ -166,37 +164,6 @@ void oneRouteEntersAndLeaves(benchmark::State& state) {
 }
 BENCHMARK(oneRouteEntersAndLeaves)->Apply(sizes)->Unit(benchmark::kMicrosecond);
 
-/// Of this thread: what others do on the machine does not count.
-double processorSeconds() {
-  timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
-/// Ten milliseconds of processor time, whatever the agent's clock says.
-class ProcessorTimeYield final : public Sylva::YieldPolicy {
- public:
-  void begin() override { deadline_ = processorSeconds() + 0.010; }
-  [[nodiscard]] bool mustYield() override { return processorSeconds() >= deadline_; }
-
- private:
-  double deadline_ = 0;
-};
-
-double seconds(auto&& action) {
-  const double start = processorSeconds();
-  action();
-  return processorSeconds() - start;
-}
-
-double longestSlice() {
-  double longest = 0;
-  Sylva::TaskScheduler& scheduler = *Sylva::TaskSchedulerRoot::findOrCreateScheduler();
-  for (bool ran = true; ran;)
-    longest = std::max(longest, seconds([&] { ran = scheduler.runOne(); }));
-  return longest;
-}
-
 /// The longest times without yielding, in milliseconds, and the bytes that a route takes.
 void stretchesAndMemory(benchmark::State& state) {
   const auto milliseconds = [&](const char* what, double time) {
@@ -204,14 +171,14 @@ void stretchesAndMemory(benchmark::State& state) {
   };
   for (auto _ : state) {
     History::AgentWorld world;
-    ProcessorTimeYield yield;
+    Bench::ProcessorTimeYield yield;
     Sylva::TaskSchedulerRoot::findOrCreateScheduler()->yieldPolicyIs(&yield);
     configure(vrfsOf(state));
     const std::size_t empty = mallinfo2().uordblks;
     fillFib(vrfsOf(state));
     const std::size_t filled = mallinfo2().uordblks;
-    milliseconds("start ms", seconds([&] { world.start(); }));
-    milliseconds("fill slice ms", longestSlice());
+    milliseconds("start ms", Bench::seconds([&] { world.start(); }));
+    milliseconds("fill slice ms", Bench::longestSlice());
     const std::size_t running = mallinfo2().uordblks;
     fib()->vrfStatusDelAll();
     world.settle();
@@ -226,8 +193,8 @@ void stretchesAndMemory(benchmark::State& state) {
     const auto vti = input<Vxlan::VtiStatusDir>()->vtiStatus(Pavlin::vxlan1IntfId());
     for (const auto oper : {Vxlan::IntfOperStatus::down, Vxlan::IntfOperStatus::up}) {
       const std::string word = oper == Vxlan::IntfOperStatus::up ? "up" : "down";
-      milliseconds((word + " ms").c_str(), seconds([&] { vti->operStatusIs(oper); }));
-      milliseconds((word + " slice ms").c_str(), longestSlice());
+      milliseconds((word + " ms").c_str(), Bench::seconds([&] { vti->operStatusIs(oper); }));
+      milliseconds((word + " slice ms").c_str(), Bench::longestSlice());
     }
     state.PauseTiming();
     world.reset();

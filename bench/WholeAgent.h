@@ -1,6 +1,9 @@
-// What the measurements of a whole agent share: from its start to the last forwarding row, and
-// figures per row.
+// What the measurements of a whole agent share: from its start to the last forwarding row, figures
+// per row, and the longest time without yielding.
 #pragma once
+
+#include <algorithm>
+#include <ctime>
 
 #include <benchmark/benchmark.h>
 
@@ -28,6 +31,38 @@ inline std::size_t startUntilLastRow(benchmark::State& state, History::AgentWorl
     state.ResumeTiming();
   }
   return rows;
+}
+
+/// Of this thread: what others do on the machine does not count.
+inline double processorSeconds() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/// Ten milliseconds of processor time, whatever the agent's clock says.
+class ProcessorTimeYield final : public Sylva::YieldPolicy {
+ public:
+  void begin() override { deadline_ = processorSeconds() + 0.010; }
+  [[nodiscard]] bool mustYield() override { return processorSeconds() >= deadline_; }
+
+ private:
+  double deadline_ = 0;
+};
+
+inline double seconds(auto&& action) {
+  const double start = processorSeconds();
+  action();
+  return processorSeconds() - start;
+}
+
+/// The longest of all slices until nothing is left to do.
+inline double longestSlice() {
+  double longest = 0;
+  Sylva::TaskScheduler& scheduler = *Sylva::TaskSchedulerRoot::findOrCreateScheduler();
+  for (bool ran = true; ran;)
+    longest = std::max(longest, seconds([&] { ran = scheduler.runOne(); }));
+  return longest;
 }
 
 }  // namespace Bench
