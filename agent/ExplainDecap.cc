@@ -32,7 +32,7 @@ class Chain {
         isLocal_(domain == Domain::localDomain),
         domain_(domain),
         key_(key),
-        target_{targetOf(key.vlan), key.group} {}
+        target_{container_.mcastIrbStatus()->targetOf(key.vlan), key.group} {}
 
   void tell() {
     tellVlan();
@@ -52,10 +52,6 @@ class Chain {
   }
   [[nodiscard]] const Egress::MembershipJoinStatusColl& joins() const {
     return *container_.membershipJoinStatusColl();
-  }
-  [[nodiscard]] VlanId targetOf(VlanId vlan) const {
-    const VlanToSbd row = container_.mcastIrbStatus()->vlanToSbd(vlan);
-    return row == VlanToSbd{} ? vlan : row.sbdVlan;
   }
   static std::string vlanText(VlanId vlan) { return "vlan " + textOf(vlan); }
 
@@ -272,8 +268,8 @@ class Chain {
   }
 
   static RouteIntfKey rowOf(VlanId vlan, const UnderlayRoute& route) {
-    return {route.underlaySource(), route.underlayGroup.genAddr(),
-            Pavlin::VlanIntfId::vlanIdToIntfId(vlan)};
+    return Routing::Gmp::Briskel::createRouteIntfKey(Pavlin::VlanIntfId::vlanIdToIntfId(vlan),
+                                                     route);
   }
   [[nodiscard]] bool hasRow(const RouteIntfKey& row) const {
     const auto family = row.group.af() == Pavlin::ipv4() ? Pavlin::ipv4() : Pavlin::ipv6();

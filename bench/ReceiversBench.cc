@@ -19,7 +19,7 @@
 #include "records/Mlag.h"
 #include "records/MulticastIntfs.h"
 #include "records/Vxlan.h"
-#include "runtime/TreeObserver.h"
+#include "tests/Changes.h"
 #include "tests/history/DecapOracle.h"
 
 namespace {
@@ -313,18 +313,6 @@ void membershipsFromValues(benchmark::State& state) {
 }
 BENCHMARK(membershipsFromValues)->Apply(sizes)->Unit(benchmark::kMillisecond);
 
-/// Counts what is written.
-class Writes final : public Vesk::TreeObserver {
- public:
-  explicit Writes(const Ombra::Ptr<Vesk::Entity>& root) { rootIs(root); }
-  std::size_t count = 0;
-
- private:
-  void valueChanged(const Node&, const Vesk::FieldInfo&, std::string_view) override { ++count; }
-  void entityCame(const Node&) override { ++count; }
-  void entityWent(const Node&) override { ++count; }
-};
-
 /// A crash and a start over the rows that are there.
 void restartOverMemberships(benchmark::State& state) {
   History::AgentWorld world;
@@ -337,7 +325,7 @@ void restartOverMemberships(benchmark::State& state) {
     state.PauseTiming();
     world.crash();
     const auto table = membershipTable();
-    auto writes = std::make_unique<Writes>(table);
+    auto writes = std::make_unique<Changes>(table);
     state.ResumeTiming();
     world.start();
     world.settle();

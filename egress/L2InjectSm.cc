@@ -72,7 +72,7 @@ void L2InjectSm::FloodGroupSm::handleFloodGroup(UnderlayRoute route) {
     if (auto t = traceHandle.at(8))
       t << "Injecting Join " << in.row->vlanId() << " " << textOf(route);
     injectRouteIs(route, parent.in.underlayInjectDedupTable->dedup(
-                             {route.underlaySource(), route.underlayGroup.genAddr(), vlanIntf_}));
+                             Routing::Gmp::Briskel::createRouteIntfKey(vlanIntf_, route)));
     return;
   }
   if (auto t = traceHandle.at(8))

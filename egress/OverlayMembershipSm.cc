@@ -112,8 +112,7 @@ void SourceSm::handleInterfaces() {
 void VlanSm::groupChanged(IpGenAddr group) {
   const LocalMembershipChangeSm::Inputs& client = in.parent->in;
   const VlanId vlan = in.row->vlanId();
-  const VlanToSbd sbd = client.mcastIrbStatus->vlanToSbd(vlan);
-  const VlanId target = sbd == VlanToSbd{} ? vlan : sbd.sbdVlan;
+  const VlanId target = client.mcastIrbStatus->targetOf(vlan);
   if (!group.isUnspecified()) {
     client.reviewHelper->review({target, OverlayAddr(group)});
     // The SBD vlan of others, which is bound itself, counts its own receivers as well.

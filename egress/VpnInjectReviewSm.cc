@@ -192,7 +192,7 @@ void VpnInjectReviewSm::VlanToMulticastGroup::handleOverlayMembership() {
 void VpnInjectReviewSm::VlanToMulticastGroup::handleMulticastGroup(UnderlayRoute route) {
   if (overlayMembership() && in.row->multicastGroupHas(route)) {
     injectRouteIs(route, in.parent->in.underlayInjectDedupTable->dedup(
-                             {route.underlaySource(), route.underlayGroup.genAddr(), vlanIntf_}));
+                             Routing::Gmp::Briskel::createRouteIntfKey(vlanIntf_, route)));
   } else {
     injectRouteDel(route);
   }

@@ -184,7 +184,7 @@ GmpProxyStatusSm::Claims GmpProxyStatusSm::claimsOf(const Name& name, EncapType 
   if (name.isInsert) {
     if (effectiveSbdVlan) claim(*effectiveSbdVlan);
   } else if (const auto group = groupByAttr1(name.key)) {
-    for (const auto& [tuple, present] : group->collIterator())
+    for (const VlanEncap& tuple : group->collKeys())
       if (tuple.encapType == encapType) claim(tuple.vlanId);
   }
   return claims;

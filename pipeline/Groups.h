@@ -2,7 +2,9 @@
 // hold the members of one key each. Owns nothing.
 #pragma once
 
+#include <algorithm>
 #include <optional>
+#include <vector>
 
 #include "runtime/Record.h"
 
@@ -32,18 +34,10 @@ class Groups {
   }
   /// The lowest member.
   [[nodiscard]] std::optional<Member> first(const Key& key) const {
-    std::optional<Member> lowest;
-    forEach(key, [&](const Member& member) {
-      if (!lowest || member < *lowest) lowest = member;
-    });
-    return lowest;
-  }
-  template <class Visit>
-  void forEach(const Key& key, Visit visit) const {
     const auto group = GroupsTag::attr(*sm_).get(key);
-    if (!group) return;
-    for (auto c = MembersTag::attr(*group).map().begin(); !c.atEnd(); c.advance())
-      visit(c.key());
+    if (!group) return {};
+    const std::vector<Member> members = MembersTag::attr(*group).map().keys();
+    return *std::min_element(members.begin(), members.end());  // no group is empty
   }
 
  private:

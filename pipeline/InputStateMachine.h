@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "pipeline/ScanBit.h"
+#include "pipeline/Flag.h"
 #include "pipeline/Stream.h"
 #include "runtime/MachineTask.h"
 #include "runtime/Slice.h"
@@ -154,7 +154,7 @@ class InputStateMachine final : public Vesk::Machine {
   void scanDone();
 
   /// The bits of the pipeline that stand for this machine's streams, in order.
-  std::vector<ScanBit> scanBits;
+  std::vector<Flag> scanBits;
 
  private:
   /// The stream with this place among the bits, with that of each row's machine.

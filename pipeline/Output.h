@@ -39,7 +39,7 @@ class Output final : public OutputBase {
   using Sm = typename Progress::Seen::Record;
 
   /// `text` is the literal text of the output step.
-  Output(Sm* sm, Ombra::Ptr<Record> record, Tag, Progress, std::string_view text, ScanBit ready)
+  Output(Sm* sm, Ombra::Ptr<Record> record, Tag, Progress, std::string_view text, Flag ready)
       : OutputBase(sm, Progress::name, ready), sm_(*sm), record_(std::move(record)), text_(text) {}
 
   /// The row under the key; none removes it.

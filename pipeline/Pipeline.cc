@@ -17,7 +17,7 @@ class OutputBase::ReconciliationTask final : public Sylva::Task {
   OutputBase& output_;
 };
 
-OutputBase::OutputBase(Pipeline* root, std::string_view name, ScanBit ready)
+OutputBase::OutputBase(Pipeline* root, std::string_view name, Flag ready)
     : Part(root), root_(root), name_(name), ready_(ready) {
   root_->outputs_.push_back(this);
   if (!root_->synchronous())
@@ -83,7 +83,7 @@ Gen::InputStateMachine& Pipeline::newInput(std::string machineName) {
   return *input;
 }
 
-void Pipeline::begin(ScanBit idle, ScanBit ready) {
+void Pipeline::begin(Flag idle, Flag ready) {
   idle_ = idle;
   ready_ = ready;
   if (auto t = trace_.at(8)) t << "create local SMs";
@@ -100,7 +100,7 @@ void Pipeline::scansMayBeDone() {
 }
 
 bool Pipeline::scansAreDone() const {
-  for (const ScanBit& bit : bits_) {
+  for (const Flag& bit : bits_) {
     if (bit.get()) continue;
     constexpr std::string_view suffix = "Scan";
     if (auto t = trace_.at(9))
@@ -120,7 +120,7 @@ void Pipeline::handleInitialScanDone() {
   if (auto t = trace_.at(8))
     t << "Initial scan done for child SMs. Now scanning with events triggered.";
   initialScanDoneIs(true);
-  for (const ScanBit& bit : bits_)
+  for (const Flag& bit : bits_)
     bit.is(false);
   for (Gen::InputStateMachine* input : inputs_)
     input->doInputScan();

@@ -36,7 +36,7 @@ namespace Lynthe {
 struct StreamName {
   unsigned number;
   std::string_view text;
-  ScanBit scan;
+  Flag scan;
 };
 
 /// An inner collection, or value, of a nested input, and the names of its stream.
@@ -53,7 +53,7 @@ template <class Tag>
 /// What the pipeline knows of an output.
 class OutputBase : public Vesk::Part {
  public:
-  OutputBase(Pipeline* root, std::string_view name, ScanBit ready);
+  OutputBase(Pipeline* root, std::string_view name, Flag ready);
   ~OutputBase() override;
   /// All inputs have been scanned: drops what no scan has produced.
   void inputReady();
@@ -70,7 +70,7 @@ class OutputBase : public Vesk::Part {
 
   Pipeline* const root_;
   const std::string_view name_;
-  const ScanBit ready_;
+  const Flag ready_;
   std::unique_ptr<ReconciliationTask> task_;
 };
 
@@ -109,13 +109,20 @@ class Pipeline : public Vesk::Machine {
   template <class Record, class Tag, class... InnerTags>
   auto fromEach(std::string machineName, std::string rowName, const Ombra::Ptr<Record>& input, Tag,
                 Inner<InnerTags>... inner);
+  /// The events of all of them. Keeps nothing.
   template <class Event, class... Streams>
   [[nodiscard]] Stream<Event> merge(const Stream<Event>& first, const Streams&... others) const {
-    return Lynthe::merge<Event>(trace_, first, others...);
+    Stream<Event> merged(trace_);
+    const auto join = [&](const Stream<Event>& stream) {
+      stream.to([merged](const Event& event) { merged.push(event); });
+    };
+    join(first);
+    (join(others), ...);
+    return merged;
   }
   /// The streams stand: the first scans begin. `idle` tells when all scans have stopped, `ready`
   /// when all outputs are reconciled.
-  void begin(ScanBit idle, ScanBit ready);
+  void begin(Flag idle, Flag ready);
   /// Sends every row of every input through the stages again.
   void replay();
 
@@ -139,9 +146,9 @@ class Pipeline : public Vesk::Machine {
   const SmControl control_;
   const Vesk::TraceHandle& trace_;
   std::vector<Gen::InputStateMachine*> inputs_;  // in order of creation
-  std::vector<ScanBit> bits_;                    // in order of check
+  std::vector<Flag> bits_;                       // in order of check
   std::vector<OutputBase*> outputs_;
-  std::optional<ScanBit> idle_, ready_;
+  std::optional<Flag> idle_, ready_;
 };
 
 template <class Record, class Tag>
@@ -214,7 +221,7 @@ auto Pipeline::fromEach(std::string machineName, std::string rowName,
   const StreamName& first = std::get<0>(streams).name;
   machine.sourceIs(std::make_unique<Source>(&machine, input, first.number, first.text,
                                             std::move(rowName), populate));
-  for (const ScanBit& bit : {inner.name.scan...}) {
+  for (const Flag& bit : {inner.name.scan...}) {
     machine.scanBits.push_back(bit);
     bits_.push_back(bit);
   }

@@ -18,31 +18,22 @@ template <class Tag>
 using RowOf = std::remove_pointer_t<decltype(std::declval<typename Tag::Attr::Map&>().find(
     std::declval<typename Tag::Attr::Key>()))>;
 
-/// `a.b[]`: an event per row, under the key that `KeyOf` makes of the row's own.
-template <class Tag, class EventKey>
-class RowSource final : public Source {
+/// What two of them share: the scan of a collection, row by row.
+template <class Tag>
+class CollectionSource : public Source {
  public:
   using Record = typename Tag::Record;
   using Key = typename Tag::Attr::Key;
-  using Row = RowOf<Tag>;
-  using Event = Change<EventKey, Row>;
-  using KeyOf = std::function<EventKey(const Key&)>;
 
-  RowSource(InputStateMachine* machine, Ombra::Ptr<const Record> input, unsigned number,
-            std::string_view text, InputStream<Event> stream, KeyOf keyOf)
-      : Source(machine, input, Tag::id, number, text),
-        input_(std::move(input)),
-        stream_(std::move(stream)),
-        keyOf_(std::move(keyOf)) {}
+ protected:
+  CollectionSource(InputStateMachine* machine, Ombra::Ptr<const Record> input, unsigned number,
+                   std::string_view text)
+      : Source(machine, input, Tag::id, number, text), input_(std::move(input)) {}
 
-  void doDeleteAll() override {
-    for (const Key& key : handledKeys())
-      change(key, std::nullopt);
-  }
-  void replay() override {
-    for (const Key& key : handledKeys())
-      if (const Row* row = handled_.find(key)) change(key, *row);
-  }
+  [[nodiscard]] const Record& input() const { return *input_; }
+  /// The row under this key may have changed. A copy of the key: the row may go meanwhile.
+  virtual void handleRow(Key key) = 0;
+  void handle(const void* key) override { handleRow(*static_cast<const Key*>(key)); }
 
  private:
   bool scanRows(Turn& turn) override {
@@ -57,10 +48,42 @@ class RowSource final : public Source {
     }
     return true;
   }
-  void handle(const void* key) override { handleRow(*static_cast<const Key*>(key)); }
-  void handleRow(const Key key) {
-    const auto& rows = Tag::attr(*input_);
-    if (rows.damaged(*input_, key)) return;
+
+  Ombra::Ptr<const Record> input_;
+  std::optional<Key> bookmark_;
+};
+
+/// `a.b[]`: an event per row, under the key that `KeyOf` makes of the row's own.
+template <class Tag, class EventKey>
+class RowSource final : public CollectionSource<Tag> {
+  using Base = CollectionSource<Tag>;
+
+ public:
+  using typename Base::Key;
+  using typename Base::Record;
+  using Row = RowOf<Tag>;
+  using Event = Change<EventKey, Row>;
+  using KeyOf = std::function<EventKey(const Key&)>;
+
+  RowSource(InputStateMachine* machine, Ombra::Ptr<const Record> input, unsigned number,
+            std::string_view text, InputStream<Event> stream, KeyOf keyOf)
+      : Base(machine, std::move(input), number, text),
+        stream_(std::move(stream)),
+        keyOf_(std::move(keyOf)) {}
+
+  void doDeleteAll() override {
+    for (const Key& key : handled_.keys())
+      change(key, std::nullopt);
+  }
+  void replay() override {
+    for (const Key& key : handled_.keys())
+      if (const Row* row = handled_.find(key)) change(key, *row);
+  }
+
+ private:
+  void handleRow(Key key) override {
+    const auto& rows = Tag::attr(this->input());
+    if (rows.damaged(this->input(), key)) return;
     const Row* row = rows.map().find(key);
     change(key, row == nullptr ? std::nullopt : std::optional<Row>(*row));
   }
@@ -75,20 +98,12 @@ class RowSource final : public Source {
     } else {
       handled_.insert(key, *event.now);
     }
-    emitted(stream_, event);
-  }
-  [[nodiscard]] std::vector<Key> handledKeys() const {
-    std::vector<Key> keys;
-    for (auto c = handled_.begin(); !c.atEnd(); c.advance())
-      keys.push_back(c.key());
-    return keys;
+    this->emitted(stream_, event);
   }
 
-  Ombra::Ptr<const Record> input_;
   InputStream<Event> stream_;
   KeyOf keyOf_;
   Vesk::KeyedMap<Key, Row> handled_;
-  std::optional<Key> bookmark_;
 };
 
 /// `a[].b`, where b is a value: one event, under the key of a.
@@ -128,73 +143,58 @@ class ValueSource final : public Source {
 
 /// `a[].b[]`: a machine per row of a, which `Populate` gives the streams of its inner collections.
 template <class Tag>
-class NestedSource final : public Source {
+class NestedSource final : public CollectionSource<Tag> {
+  using Base = CollectionSource<Tag>;
+
  public:
-  using Record = typename Tag::Record;
-  using Key = typename Tag::Attr::Key;
+  using typename Base::Key;
+  using typename Base::Record;
   using Row = Ombra::Ptr<typename Tag::Attr::Target const>;
   using Populate = std::function<void(InputStateMachine&, const Key&, const Row&)>;
 
   NestedSource(InputStateMachine* machine, Ombra::Ptr<const Record> input, unsigned number,
                std::string_view text, std::string rowName, Populate populate)
-      : Source(machine, input, Tag::id, number, text),
-        input_(std::move(input)),
+      : Base(machine, std::move(input), number, text),
         rowName_(std::move(rowName)),
         populate_(std::move(populate)) {}
 
   void doDeleteAll() override {
-    std::vector<Key> keys;
-    for (auto c = rows_.begin(); !c.atEnd(); c.advance())
-      keys.push_back(c.key());
-    for (const Key& key : keys)
+    for (const Key& key : rows_.keys())
       drop(key);
   }
   void replay() override {
-    for (const auto& [key, child] : machine().childSm())
+    for (const auto& [key, child] : this->machine().childSm())
       child->replay();
   }
 
  private:
-  bool scanRows(Turn& turn) override {
-    if (!input_) return true;
-    for (auto c = Tag::attr(*input_).map().from(std::exchange(bookmark_, std::nullopt)); !c.atEnd();
-         c.advance()) {
-      if (!turn.take()) {
-        bookmark_ = c.key();
-        return false;
-      }
-      handleRow(c.key());
-    }
-    return true;
-  }
   void handle(const void* key) override {
-    handleRow(*static_cast<const Key*>(key));
-    machine().scanDone();  // a row that was not through yet may have gone
+    Base::handle(key);
+    this->machine().scanDone();  // a row that was not through yet may have gone
   }
-  void handleRow(const Key key) {
-    const Row row = Tag::attr(*input_).get(key);
+  void handleRow(Key key) override {
+    InputStateMachine& machine = this->machine();
+    const Row row = Tag::attr(this->input()).get(key);
     if (const Row* present = rows_.find(key); present != nullptr && *present != row) drop(key);
     if (!row) return;
     if (!rows_.has(key)) {
       rows_.insert(key, row);
-      const auto child = Ombra::make<InputStateMachine>(machine().root(), this, rowName_);
+      const auto child = Ombra::make<InputStateMachine>(machine.root(), this, rowName_);
       populate_(*child, key, row);
-      machine().childSmIs(keyText(key), child);
+      machine.childSmIs(keyText(key), child);
     }
-    machine().childSm().at(keyText(key))->doInputScan();
+    machine.childSm().at(keyText(key))->doInputScan();
   }
   void drop(const Key& key) {
     if (!rows_.erase(key)) return;
-    const auto child = machine().childSm().at(keyText(key));
-    child->doDeleteAll();
-    machine().childSmDel(keyText(key));
+    InputStateMachine& machine = this->machine();
+    machine.childSm().at(keyText(key))->doDeleteAll();
+    machine.childSmDel(keyText(key));
   }
 
-  Ombra::Ptr<const Record> input_;
   std::string rowName_;
   Populate populate_;
   Vesk::KeyedMap<Key, Row> rows_;
-  std::optional<Key> bookmark_;
 };
 
 }  // namespace Lynthe::Gen

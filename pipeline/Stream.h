@@ -173,19 +173,6 @@ class Stream {
   std::shared_ptr<std::vector<Sink>> sinks_;
 };
 
-/// The events of all of them. Keeps nothing.
-template <class Event, class... Streams>
-[[nodiscard]] Stream<Event> merge(const Vesk::TraceHandle& trace, const Stream<Event>& first,
-                                  const Streams&... others) {
-  Stream<Event> merged(trace);
-  const auto join = [&](const Stream<Event>& stream) {
-    stream.to([merged](const Event& event) { merged.push(event); });
-  };
-  join(first);
-  (join(others), ...);
-  return merged;
-}
-
 /// A stream that begins at an input, and who has to know of each change before any stage does:
 /// indices, which mirror the input from the first pass on.
 template <class Event>

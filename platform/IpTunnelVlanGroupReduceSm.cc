@@ -3,17 +3,11 @@
 namespace Routing::Multicast {
 
 using Bridging::VlanId;
-using Irb::Multicast::VlanToSbd;
 
 IpTunnelVlanGroupReduceSm::IpTunnelVlanGroupReduceSm(Inputs inputs) : in(std::move(inputs)) {
   filters_.begin();
   sources_.beginWithHandler();
   sweep();
-}
-
-VlanId IpTunnelVlanGroupReduceSm::presentTarget(VlanId vlan) const {
-  const VlanToSbd row = in.mcastIrbStatus->vlanToSbd(vlan);
-  return row == VlanToSbd{} ? vlan : row.sbdVlan;
 }
 
 void IpTunnelVlanGroupReduceSm::targetIs(VlanId vlan, VlanId target) {
@@ -35,7 +29,7 @@ bool IpTunnelVlanGroupReduceSm::takesPart(const UnderlayRoute& route, VlanId vla
 void IpTunnelVlanGroupReduceSm::handleSource(OverlayVlanGroup key) {
   const auto source = in.source->vlanToMulticastGroup(key);
   if (!source) return;
-  if (!targetOf_.has(key.vlan)) targetIs(key.vlan, presentTarget(key.vlan));
+  if (!targetOf_.has(key.vlan)) targetIs(key.vlan, in.mcastIrbStatus->targetOf(key.vlan));
   groupsOf_.add(key.vlan, key.group);
   add(*source, *targetOf_.find(key.vlan));
 }
@@ -114,7 +108,7 @@ std::vector<IpTunnelVlanGroupReduceSm::Offer> IpTunnelVlanGroupReduceSm::offersT
 
 void IpTunnelVlanGroupReduceSm::handleVlanToSbd(VlanId vlan) {
   const VlanId* const entered = targetOf_.find(vlan);
-  const VlanId target = presentTarget(vlan);
+  const VlanId target = in.mcastIrbStatus->targetOf(vlan);
   if (entered == nullptr || *entered == target) return;
   const VlanId last = *entered;
   targetIs(vlan, target);

@@ -93,7 +93,6 @@ class IpTunnelVlanGroupReduceSm final : public Vesk::Machine {
   void sourceGone(const VlanToMulticastGroup& source);
   void routeChanged(const VlanToMulticastGroup& source, const UnderlayRoute& route);
 
-  [[nodiscard]] Bridging::VlanId presentTarget(Bridging::VlanId vlan) const;
   void targetIs(Bridging::VlanId vlan, Bridging::VlanId target);
   [[nodiscard]] bool takesPart(const UnderlayRoute& route, Bridging::VlanId vlan) const;
   /// A source entry, besides that of one vlan, has this target and offers the route.

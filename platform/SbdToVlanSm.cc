@@ -7,7 +7,7 @@ using Bridging::VlanId;
 SbdToVlanSm::SbdToVlanSm(Inputs inputs) : in(std::move(inputs)) {
   for (const auto& [sbd, state] : in.sbdToVlanStatus->sbdStatusIterator())
     for (const VlanId& vlan : state->vlanIdIterator())
-      if (presentSbd(vlan) == sbd) sbdOf_.insert(vlan, sbd);
+      if (in.mcastIrbStatus->sbdOf(vlan) == sbd) sbdOf_.insert(vlan, sbd);
   review();
   sweep();
 }
@@ -15,25 +15,20 @@ SbdToVlanSm::SbdToVlanSm(Inputs inputs) : in(std::move(inputs)) {
 void SbdToVlanSm::sweep() {
   for (const auto& [sbd, state] : in.sbdToVlanStatus->sbdStatusIterator()) {
     for (const VlanId& vlan : state->vlanIdIterator())
-      if (presentSbd(vlan) != sbd) state->vlanIdDel(vlan);
+      if (in.mcastIrbStatus->sbdOf(vlan) != sbd) state->vlanIdDel(vlan);
     if (state->vlanIdCount() == 0) in.sbdToVlanStatus->sbdStatusDel(sbd);
   }
 }
 
 void SbdToVlanSm::review() {
-  for (auto c = sbdOf_.begin(); !c.atEnd(); c.advance())
-    handleVlanToSbd(c.key());
-  for (const auto& [vlan, row] : in.mcastIrbStatus->vlanToSbdIterator())
+  for (const VlanId& vlan : sbdOf_.keys())
+    handleVlanToSbd(vlan);
+  for (const VlanId& vlan : in.mcastIrbStatus->vlanToSbdKeys())
     handleVlanToSbd(vlan);
 }
 
-std::optional<VlanId> SbdToVlanSm::presentSbd(VlanId vlan) const {
-  const VlanToSbd row = in.mcastIrbStatus->vlanToSbd(vlan);
-  return row == VlanToSbd{} ? std::nullopt : std::optional(row.sbdVlan);
-}
-
 void SbdToVlanSm::handleVlanToSbd(VlanId vlan) {
-  const auto present = presentSbd(vlan);
+  const auto present = in.mcastIrbStatus->sbdOf(vlan);
   if (VlanId* const entered = sbdOf_.find(vlan)) {
     const VlanId last = *entered;
     if (last == present) return;

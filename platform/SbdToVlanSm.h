@@ -4,8 +4,6 @@
 // is a vlan without an SBD vlan.
 #pragma once
 
-#include <optional>
-
 #include "records/McastIrbStatus.h"
 #include "runtime/Record.h"
 
@@ -27,7 +25,6 @@ class SbdToVlanSm final : public Vesk::Machine {
   void handleVlanToSbd(Bridging::VlanId vlan);
   /// Drops what was left by whoever wrote the status before and does not follow.
   void sweep();
-  [[nodiscard]] std::optional<Bridging::VlanId> presentSbd(Bridging::VlanId vlan) const;
 
   Vesk::KeyedMap<Bridging::VlanId, Bridging::VlanId> sbdOf_;
   Vesk::Watch vlanToSbd_ =

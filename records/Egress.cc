@@ -76,9 +76,9 @@ bool MembershipJoinStatusColl::leakedGroup(const Bridging::VlanId& vlan,
   if (!context || !context->mcastIrbStatus() || !context->vxlanEnabledStatus()) return false;
   const auto& matcher = context->vrfLeakMatcherStatus();
   if (!matcher || matcher->vrfStatusCount() == 0) return false;
-  const VlanToSbd sbd = context->mcastIrbStatus()->vlanToSbd(vlan);
-  if (sbd == VlanToSbd{}) return false;
-  const L3::VrfName rxVrfName = context->vxlanEnabledStatus()->sbdVlanToVrf(sbd.sbdVlan.value());
+  const auto sbdVlan = context->mcastIrbStatus()->sbdOf(vlan);
+  if (!sbdVlan) return false;
+  const L3::VrfName rxVrfName = context->vxlanEnabledStatus()->sbdVlanToVrf(sbdVlan->value());
   return !rxVrfName.empty() && !matcher->shouldLeak(rxVrfName, group).empty();
 }
 

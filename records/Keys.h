@@ -98,6 +98,12 @@ struct RouteIntfKey {
   auto operator<=>(const RouteIntfKey&) const = default;
 };
 
+/// The membership by which an underlay route is joined for the vlan of this interface.
+[[nodiscard]] inline RouteIntfKey createRouteIntfKey(Pavlin::IntfId vlanIntf,
+                                                     const Multicast::UnderlayRoute& route) {
+  return {route.underlaySource(), route.underlayGroup.genAddr(), vlanIntf};
+}
+
 }  // namespace Routing::Gmp::Briskel
 
 namespace Multicast {

@@ -5,6 +5,7 @@
 // that the vlan has none.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include <fmt/format.h>
@@ -19,6 +20,16 @@ namespace Irb::Multicast {
 class McastIrbStatus : public Vesk::Entity {
   VESK_RECORD(Irb::Multicast::McastIrbStatus)
   VESK_SHARED_ROWS(Bridging::VlanId, VlanToSbd, vlanToSbd, 4000)
+
+  /// The SBD vlan that serves the vlan, none if there is none or its row reads as corrupt.
+  [[nodiscard]] std::optional<Bridging::VlanId> sbdOf(Bridging::VlanId vlan) const {
+    const VlanToSbd row = vlanToSbd(vlan);
+    return row == VlanToSbd{} ? std::nullopt : std::optional(row.sbdVlan);
+  }
+  /// The vlan that the vlan's overlay traffic comes out in: its SBD vlan, or itself.
+  [[nodiscard]] Bridging::VlanId targetOf(Bridging::VlanId vlan) const {
+    return sbdOf(vlan).value_or(vlan);
+  }
 
   [[nodiscard]] static std::string mountPath(Pavlin::AddressFamily af, App::Client client) {
     return fmt::format("multicast/{}/irb/status/{}", Pavlin::stringValue(af),

@@ -12,6 +12,7 @@
 #include <optional>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "runtime/Assert.h"
 #include "runtime/ValueTraits.h"
@@ -105,6 +106,17 @@ class KeyedMap {
   void visitUntil(Done done) const {
     for (std::uint32_t i = 0; i < total_; ++i)
       if (hashes_[i] != 0 && done(slots_[i].key, slots_[i].value)) return;
+  }
+
+  /// All keys, in order: for who changes the map as he goes.
+  [[nodiscard]] std::vector<K> keys() const {
+    std::vector<K> all;
+    all.reserve(size_);
+    visitUntil([&](const K& key, const V&) {
+      all.push_back(key);
+      return false;
+    });
+    return all;
   }
 
   /// A position in the map. It stays good over any change: if its own entry goes it is stale, and

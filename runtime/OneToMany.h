@@ -39,17 +39,14 @@ class OneToMany {
   [[nodiscard]] bool any(const Key& key, Test test) const {
     const auto* values = map_.find(key);
     if (values == nullptr) return false;
-    for (auto c = (*values)->begin(); !c.atEnd(); c.advance())
-      if (test(c.key())) return true;
-    return false;
+    bool found = false;
+    (*values)->visitUntil([&](const Value& value, NoValue) { return found = test(value); });
+    return found;
   }
   /// A copy, so that whatever follows from it may change the index.
   [[nodiscard]] std::vector<Value> of(const Key& key) const {
-    std::vector<Value> members;
-    if (const auto* values = map_.find(key))
-      for (auto c = (*values)->begin(); !c.atEnd(); c.advance())
-        members.push_back(c.key());
-    return members;
+    const auto* values = map_.find(key);
+    return values == nullptr ? std::vector<Value>() : (*values)->keys();
   }
 
  private:

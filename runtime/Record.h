@@ -16,7 +16,8 @@
 //       x(), xIs(inputs), xDel()
 //   VESK_SET(K, x)
 //       xHas(k), xIs(k), xDel(k), xDelAll(), xDelBefore(k), xCount(), xIterator(), xIteratorFrom(k)
-//       (none: from the beginning)
+//       (none: from the beginning), xKeys() (a copy; those of damaged rows too, at which an
+//       iteration ends)
 //   VESK_MAP(K, V, x), VESK_ROWS(K, Row, x) for rows that hold their own key
 //       x(k), xHas(k), xIs(k, v) or xIs(row), the others as for a set
 //   VESK_INSTANCES(K, Target, x)
@@ -170,6 +171,10 @@
   template <class = void>                                    \
   [[nodiscard]] std::uint32_t NAME##Count() const {          \
     return NAME##_.count();                                  \
+  }                                                          \
+  template <class = void>                                    \
+  [[nodiscard]] std::vector<KEY> NAME##Keys() const {        \
+    return NAME##_.map().keys();                             \
   }                                                          \
   template <class = void>                                    \
   void NAME##Del(KEY key) {                                  \

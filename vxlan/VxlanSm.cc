@@ -54,7 +54,7 @@ void VxlanSm::handleInitialized() {
   initializedIs(true);
   updateAll();
   // Rows of a predecessor whose vlans nobody speaks of any more.
-  for (const auto& [vlan, row] : in.mcastIrbStatus->vlanToSbdIterator())
+  for (const VlanId& vlan : in.mcastIrbStatus->vlanToSbdKeys())
     handleVlan(vlan);
 }
 
@@ -102,7 +102,8 @@ void VxlanSm::handleVxlanIntf() {
 void VxlanSm::updateAll() {
   if (!vtiStatus()) {
     if (auto t = traceHandle.at(7)) t << "Clearing VlanToSbd, VtiStatus Empty";
-    in.mcastIrbStatus->vlanToSbdDelAll();
+    for (const VlanId& vlan : in.mcastIrbStatus->vlanToSbdKeys())
+      deleteVlanToSbdMap(vlan);
     return;
   }
   for (const auto& [vrf, machine] : mcastIntfVrfSmIterator())
@@ -119,9 +120,11 @@ void VxlanSm::updateVlanToSbdMap(VlanId vlan, VlanId sbdVlan) {
 }
 
 void VxlanSm::deleteVlanToSbdMap(VlanId vlan) {
-  if (!in.mcastIrbStatus->vlanToSbdHas(vlan)) return;
-  if (auto t = traceHandle.at(7)) t << ": Deleting (" << vlan << ")";
+  // Counted, since a damaged row is denied by `vlanToSbdHas` and has to go like the others.
+  const auto before = in.mcastIrbStatus->vlanToSbdCount();
   in.mcastIrbStatus->vlanToSbdDel(vlan);
+  if (in.mcastIrbStatus->vlanToSbdCount() == before) return;
+  if (auto t = traceHandle.at(7)) t << ": Deleting (" << vlan << ")";
   mcastIrbStatusUpdateTSIs(Vesk::System::currentTime());
 }
 

@@ -39,14 +39,8 @@ class VxlanSm final : public Vesk::Machine {
     };
     explicit NestedSm_McastIntfVrfSm(Inputs inputs) : in(std::move(inputs)) {}
     const Inputs in;
+    /// Judges all of them. An interface that comes, goes or moves is heard of by its VRF.
     void handleVrf();
-    /// The VRF leaves: its interfaces are judged again, wherever they belong by now.
-    void handleDel() { handleVrf(); }
-
-   private:
-    void handleMulticastIntf(Pavlin::IntfId intf) { in.parent->handleMulticastIntf(intf); }
-    Vesk::Watch intf_ = watch<&NestedSm_McastIntfVrfSm::handleMulticastIntf>(
-        in.row, MulticastIntfs::multicastIntfAttr);
   };
 
   /// Of the last write, in seconds.

@@ -10,7 +10,7 @@
 #include "egress/MembershipReconcileSm.h"
 #include "egress/VpnInjectSm.h"
 #include "runtime/Toggle.h"
-#include "runtime/TreeObserver.h"
+#include "tests/Changes.h"
 #include "tests/TemporaryDirectory.h"
 
 namespace Irb::Multicast::Egress {
@@ -37,18 +37,6 @@ inline OverlayVlanGroup vlanGroup(unsigned vlan, const std::string& group) {
 inline std::string rowText(const UnderlayRoute& route, VlanId vlan) {
   return route.underlayGroup.text() + " Vlan" + std::to_string(vlan.value());
 }
-
-/// Effective changes below an entity.
-class Changes final : public Vesk::TreeObserver {
- public:
-  explicit Changes(const Ombra::Ptr<Vesk::Entity>& root) { rootIs(root); }
-  int count = 0;
-
- private:
-  void valueChanged(const Node&, const Vesk::FieldInfo&, std::string_view) override { ++count; }
-  void entityCame(const Node&) override { ++count; }
-  void entityWent(const Node&) override { ++count; }
-};
 
 template <class T>
 struct Made : Ombra::Ptr<T> {

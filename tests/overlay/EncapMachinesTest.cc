@@ -13,7 +13,7 @@
 #include "overlay/IpTunnelMappingSm.h"
 #include "overlay/IpTunnelVlanMcastGroupSm.h"
 #include "runtime/Toggle.h"
-#include "runtime/TreeObserver.h"
+#include "tests/Changes.h"
 
 namespace Multicast::Vpn {
 namespace {
@@ -35,18 +35,6 @@ UnderlayAddr underlay(const std::string& text) {
 UnderlayRoute route(const std::string& group) {
   return {addr("10.0.0.1"), underlay(group), TunnelType::PimSsm};
 }
-
-/// Effective changes below an entity.
-class Changes final : public Vesk::TreeObserver {
- public:
-  explicit Changes(const Ombra::Ptr<Vesk::Entity>& root) { rootIs(root); }
-  int count = 0;
-
- private:
-  void valueChanged(const Node&, const Vesk::FieldInfo&, std::string_view) override { ++count; }
-  void entityCame(const Node&) override { ++count; }
-  void entityWent(const Node&) override { ++count; }
-};
 
 struct Turns {
   std::size_t items;      ///< of a slice, 0 for no end

@@ -7,7 +7,7 @@
 
 #include "overlay/IngressL3RouteSm.h"
 #include "overlay/L3OverlayGroupSm.h"
-#include "runtime/TreeObserver.h"
+#include "tests/Changes.h"
 
 namespace Multicast::Vpn {
 namespace {
@@ -35,18 +35,6 @@ RouteKey routeKey(const std::string& source, const std::string& group) {
 template <class T>
 struct Made : Ombra::Ptr<T> {
   Made() : Ombra::Ptr<T>(Ombra::make<T>()) {}
-};
-
-/// Effective changes below an entity.
-class Changes final : public Vesk::TreeObserver {
- public:
-  explicit Changes(const Ombra::Ptr<Vesk::Entity>& root) { rootIs(root); }
-  int count = 0;
-
- private:
-  void valueChanged(const Node&, const Vesk::FieldInfo&, std::string_view) override { ++count; }
-  void entityCame(const Node&) override { ++count; }
-  void entityWent(const Node&) override { ++count; }
 };
 
 /// One domain's own records and machines.

@@ -8,6 +8,7 @@
 
 #include "pipeline/GmpProxyStatusSm.h"
 #include "pipeline/McastIrbStatusSm.h"
+#include "tests/Changes.h"
 #include "vxlan/VxlanSm.h"
 
 namespace pipelinetest {
@@ -19,22 +20,6 @@ using L3::VrfName;
 using Vrf::VrfIdMap::VrfId;
 using Intfs = Routing::Multicast::MulticastIntfsForApplications;
 using IntfColl = Routing::Multicast::MulticastIntfsAppRootSmColl;
-
-/// Writes to an attribute, counted.
-class Counter : public Vesk::Machine {
-  VESK_LOCAL_RECORD(pipelinetest::Counter)
-  struct Inputs {
-    Ombra::Ptr<McastIrbStatus const> status;
-    bool operator==(const Inputs&) const = default;
-  };
-  explicit Counter(Inputs inputs) : in(std::move(inputs)) {}
-  const Inputs in;
-  std::map<unsigned, int> writes;
-
- private:
-  void handleRow(VlanId vlan) { ++writes[vlan.value()]; }
-  Vesk::Watch row_ = watch<&Counter::handleRow>(in.status, McastIrbStatus::vlanToSbdAttr);
-};
 
 class Signal : public Vesk::Entity {
   VESK_LOCAL_RECORD(pipelinetest::Signal)
@@ -273,7 +258,7 @@ TEST_F(PipelinesTest, aRestartKeepsItsPredecessorsRowsUntilAllIsScannedAndRewrit
                        {.vrfName = VrfName("red"), .multicastAppDirRoot = world.apps});
   world.vxlan1()->operStatusIs(Vxlan::IntfOperStatus::up);
   world.vxlan1()->vrfToSBDVlanIs(VrfName("red"), VlanId(30));
-  const auto counter = Ombra::make<Counter>(Counter::Inputs{world.irb});
+  const Changes changes(world.irb);
 
   Sylva::ItemYield slices(1);
   scheduler.yieldPolicyIs(&slices);
@@ -283,11 +268,12 @@ TEST_F(PipelinesTest, aRestartKeepsItsPredecessorsRowsUntilAllIsScannedAndRewrit
   EXPECT_EQ(scheduler.pendingTaskNames().front(),
             "Irb::Multicast::McastIrbStatusSm-VtiStatusDirSm4InputScanTask3");
   while (!sm.inputSmScanState()->idle()) {
-    EXPECT_TRUE(counter->writes.empty());
+    EXPECT_EQ(changes.count, 0);
     ASSERT_TRUE(scheduler.runOne());
   }
   scheduler.runUntilIdle();
-  EXPECT_EQ(counter->writes, (std::map<unsigned, int>{{25, 1}}));
+  EXPECT_EQ(changes.count, 1) << "the one that nobody wants any more";
+  EXPECT_FALSE(world.irb->vlanToSbdHas(VlanId(25)));
   EXPECT_TRUE(sm.inputSmScanState()->idle() && sm.outputState()->ready());
 }
 
@@ -307,7 +293,7 @@ TEST_F(PipelinesTest, anSviThatMovesAndItsLateGoodbyeLeaveTheNewRow) {
     world.intfsOf(VrfName(from))->multicastIntfDel(svi);
     EXPECT_EQ(world.irb->vlanToSbd(VlanId(5)).sbdVlan.value(), sbd);
   }
-  world.intfs->vrfSmDel(VrfName("red"));
+  world.irbSm->doDeleteAll();  // withdraws what came from the inputs
   EXPECT_EQ(world.irb->vlanToSbdCount(), 0U);
 }
 

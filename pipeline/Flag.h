@@ -8,10 +8,10 @@
 
 namespace Lynthe {
 
-class ScanBit {
+class Flag {
  public:
   template <class Tag>
-  ScanBit(const Ombra::Ptr<typename Tag::Record>& record, Tag)
+  Flag(const Ombra::Ptr<typename Tag::Record>& record, Tag)
       : record_(record),
         name_(Tag::name),
         get_([](const Vesk::Entity& entity) {
