@@ -54,7 +54,8 @@ LocalMembershipChangeSm::Inputs OverlayMembershipChangeSm::inputsOf(
           .membershipJoinStatus = status,
           .mcastIrbStatus = in.mcastIrbStatus,
           .sbdToVlanStatus = in.sbdToVlanStatus,
-          .reviewHelper = createReviewHelper(*status)};
+          .reviewHelper = createReviewHelper(*status),
+          .receivers = in.receivers};
 }
 
 // --- what a client feeds, from the vlan down
@@ -65,18 +66,34 @@ void LocalMembershipChangeSm::handleDel() {
 }
 
 void VlanSm::handleVlan() {
+  in.parent->in.receivers->vlanJoinedIs(in.parent->joiner, in.row->vlanId(), true);
   if (in.parent->in.mode == Mode::interfaceLevel) return groups_.begin();
   for (const auto& entry : in.row->groupIterator())
-    groupChanged(entry.key);
+    handleGroup(entry.key);
+}
+
+void VlanSm::handleGroup(IpGenAddr group) {
+  groupJoinedIs(group, in.row->groupHas(group));
+  groupChanged(group);
+}
+
+void VlanSm::groupJoinedIs(const IpGenAddr& group, bool joined) {
+  in.parent->in.receivers->groupJoinedIs(in.parent->joiner, in.row->vlanId(), group, joined);
 }
 
 void VlanSm::handleDel() {
-  if (in.parent->in.mode == Mode::groupLevel) return handleVlan();
+  in.parent->in.receivers->vlanJoinedIs(in.parent->joiner, in.row->vlanId(), false);
   for (const auto& entry : groupMembershipIterator())
     entry.value->handleDel();
+  if (in.parent->in.mode == Mode::interfaceLevel) return;
+  for (const auto& entry : in.row->groupIterator()) {
+    groupJoinedIs(entry.key, false);
+    groupChanged(entry.key);
+  }
 }
 
 void GroupSm::handleDel() {
+  in.parent->groupJoinedIs(in.row->groupAddr(), false);
   for (const auto& entry : sourceMembershipIterator())
     entry.value->handleDel();
 }

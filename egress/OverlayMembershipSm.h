@@ -1,13 +1,14 @@
 // What the clients' joins change: each change of a join becomes an entry in the change sets.
 // Owns: a machine per client, in it one per vlan; of the MLAG peer's joins also one per group and
 // source. Reads: the joins, the SBD vlan of a vlan and back. Writes: change sets, through
-// ReviewHelper. Runs: in reactors only, one group at a time; a wildcard takes all vlan groups of
-// its vlan. Caveat: nothing is judged here. What leaves is reported by `handleDel`, while it is
-// still known.
+// ReviewHelper, and the index of receivers. Runs: in reactors only, one group at a time; a wildcard
+// takes all vlan groups of its vlan. Caveat: nothing is judged here. What leaves is reported by
+// `handleDel`, while it is still known.
 #pragma once
 
 #include <string>
 
+#include "egress/ReceiverIndex.h"
 #include "egress/ReviewHelper.h"
 #include "runtime/Record.h"
 
@@ -22,10 +23,15 @@ class LocalMembershipChangeSm final : public Vesk::Machine {
     Ombra::Ptr<McastIrbStatus const> mcastIrbStatus;
     Ombra::Ptr<SbdToVlanStatus const> sbdToVlanStatus;
     Ombra::Ptr<ReviewHelper const> reviewHelper;
+    Ombra::Ptr<ReceiverIndex> receivers;
     bool operator==(const Inputs&) const = default;
   };
-  explicit LocalMembershipChangeSm(Inputs inputs) : in(std::move(inputs)) { vlans_.begin(); }
+  explicit LocalMembershipChangeSm(Inputs inputs)
+      : in(std::move(inputs)), joiner(in.membershipJoinStatus->name(), in.mode) {
+    vlans_.begin();
+  }
   const Inputs in;
+  const Joiner joiner;
   /// The client goes: reviews all that it has fed.
   void handleDel();
 
@@ -42,6 +48,8 @@ class LocalMembershipChangeSm final : public Vesk::Machine {
     void review() override { handleVlan(); }
     /// Asks for the review of whatever a join of this group counts for.
     void groupChanged(Pavlin::IpGenAddr group);
+    /// Tells the index.
+    void groupJoinedIs(const Pavlin::IpGenAddr& group, bool joined);
 
     class NestedSm_GroupMembership final : public Vesk::Machine {
       VESK_RECORD(Irb::Multicast::Egress::LocalMembershipChangeSm::VlanSm::NestedSm_GroupMembership)
@@ -50,7 +58,10 @@ class LocalMembershipChangeSm final : public Vesk::Machine {
         Ombra::Ptr<Gmp::GroupMembershipJoin const> row;
         bool operator==(const Inputs&) const = default;
       };
-      explicit NestedSm_GroupMembership(Inputs inputs) : in(std::move(inputs)) { sources_.begin(); }
+      explicit NestedSm_GroupMembership(Inputs inputs) : in(std::move(inputs)) {
+        in.parent->groupJoinedIs(in.row->groupAddr(), true);
+        sources_.begin();
+      }
       const Inputs in;
       void handleDel();
 
@@ -92,13 +103,14 @@ class LocalMembershipChangeSm final : public Vesk::Machine {
 
    private:
     void handleVlan();
+    void handleGroup(Pavlin::IpGenAddr group);
     /// The row if its groups are followed to this depth, else null.
     [[nodiscard]] Ombra::Ptr<Gmp::VlanMembershipJoin const> rowOf(Mode mode) const {
       return in.parent->in.mode == mode ? in.row : nullptr;
     }
 
     Vesk::Watch group_ =
-        watch<&VlanSm::groupChanged>(rowOf(Mode::groupLevel), Gmp::VlanMembershipJoin::groupAttr);
+        watch<&VlanSm::handleGroup>(rowOf(Mode::groupLevel), Gmp::VlanMembershipJoin::groupAttr);
     Vesk::Follow groups_ = follow(rowOf(Mode::interfaceLevel), Gmp::VlanMembershipJoin::groupAttr,
                                   groupMembershipAttr);
   };
@@ -119,6 +131,7 @@ class OverlayMembershipChangeSm final : public Vesk::Machine {
     Ombra::Ptr<Routing::Multicast::IpTunnelVlanGroupStatus const> tunnelVlanGroupStatus;
     ReviewTarget local;
     ReviewTarget remote;
+    Ombra::Ptr<ReceiverIndex> receivers;
     bool operator==(const Inputs&) const = default;
   };
   explicit OverlayMembershipChangeSm(Inputs inputs);

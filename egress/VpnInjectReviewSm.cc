@@ -121,42 +121,31 @@ void VpnInjectReviewSm::reviewVlanGroup(const OverlayVlanGroup& vlanGroup) {
     if (auto t = traceHandle.at(8)) t << "VlanGroup Review: skipping any group";
     return;
   }
-  judge(vlanGroup, [&](VlanId vlan) { return in.joinStatusColl->groupActive(vlan, group); });
+  judge(
+      vlanGroup,
+      [&](VlanId vlan) { return joinDomain(in.joinStatusColl->groupActive(vlan, group)); },
+      [&](auto wants) { return in.receivers->anyJoined(vlanGroup.vlan, group, wants); });
 }
 
 void VpnInjectReviewSm::reviewVlan(VlanId vlan) {
-  judge(OverlayVlanGroup::anyGroup(vlan, in.af),
-        [&](VlanId member) { return in.joinStatusColl->vlanActive(member); });
+  judge(
+      OverlayVlanGroup::anyGroup(vlan, in.af),
+      [&](VlanId member) { return joinDomain(in.joinStatusColl->vlanActive(member)); },
+      [&](auto wants) { return in.receivers->anyJoined(vlan, wants); });
 }
 
-template <class Active>
-void VpnInjectReviewSm::judge(const OverlayVlanGroup& vlanGroup, Active active) {
+/// A mask joins if any of its bits does, so the members of an SBD vlan can be asked one by one.
+template <class Wants, class AnyMember>
+void VpnInjectReviewSm::judge(const OverlayVlanGroup& vlanGroup, Wants wants, AnyMember anyMember) {
   const auto entry = vlanToMulticastGroup(vlanGroup);
   if (!entry) {
     if (auto t = traceHandle.at(9)) t << "No VlanToMulticastGroup " << textOf(vlanGroup);
     return;
   }
-  entry->judgedAs(hasReceivers(vlanGroup.vlan, active));
-}
-
-/// A mask joins if any of its bits does, so the members of an SBD vlan can be asked one by one.
-template <class Active>
-bool VpnInjectReviewSm::hasReceivers(VlanId vlan, Active active) {
-  if (joinDomain(active(vlan))) return true;
-  const auto sbd = in.sbdToVlanStatus->sbdStatus(vlan);
-  if (!sbd) return false;
-  VlanId* const last = lastMember_.find(vlan);
-  if (last != nullptr && sbd->vlanIdHas(*last) && joinDomain(active(*last))) return true;
-  for (const VlanId member : sbd->vlanIdIterator()) {
-    if (!joinDomain(active(member))) continue;
-    if (last != nullptr) {
-      *last = member;
-    } else {
-      lastMember_.insert(vlan, member);
-    }
-    return true;
-  }
-  return false;
+  if (wants(vlanGroup.vlan)) return entry->judgedAs(true);
+  const auto sbd = in.sbdToVlanStatus->sbdStatus(vlanGroup.vlan);
+  entry->judgedAs(
+      sbd && anyMember([&](VlanId member) { return sbd->vlanIdHas(member) && wants(member); }));
 }
 
 // --- one vlan group

@@ -10,10 +10,10 @@
 #include <optional>
 
 #include "egress/MembershipDedup.h"
+#include "egress/ReceiverIndex.h"
 #include "records/Egress.h"
 #include "records/IpTunnelVlanGroupStatus.h"
 #include "records/ReadyStatus.h"
-#include "runtime/KeyedMap.h"
 #include "runtime/MachineTask.h"
 #include "runtime/Record.h"
 
@@ -36,6 +36,7 @@ class VpnInjectReviewSm final : public Vesk::Machine {
     Ombra::Ptr<SbdToVlanStatus const> sbdToVlanStatus;
     Ombra::Ptr<MembershipDedupTable> underlayInjectDedupTable;
     Ombra::Ptr<::Multicast::Vpn::DecapReadyStatus> decapReadyStatus;
+    Ombra::Ptr<ReceiverIndex const> receivers;
     bool operator==(const Inputs&) const = default;
   };
   explicit VpnInjectReviewSm(Inputs inputs);
@@ -100,14 +101,10 @@ class VpnInjectReviewSm final : public Vesk::Machine {
 
   void reviewVlanGroup(const OverlayVlanGroup& vlanGroup);
   void reviewVlan(Bridging::VlanId vlan);
-  /// `active` tells the receivers of one vlan.
-  template <class Active>
-  void judge(const OverlayVlanGroup& vlanGroup, Active active);
-  template <class Active>
-  [[nodiscard]] bool hasReceivers(Bridging::VlanId vlan, Active active);
-
-  /// The member of an SBD vlan that had receivers when one was looked for last: it is asked first.
-  Vesk::KeyedMap<Bridging::VlanId, Bridging::VlanId> lastMember_;
+  /// `wants` tells whether the receivers of one vlan make the domain join, `anyMember` whether it
+  /// does so for a member of the SBD vlan in which there may be some.
+  template <class Wants, class AnyMember>
+  void judge(const OverlayVlanGroup& vlanGroup, Wants wants, AnyMember anyMember);
 
   using Self = VpnInjectReviewSm;
   Vesk::MachineTask vlanTask_{this, in.taskScheduler, 3, "VpnInjectReview-Vlan",

@@ -29,6 +29,8 @@ void VpnInjectSm::handleInitialized() {
   }
   vlanGroupIndexIs({.tunnelVlanGroupStatus = reducedVlanGroupStatus()});
   vlanGroupIndexRemoteDomainIs({.tunnelVlanGroupStatus = reducedTunnelStatusRemoteDomain()});
+  receiverIndexIs(
+      {.joinStatusColl = in.membershipJoinStatusColl, .mcastIrbStatus = in.mcastIrbStatus});
   sbdToVlanSmIs({.mcastIrbStatus = in.mcastIrbStatus, .sbdToVlanStatus = sbdToVlanStatus()});
   ipTunnelVlanGroupReduceSmIs({.domain = Domain::localDomain,
                                .source = in.tunnelVlanGroupStatus,
@@ -45,7 +47,8 @@ void VpnInjectSm::handleInitialized() {
                                .sbdToVlanStatus = sbdToVlanStatus(),
                                .tunnelVlanGroupStatus = reducedVlanGroupStatus(),
                                .local = local,
-                               .remote = remote});
+                               .remote = remote,
+                               .receivers = receiverIndex()});
   const auto helper = ReviewHelper::createReviewHelper(local, remote, ReceiverDomain::plainIntf);
   sbdVlanChangeSmIs({.sbdToVlanStatus = sbdToVlanStatus(), .reviewHelper = helper});
   maybeInitReview();
@@ -78,7 +81,8 @@ void VpnInjectSm::maybeInitReview() {
                        .changeSet = changeSet(),
                        .sbdToVlanStatus = sbdToVlanStatus(),
                        .underlayInjectDedupTable = in.underlayInjectDedupTable,
-                       .decapReadyStatus = in.decapReadyStatus});
+                       .decapReadyStatus = in.decapReadyStatus,
+                       .receivers = receiverIndex()});
   l2InjectSmIs({.tunnelVlanGroupStatus = in.tunnelVlanGroupStatus,
                 .mlagState = in.mlagState,
                 .underlayInjectDedupTable = in.underlayInjectDedupTable,
@@ -120,7 +124,8 @@ void VpnInjectSm::startRemoteDomain() {
                                    .changeSet = changeSetRemoteDomain(),
                                    .sbdToVlanStatus = sbdToVlanStatus(),
                                    .underlayInjectDedupTable = in.underlayInjectDedupTable,
-                                   .decapReadyStatus = ready});
+                                   .decapReadyStatus = ready,
+                                   .receivers = receiverIndex()});
   l2InjectSmRemoteDomainIs({.tunnelVlanGroupStatus = in.tunnelStatusRemoteDomain,
                             .mlagState = in.mlagState,
                             .underlayInjectDedupTable = in.underlayInjectDedupTable,

@@ -59,6 +59,7 @@ class VpnInjectSm final : public Vesk::Machine {
   VESK_VALUE(bool, oismGateway)
   VESK_INSTANCE(VlanGroupIndex, vlanGroupIndex)
   VESK_INSTANCE(VlanGroupIndex, vlanGroupIndexRemoteDomain)
+  VESK_INSTANCE(ReceiverIndex, receiverIndex)
   VESK_INSTANCE(SbdToVlanSm, sbdToVlanSm)
   VESK_INSTANCE(IpTunnelVlanGroupReduceSm, ipTunnelVlanGroupReduceSm)
   VESK_INSTANCE(IpTunnelVlanGroupReduceSm, ipTunnelVlanGroupReduceSmRemoteDomain)
