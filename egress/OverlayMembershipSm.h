@@ -27,11 +27,13 @@ class LocalMembershipChangeSm final : public Vesk::Machine {
     bool operator==(const Inputs&) const = default;
   };
   explicit LocalMembershipChangeSm(Inputs inputs)
-      : in(std::move(inputs)), joiner(in.membershipJoinStatus->name(), in.mode) {
+      : in(std::move(inputs)),
+        joiner(in.mode == Mode::groupLevel ? Joiners::local(in.membershipJoinStatus->name())
+                                           : Joiners::peer(in.membershipJoinStatus->name())) {
     vlans_.begin();
   }
   const Inputs in;
-  const Joiner joiner;
+  const Joiners joiner;
   /// The client goes: reviews all that it has fed.
   void handleDel();
 

@@ -1,40 +1,34 @@
 #include "egress/ReceiverIndex.h"
 
-#include <algorithm>
-
 namespace Irb::Multicast::Egress {
 
 using Bridging::VlanId;
 using Pavlin::IpGenAddr;
 using Routing::Multicast::OverlayAddr;
 
-Joiner::Joiner(std::string_view name, Egress::Mode mode) {
-  const App::Client client = App::ClientInstance(name);
-  const unsigned number = static_cast<unsigned>(client) + (mode == Mode::interfaceLevel ? 16U : 0U);
-  bit_ = client == App::Client::unknown ? 0 : 1U << number;
-}
-
 ReceiverIndex::ReceiverIndex(Inputs inputs) : in(std::move(inputs)) {
   for (const VlanId& vlan : in.mcastIrbStatus->vlanToSbdKeys())
     handleVlanToSbd(vlan);
 }
 
-void ReceiverIndex::groupJoinedIs(Joiner joiner, VlanId vlan, const IpGenAddr& group, bool joined) {
+void ReceiverIndex::groupJoinedIs(Joiners joiner, VlanId vlan, const IpGenAddr& group,
+                                  bool joined) {
   if (const VlanId* const sbdVlan = sbdOf_.find(vlan))
-    enter(groups_, {*sbdVlan, OverlayAddr(group)}, vlan, joiner.bit(), joined);
+    enter(groups_, {*sbdVlan, OverlayAddr(group)}, vlan, joiner, joined);
 }
 
-void ReceiverIndex::vlanJoinedIs(Joiner joiner, VlanId vlan, bool joined) {
+void ReceiverIndex::vlanJoinedIs(Joiners joiner, VlanId vlan, bool joined) {
   if (const VlanId* const sbdVlan = sbdOf_.find(vlan))
-    enter(vlans_, *sbdVlan, vlan, joiner.bit(), joined);
+    enter(vlans_, *sbdVlan, vlan, joiner, joined);
 }
 
 template <class Key>
-void ReceiverIndex::enter(MembersOf<Key>& index, const Key& key, VlanId vlan, std::uint32_t joiner,
+void ReceiverIndex::enter(MembersOf<Key>& index, const Key& key, VlanId vlan, Joiners joiner,
                           bool joined) {
+  if (joiner.empty()) return;
   Members* members = index.find(key);
   if (members == nullptr) {
-    if (joined && joiner != 0) index.insert(key, Members{{vlan, joiner}});
+    if (joined) index.insert(key, Members{{vlan, joiner}});
     return;
   }
   const auto place =
@@ -42,14 +36,12 @@ void ReceiverIndex::enter(MembersOf<Key>& index, const Key& key, VlanId vlan, st
                        [](const Member& member, VlanId other) { return member.vlan < other; });
   const bool present = place != members->end() && place->vlan == vlan;
   if (joined) {
-    if (present) {
-      place->joiners |= joiner;
-    } else if (joiner != 0) {
-      members->insert(place, {vlan, joiner});
-    }
+    present ? place->joiners.add(joiner) : void(members->insert(place, {vlan, joiner}));
     return;
   }
-  if (!present || (place->joiners &= ~joiner) != 0) return;
+  if (!present) return;
+  place->joiners.remove(joiner);
+  if (!place->joiners.empty()) return;
   members->erase(place);
   if (members->empty()) index.erase(key);
 }
@@ -69,12 +61,12 @@ void ReceiverIndex::handleVlanToSbd(VlanId vlan) {
 
 void ReceiverIndex::joinsOf(VlanId vlan, bool joined) {
   for (const auto& [name, status] : in.joinStatusColl->localMembershipIterator())
-    joinsOf(Joiner(name, Mode::groupLevel), *status, vlan, joined);
+    joinsOf(Joiners::local(name), *status, vlan, joined);
   for (const auto& [name, status] : in.joinStatusColl->peerMembershipIterator())
-    joinsOf(Joiner(name, Mode::interfaceLevel), *status, vlan, joined);
+    joinsOf(Joiners::peer(name), *status, vlan, joined);
 }
 
-void ReceiverIndex::joinsOf(Joiner joiner, const Gmp::MembershipJoinStatus& status, VlanId vlan,
+void ReceiverIndex::joinsOf(Joiners joiner, const Gmp::MembershipJoinStatus& status, VlanId vlan,
                             bool joined) {
   const auto membership = status.vlan(vlan);
   if (!membership) return;

@@ -6,6 +6,8 @@
 // place here.
 #pragma once
 
+#include <algorithm>
+
 #include <absl/container/inlined_vector.h>
 
 #include "records/Egress.h"
@@ -13,19 +15,6 @@
 #include "runtime/Record.h"
 
 namespace Irb::Multicast::Egress {
-
-/// Who joins: a client of this switch, or the MLAG peer.
-class Joiner {
- public:
-  /// The peer's joins are those that are watched down to interfaces.
-  Joiner(std::string_view name, Egress::Mode mode);
-  /// 0 for a client that is not known: its joins count for nothing.
-  [[nodiscard]] std::uint32_t bit() const { return bit_; }
-  bool operator==(const Joiner&) const = default;
-
- private:
-  std::uint32_t bit_;
-};
 
 class ReceiverIndex final : public Vesk::Machine {
   VESK_RECORD(Irb::Multicast::Egress::ReceiverIndex)
@@ -38,13 +27,13 @@ class ReceiverIndex final : public Vesk::Machine {
   const Inputs in;
 
   /// The client has a join of the group in the vlan, or has it no longer.
-  void groupJoinedIs(Joiner joiner, Bridging::VlanId vlan, const Pavlin::IpGenAddr& group,
+  void groupJoinedIs(Joiners joiner, Bridging::VlanId vlan, const Pavlin::IpGenAddr& group,
                      bool joined);
   /// The client has joins in the vlan, or has none.
-  void vlanJoinedIs(Joiner joiner, Bridging::VlanId vlan, bool joined);
+  void vlanJoinedIs(Joiners joiner, Bridging::VlanId vlan, bool joined);
 
   /// True as soon as the test holds for a member of the SBD vlan in which the group, or everything,
-  /// is joined. The test must not change the index.
+  /// is joined, and for those who have joined. The test must not change the index.
   template <class Test>
   [[nodiscard]] bool anyJoined(Bridging::VlanId sbdVlan, const Pavlin::IpGenAddr& group,
                                Test test) const {
@@ -64,7 +53,7 @@ class ReceiverIndex final : public Vesk::Machine {
 
   struct Member {
     Bridging::VlanId vlan;
-    std::uint32_t joiners = 0;
+    Joiners joiners;
   };
   /// In order of the vlans.
   using Members = absl::InlinedVector<Member, 2>;
@@ -75,16 +64,16 @@ class ReceiverIndex final : public Vesk::Machine {
   [[nodiscard]] static bool holds(const Members* members, Test test) {
     if (members == nullptr) return false;
     return std::any_of(members->begin(), members->end(),
-                       [&](const Member& member) { return test(member.vlan); });
+                       [&](const Member& member) { return test(member.vlan, member.joiners); });
   }
   template <class Key>
-  static void enter(MembersOf<Key>& index, const Key& key, Bridging::VlanId vlan,
-                    std::uint32_t joiner, bool joined);
+  static void enter(MembersOf<Key>& index, const Key& key, Bridging::VlanId vlan, Joiners joiner,
+                    bool joined);
 
   void handleVlanToSbd(Bridging::VlanId vlan);
   /// Enters or takes out all joins of the vlan, under the SBD vlan that it is bound to.
   void joinsOf(Bridging::VlanId vlan, bool joined);
-  void joinsOf(Joiner joiner, const Gmp::MembershipJoinStatus& status, Bridging::VlanId vlan,
+  void joinsOf(Joiners joiner, const Gmp::MembershipJoinStatus& status, Bridging::VlanId vlan,
                bool joined);
 
   MembersOf<Routing::Multicast::OverlayVlanGroup> groups_;

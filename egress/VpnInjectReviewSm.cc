@@ -123,14 +123,18 @@ void VpnInjectReviewSm::reviewVlanGroup(const OverlayVlanGroup& vlanGroup) {
   }
   judge(
       vlanGroup,
-      [&](VlanId vlan) { return joinDomain(in.joinStatusColl->groupActive(vlan, group)); },
+      [&](VlanId vlan, Joiners among) {
+        return joinDomain(in.joinStatusColl->groupActive(vlan, group, among));
+      },
       [&](auto wants) { return in.receivers->anyJoined(vlanGroup.vlan, group, wants); });
 }
 
 void VpnInjectReviewSm::reviewVlan(VlanId vlan) {
   judge(
       OverlayVlanGroup::anyGroup(vlan, in.af),
-      [&](VlanId member) { return joinDomain(in.joinStatusColl->vlanActive(member)); },
+      [&](VlanId member, Joiners among) {
+        return joinDomain(in.joinStatusColl->vlanActive(member, among));
+      },
       [&](auto wants) { return in.receivers->anyJoined(vlan, wants); });
 }
 
@@ -142,10 +146,11 @@ void VpnInjectReviewSm::judge(const OverlayVlanGroup& vlanGroup, Wants wants, An
     if (auto t = traceHandle.at(9)) t << "No VlanToMulticastGroup " << textOf(vlanGroup);
     return;
   }
-  if (wants(vlanGroup.vlan)) return entry->judgedAs(true);
+  if (wants(vlanGroup.vlan, Joiners::all())) return entry->judgedAs(true);
   const auto sbd = in.sbdToVlanStatus->sbdStatus(vlanGroup.vlan);
-  entry->judgedAs(
-      sbd && anyMember([&](VlanId member) { return sbd->vlanIdHas(member) && wants(member); }));
+  entry->judgedAs(sbd && anyMember([&](VlanId member, Joiners among) {
+                    return sbd->vlanIdHas(member) && wants(member, among);
+                  }));
 }
 
 // --- one vlan group

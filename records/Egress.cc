@@ -24,9 +24,11 @@ bool hasWildcard(const Gmp::VlanMembershipJoin& membership) {
 // Each join of any client asks these two questions: the clients are visited in place.
 
 ReceiverDomain MembershipJoinStatusColl::groupActive(const Bridging::VlanId& vlan,
-                                                     const Pavlin::IpGenAddr& group) const {
+                                                     const Pavlin::IpGenAddr& group,
+                                                     Joiners among) const {
   ReceiverDomain result{};
   localMembership_.map().visitUntil([&](const std::string& name, const auto& status) {
+    if (!among.intersects(Joiners::local(name))) return false;
     const auto membership = std::as_const(*status).vlan(vlan);
     if (membership &&
         ((membership->groupHas(group) && !leakedGroup(vlan, group)) || hasWildcard(*membership)))
@@ -34,6 +36,7 @@ ReceiverDomain MembershipJoinStatusColl::groupActive(const Bridging::VlanId& vla
     return false;
   });
   peerMembership_.map().visitUntil([&](const std::string& name, const auto& status) {
+    if (!among.intersects(Joiners::peer(name))) return false;
     const auto membership = std::as_const(*status).vlan(vlan);
     const auto joined = membership ? membership->group(group) : nullptr;
     if (!joined) return false;
@@ -44,9 +47,11 @@ ReceiverDomain MembershipJoinStatusColl::groupActive(const Bridging::VlanId& vla
   return result;
 }
 
-ReceiverDomain MembershipJoinStatusColl::vlanActive(const Bridging::VlanId& vlan) const {
+ReceiverDomain MembershipJoinStatusColl::vlanActive(const Bridging::VlanId& vlan,
+                                                    Joiners among) const {
   ReceiverDomain result{};
   localMembership_.map().visitUntil([&](const std::string& name, const auto& status) {
+    if (!among.intersects(Joiners::local(name))) return false;
     const auto membership = std::as_const(*status).vlan(vlan);
     if (!membership) return false;
     for (const auto& [group, join] : membership->groupIterator()) {
@@ -58,6 +63,7 @@ ReceiverDomain MembershipJoinStatusColl::vlanActive(const Bridging::VlanId& vlan
     return false;
   });
   peerMembership_.map().visitUntil([&](const std::string& name, const auto& status) {
+    if (!among.intersects(Joiners::peer(name))) return false;
     const auto membership = std::as_const(*status).vlan(vlan);
     if (!membership) return false;
     const ReceiverDomain mask = maskOf(name);

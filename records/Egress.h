@@ -39,6 +39,28 @@ class McastVrfLeakCtx : public Vesk::Entity {
   VESK_REF(Routing::Multicast::VrfLeak::McastVrfLeakConfig const, vrfLeakConfig)
 };
 
+/// A set of clients of this switch and of its MLAG peer. One whose name is not known is in none:
+/// its joins count for nothing.
+class Joiners {
+ public:
+  [[nodiscard]] static Joiners all() { return Joiners(~0U); }
+  [[nodiscard]] static Joiners local(std::string_view name) { return Joiners(bit(name)); }
+  [[nodiscard]] static Joiners peer(std::string_view name) { return Joiners(bit(name) << 16); }
+
+  [[nodiscard]] bool empty() const { return bits_ == 0; }
+  [[nodiscard]] bool intersects(Joiners other) const { return (bits_ & other.bits_) != 0; }
+  void add(Joiners other) { bits_ |= other.bits_; }
+  void remove(Joiners other) { bits_ &= ~other.bits_; }
+
+ private:
+  explicit Joiners(std::uint32_t bits) : bits_(bits) {}
+  static std::uint32_t bit(std::string_view name) {
+    const App::Client client = App::ClientInstance(name);
+    return client == App::Client::unknown ? 0 : 1U << static_cast<unsigned>(client);
+  }
+  std::uint32_t bits_;
+};
+
 /// The joins of all clients of one family, by client name.
 class MembershipJoinStatusColl : public Vesk::Entity {
   VESK_RECORD(Irb::Multicast::Egress::MembershipJoinStatusColl)
@@ -55,11 +77,13 @@ class MembershipJoinStatusColl : public Vesk::Entity {
     peerMembershipIs(status->name(), status);
   }
 
-  /// For which domains the group has receivers in the vlan; 0 if it has none.
+  /// For which domains these clients have receivers of the group in the vlan; 0 if they have none.
   [[nodiscard]] ReceiverDomain groupActive(const Bridging::VlanId& vlan,
-                                           const Pavlin::IpGenAddr& group) const;
-  /// For which domains any group has receivers in the vlan.
-  [[nodiscard]] ReceiverDomain vlanActive(const Bridging::VlanId& vlan) const;
+                                           const Pavlin::IpGenAddr& group,
+                                           Joiners among = Joiners::all()) const;
+  /// For which domains they have receivers of any group in the vlan.
+  [[nodiscard]] ReceiverDomain vlanActive(const Bridging::VlanId& vlan,
+                                          Joiners among = Joiners::all()) const;
   /// True if another VRF serves the group, so that a join of it is no reason to pull it through
   /// this vlan's SBD.
   [[nodiscard]] bool leakedGroup(const Bridging::VlanId& vlan,

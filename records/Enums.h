@@ -5,6 +5,7 @@
 #pragma once
 
 #include <array>
+#include <charconv>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -151,9 +152,15 @@ namespace App {
 
 /// The client of this name; Client::unknown if there is none.
 [[nodiscard]] inline Client ClientInstance(std::string_view name) {
-  for (const auto& known : Vesk::EnumNames<Client>::values)
-    if (known.text == name) return known.value;
-  return Client::unknown;
+  // Asked for each client in each judgement: by its number, not by a look at all names.
+  constexpr std::string_view prefix = "client";
+  const std::string_view digits = name.starts_with(prefix) ? name.substr(prefix.size()) : "";
+  unsigned number = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  const bool isNumber = error == std::errc() && end == digits.data() + digits.size() &&
+                        (digits.front() != '0' || digits.size() == 1);
+  return isNumber && number < Vesk::EnumNames<Client>::values.size() ? Client(number)
+                                                                     : Client::unknown;
 }
 
 }  // namespace App
