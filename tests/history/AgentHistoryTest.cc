@@ -97,8 +97,8 @@ std::string membershipDifference(const MembershipRows& left) {
 /// One history under way: the agent's world, who writes into it, and what has been told of it.
 class Play {
  public:
-  Play(AgentWorld& world, std::uint64_t seed)
-      : world_(world), generator_(seed), routes_(generator_), receivers_(generator_) {
+  Play(AgentWorld& world, std::uint64_t share, std::uint64_t seed)
+      : world_(world), generator_(seed), routes_(generator_), receivers_(generator_, share) {
     generator_.baseline();
     routes_.baseline();
     receivers_.baseline();
@@ -184,10 +184,6 @@ class Play {
   std::string told_;
 };
 
-std::string play(AgentWorld& world, std::uint64_t seed, std::size_t events) {
-  return Play(world, seed).tell(events);
-}
-
 constexpr std::uint64_t shares = 16;
 
 /// Toggles are given to a process at its start.
@@ -214,14 +210,17 @@ TEST_P(AgentHistory, RowsAtRestAreThoseTheInputsWant) {
   std::printf("%lu histories of %zu events from seed %lu\n", histories, events, first);
   AgentWorld world(togglesOff(GetParam()));
   rowsCompared = routesCompared = membershipsCompared = 0;
+  const auto play = [&](std::uint64_t seed, std::size_t length) {
+    return Play(world, GetParam(), seed).tell(length);
+  };
   for (std::uint64_t seed = first; seed < first + histories; ++seed) {
-    const std::string fault = play(world, seed, events);
+    const std::string fault = play(seed, events);
     if (!fault.empty()) {
       std::size_t shortest = events;  // the shortest prefix of the same history that shows a fault
       std::string shown = fault;
       for (std::size_t n = 1; n < shortest; ++n) {
         world.reset();
-        if (const std::string again = play(world, seed, n); !again.empty()) {
+        if (const std::string again = play(seed, n); !again.empty()) {
           shortest = n;
           shown = again;
         }

@@ -103,9 +103,11 @@ class AgentWorld {
       using Irb::Multicast::IgmpProxyStatus;
       using Irb::Multicast::Gmp::MembershipJoinStatus;
       sharedInput<IgmpProxyStatus>(IgmpProxyStatus::mergedAfMountPath(af))->igmpProxyVlanDelAll();
-      for (const auto client : Irb::Multicast::Gmp::joinClients())
-        sharedInput<MembershipJoinStatus>(MembershipJoinStatus::mountPath(af, client))
-            ->vlanDelAll();
+      for (const auto client : Irb::Multicast::Gmp::joinClients()) {
+        const auto path = MembershipJoinStatus::mountPath(af, client);
+        if (sharedTable<MembershipJoinStatus>(path)->vlanCount() != 0)
+          sharedInput<MembershipJoinStatus>(path)->vlanDelAll();
+      }
     }
     sharedInput<Arp::Table::Status>()->arpEntryDelAll();
     sharedInput<Briskel::Bridging::Status>()->fdbEntryDelAll();

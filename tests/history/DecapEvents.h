@@ -12,7 +12,9 @@ namespace History {
 
 class DecapEvents {
  public:
-  explicit DecapEvents(EventGenerator& random) : random_(random) {}
+  /// Three clients have receivers, one of each kind; which ones follows from the share.
+  DecapEvents(EventGenerator& random, std::uint64_t share)
+      : random_(random), clients_(clientsOf(share)) {}
   /// Senders and receivers for the events to disturb.
   void baseline();
   /// Writes one event and tells it in words.
@@ -21,6 +23,9 @@ class DecapEvents {
  private:
   using Event = std::string (DecapEvents::*)();
 
+  using Clients = std::array<Irb::Multicast::App::Client, 3>;
+
+  static Clients clientsOf(std::uint64_t share);
   Pavlin::AddressFamily family();
   Bridging::VlanId vlan();
   Pavlin::IpGenAddr group(Pavlin::AddressFamily af);
@@ -35,6 +40,7 @@ class DecapEvents {
   std::string leakEvent();
 
   EventGenerator& random_;
+  Clients clients_;
 };
 
 }  // namespace History

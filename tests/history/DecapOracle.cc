@@ -1,6 +1,7 @@
 #include "tests/history/DecapOracle.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <optional>
 #include <vector>
@@ -38,12 +39,12 @@ using VlanGroupStatus = Routing::Multicast::IpTunnelVlanGroupStatus;
 Ombra::Ptr<Vxlan::VtiStatus> vxlan1() {
   return input<Vxlan::VtiStatusDir>()->vtiStatus(Pavlin::vxlan1IntfId());
 }
-Ombra::Ptr<Irb::Multicast::GatewayEsStatus> gateway() {
-  return sharedInput<Irb::Multicast::GatewayEsStatus>();
+Ombra::Ptr<Irb::Multicast::GatewayEsStatus const> gateway() {
+  return sharedTable<Irb::Multicast::GatewayEsStatus>();
 }
 unsigned sbdOf(AddressFamily af, unsigned vlan) {
   const auto status =
-      sharedInput<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
+      sharedTable<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
   return status->vlanToSbdHas(VlanId(vlan)) ? status->vlanToSbd(VlanId(vlan)).sbdVlan.value()
                                             : vlan;
 }
@@ -53,7 +54,7 @@ unsigned sbdOf(AddressFamily af, unsigned vlan) {
 std::vector<VlanId> claimsOf(Vrf::VrfIdMap::VrfId id, const VrfName& name) {
   std::vector<VlanId> claims;
   using Mvpn = Routing::Multicast::MvpnIntfStatus;
-  const auto intf = sharedInput<Mvpn>()->vrfIntfId(id).pmsiIntfId;
+  const auto intf = sharedTable<Mvpn>()->vrfIntfId(id).pmsiIntfId;
   if (Pavlin::VlanIntfId::isVlanIntfId(intf))
     claims.push_back(Pavlin::VlanIntfId::vlanId(intf).vlanId());
   if (const auto vti = vxlan1())
@@ -66,7 +67,7 @@ std::string proxyDifference() {
   const auto published = input<GmpProxyStatus>();
   std::map<VrfName, VlanId> best;
   std::size_t ids = 0;
-  for (const auto& [id, entry] : sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIterator()) {
+  for (const auto& [id, entry] : sharedTable<Vrf::VrfIdMap::Status>()->vrfIdToNameIterator()) {
     const auto claims = claimsOf(id, entry.vrfName);
     if (claims.empty()) continue;
     ++ids;
@@ -87,7 +88,7 @@ std::map<unsigned, unsigned> wantedVlanToSbd(AddressFamily af) {
   const bool mpls = Multicast::Vpn::toggleOismMplsTunnelEnabled();
   const auto vti = vxlan1();
   const bool up = vti && vti->operStatus() == Vxlan::IntfOperStatus::up;
-  const auto proxied = sharedInput<IgmpProxyStatus>(IgmpProxyStatus::mergedAfMountPath(af));
+  const auto proxied = sharedTable<IgmpProxyStatus>(IgmpProxyStatus::mergedAfMountPath(af));
   for (const VlanId& vlan : proxied->igmpProxyVlanIterator()) {
     const auto vrf = routedVrf(af, vlan);
     if (!vrf) continue;
@@ -104,10 +105,9 @@ std::map<unsigned, unsigned> wantedVlanToSbd(AddressFamily af) {
 // --- receivers
 
 /// Bits as the clients' numbers stand for them: 1 anywhere, 2 remote, 4 local, 8 both.
-unsigned maskOf(const std::string& client) {
-  constexpr unsigned masks[] = {1, 0, 1, 3, 1, 8, 0, 0, 8, 8, 8, 4, 4, 8};
-  return masks[std::stoul(client.substr(6))];
-}
+constexpr std::array<unsigned, 14> masks{1, 0, 1, 3, 1, 8, 0, 0, 8, 8, 8, 4, 4, 8};
+constexpr unsigned peerMask = masks[3];
+
 bool joins(unsigned mask, bool isLocal) {
   return (mask & (isLocal ? 1U | 4U | 8U : 1U | 2U | 8U)) != 0;
 }
@@ -118,41 +118,46 @@ class Receivers {
   explicit Receivers(AddressFamily af) : af_(af) {
     for (const auto client : Gmp::joinClients()) {
       if (Gmp::isGatewayClient(client) && !Multicast::Vpn::toggleOismGatewayEnabled()) continue;
-      clients_.emplace_back(
-          App::stringValue(client),
-          sharedInput<Gmp::MembershipJoinStatus>(Gmp::MembershipJoinStatus::mountPath(af, client)));
+      const auto status =
+          sharedTable<Gmp::MembershipJoinStatus>(Gmp::MembershipJoinStatus::mountPath(af, client));
+      const auto number = static_cast<std::size_t>(client);
+      if (status->vlanCount() != 0) clients_.push_back({number == 3, masks.at(number), status});
     }
   }
 
   [[nodiscard]] unsigned ofGroup(unsigned vlan, const IpGenAddr& group) const {
-    return of(vlan, [&](const std::string& client, const Gmp::VlanMembershipJoin& joined) {
-      if (isPeer(client)) return peer(client, joined.group(group));
+    return of(vlan, [&](const Client& client, const Gmp::VlanMembershipJoin& joined) {
+      if (client.isPeer) return peer(joined.group(group));
       const bool all =
           joined.groupHas(IpGenAddr(Pavlin::ipv4())) || joined.groupHas(IpGenAddr(Pavlin::ipv6()));
       const bool one = joined.groupHas(group) && !leaks(vlan, group);
-      return all || one ? maskOf(client) : 0;
+      return all || one ? client.mask : 0;
     });
   }
   [[nodiscard]] unsigned ofAny(unsigned vlan) const {
-    return of(vlan, [&](const std::string& client, const Gmp::VlanMembershipJoin& joined) {
+    return of(vlan, [&](const Client& client, const Gmp::VlanMembershipJoin& joined) {
       unsigned mask = 0;
       for (const auto& [group, join] : joined.groupIterator())
-        mask |= isPeer(client) ? peer(client, join) : leaks(vlan, group) ? 0 : maskOf(client);
+        mask |= client.isPeer ? peer(join) : leaks(vlan, group) ? 0 : client.mask;
       return mask;
     });
   }
 
  private:
-  static bool isPeer(const std::string& client) { return client == "client3"; }
+  struct Client {
+    bool isPeer;
+    unsigned mask;
+    Ombra::Ptr<Gmp::MembershipJoinStatus const> joined;
+  };
+
   template <class Count>
   unsigned of(unsigned vlan, Count count) const {
     unsigned mask = 0;
-    for (const auto& [name, status] : clients_)
-      if (const auto joined = status->vlan(VlanId(vlan))) mask |= count(name, *joined);
+    for (const Client& client : clients_)
+      if (const auto joined = client.joined->vlan(VlanId(vlan))) mask |= count(client, *joined);
     return mask;
   }
-  static unsigned peer(const std::string& client,
-                       const Ombra::Ptr<Gmp::GroupMembershipJoin const>& join) {
+  static unsigned peer(const Ombra::Ptr<Gmp::GroupMembershipJoin const>& join) {
     unsigned mask = 0;
     const auto add = [&](const Pavlin::IntfId& intf) {
       mask |= Multicast::Tunnel::McastTunnelIntfId::isMcastTunnelIntfId(intf) ? 2U | 4U : 1U;
@@ -164,7 +169,7 @@ class Receivers {
       for (const auto& intf : source->secondIntfIterator())
         add(intf);
     }
-    return mask & maskOf(client);
+    return mask & peerMask;
   }
   [[nodiscard]] bool leaks(unsigned vlan, const IpGenAddr& group) const {
     const unsigned sbd = sbdOf(af_, vlan);
@@ -185,7 +190,7 @@ class Receivers {
   }
 
   AddressFamily af_;
-  std::vector<std::pair<std::string, Ombra::Ptr<Gmp::MembershipJoinStatus>>> clients_;
+  std::vector<Client> clients_;
 };
 
 // --- filters
@@ -237,7 +242,7 @@ void addMemberships(MembershipRows& rows, AddressFamily af, bool isLocal) {
   const Receivers receivers(af);
   std::map<unsigned, std::vector<unsigned>> members;
   const auto bound =
-      sharedInput<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
+      sharedTable<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
   for (const auto& [vlan, row] : bound->vlanToSbdIterator())
     members[row.sbdVlan.value()].push_back(vlan.value());
 
@@ -260,8 +265,8 @@ void addMemberships(MembershipRows& rows, AddressFamily af, bool isLocal) {
       if (mlagJoins(route.underlayGroup.genAddr())) addRow(rows, vlan.value(), route);
 }
 
-Ombra::Ptr<GmpTable> tableOf(AddressFamily af) {
-  return sharedInput<GmpTable>(
+Ombra::Ptr<GmpTable const> tableOf(AddressFamily af) {
+  return sharedTable<GmpTable>(
       GmpTable::appMountPath(af, Routing::Gmp::Briskel::App::corvane, "default"));
 }
 
@@ -279,7 +284,7 @@ std::string sbdDifference() {
   for (const auto af : Pavlin::families) {
     std::map<unsigned, unsigned> published;
     const auto status =
-        sharedInput<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
+        sharedTable<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
     for (const auto& [vlan, row] : status->vlanToSbdIterator())
       published[vlan.value()] = row.sbdVlan.value();
     const auto wanted = wantedVlanToSbd(af);

@@ -214,7 +214,7 @@ Rows publishedRows(const Domain& domain) {
   const auto path = domain.domain == Irb::Multicast::Domain::localDomain
                         ? Status::mountPath(domain.af)
                         : Status::remoteDomainMountPath(domain.af);
-  const auto status = sharedInput<Status>(path);
+  const auto status = sharedTable<Status>(path);
   for (const auto& [vlan, entry] : status->vlanStatusIterator())
     for (const auto& [overlay, mapping] : entry->overlayToUnderlayIterator())
       rows[Vesk::textOf(vlan) + "," + Vesk::textOf(overlay)] = Vesk::textOf(mapping.underlayRoute);

@@ -34,6 +34,18 @@ Ombra::Ptr<T> sharedInput(const std::string& path) {
       VeskSharedMem::EntityManager::getEntityManager()->open(path, T::veskName));
 }
 
+/// The shared table at a path to look at. No claim to write it: each claimed table costs the
+/// opening of its files at every start.
+template <class T>
+Ombra::Ptr<T const> sharedTable(const std::string& path) {
+  return boost::dynamic_pointer_cast<T const>(
+      VeskSharedMem::EntityManager::getEntityManager()->peek(path, T::veskName));
+}
+template <class T>
+Ombra::Ptr<T const> sharedTable() {
+  return sharedTable<T>(T::mountPath());
+}
+
 template <class T>
 Ombra::Ptr<T> sharedInput() {
   return sharedInput<T>(T::mountPath());
