@@ -84,14 +84,18 @@ std::string rowDifference() {
 }
 
 /// Rows that a dead agent has left stay where nobody says that all reviews are through.
-std::string membershipDifference(const MembershipRows& left) {
+/// A row that is wanted is the agent's own from then on.
+std::string membershipDifference(MembershipRows& left) {
   const MembershipRows wanted = wantedMemberships();
   MembershipRows found = publishedMemberships();
   membershipsCompared += wanted.size();
+  for (const auto& row : wanted)
+    left.erase(row);
   for (const auto& row : left)
-    if (!wanted.contains(row)) found.erase(row);
-  return setDifference("membership", wanted, found,
-                       [](const auto& row) { return Vesk::textOf(row); });
+    found.erase(row);
+  return setDifference("membership", wanted, found, [](const auto& row) {
+    return Vesk::textOf(row.first) + " " + Vesk::textOf(row.second);
+  });
 }
 
 /// One history under way: the agent's world, who writes into it, and what has been told of it.
@@ -99,12 +103,14 @@ class Play {
  public:
   Play(AgentWorld& world, std::uint64_t share, std::uint64_t seed)
       : world_(world), generator_(seed), routes_(generator_), receivers_(generator_, share) {
+    generator_.listenerIs([this] { claimsClashed_ = claimsClashed_ || claimsClash(); });
     generator_.baseline();
     routes_.baseline();
     receivers_.baseline();
     road_ = generator_.draw(3);
     if (Multicast::Vpn::toggleEvpnMulticastSSOEnabled() && generator_.draw(8) == 0)
       switchover_ = Switchover::fromTheStart();
+    claimsClashed_ = claimsClash();
     world_.begin(seed);
   }
 
@@ -126,7 +132,7 @@ class Play {
       if (pace == 0 || i == events) {
         told_ += "\n  crash and restart";
         crash();
-        world_.start();
+        start();
         if (const std::string fault = rest(); !fault.empty()) return fault;
       }
     }
@@ -137,8 +143,10 @@ class Play {
   std::string event() {
     if (switchover_.isUnderWay() && generator_.draw(8) == 0) return "stage " + switchover_.next();
     const auto side = road_ == 2 ? generator_.draw(2) : road_;
-    if (side == 0) return receivers_.next();
-    return generator_.draw(2) == 0 ? routes_.next() : generator_.next();
+    if (side == 1 && generator_.draw(2) != 0) return generator_.next();
+    std::string words = side == 0 ? receivers_.next() : routes_.next();
+    claimsClashed_ = claimsClashed_ || claimsClash();
+    return words;
   }
 
   /// In the middle of whatever is under way. What others write meets an agent that is dead, or one
@@ -149,37 +157,52 @@ class Play {
     for (auto left = generator_.draw(4); left > 0; --left)
       told_ += "\n  " + event();
     told_ += "\n  start";
-    world_.start();
+    start();
     world_.run(generator_.draw(6));
   }
   void crash() {
     if (!Multicast::Vpn::toggleEvpnMulticastSSOEnabled()) left_.merge(publishedMemberships());
     world_.crash();
-    switchover_.crashed();
+    hasRun_ = false;
+  }
+  void start() {
+    claimsClashed_ = claimsClash();  // what was before is forgotten
+    switchover_.restarted();
+    world_.start();
   }
 
   std::string rest() {
     routes_.rest(world_);
-    std::string fault;
-    if (switchover_.mayWrite()) {
-      fault = rowDifference();
-      if (fault.empty()) fault = routeDifference(world_.agent());
-      if (fault.empty() && decapRuns()) fault = sbdDifference();
-      if (fault.empty() && decapRuns() && switchover_.mayReview())
-        fault = membershipDifference(left_);
-    }
-    if (!decapRuns() && !isLeft()) left_.clear();
+    const std::string fault = difference();
     return fault.empty() ? fault : fault + "\nafter" + told_;
   }
-  /// An orderly stop takes the rows away; then nothing is left of a former process.
-  [[nodiscard]] bool isLeft() const { return !publishedMemberships().empty(); }
+  std::string difference() {
+    if (!switchover_.mayWrite()) return isCleared() ? "" : "a standby agent has written";
+    std::string fault = rowDifference();
+    if (fault.empty()) fault = routeDifference(world_.agent());
+    hasRun_ = hasRun_ || agentRuns();
+    // The machine of the VRFs' SBD vlans outlives an orderly stop, all others end with it.
+    if (fault.empty() && hasRun_) fault = proxyDifference(!claimsClashed_);
+    if (!fault.empty() || !hasRun_) return fault;
+    if (!agentRuns()) {
+      left_.clear();
+      return isCleared() ? "" : "rows outlive an orderly stop";
+    }
+    fault = sbdDifference();
+    if (fault.empty()) fault = switchover_.difference();
+    if (!fault.empty()) return fault;
+    if (switchover_.mayReview()) return membershipDifference(left_);
+    return publishedMemberships().empty() ? "" : "a join before its stage";
+  }
 
   AgentWorld& world_;
   EventGenerator generator_;
   RouteEvents routes_;
   DecapEvents receivers_;
   Switchover switchover_;
-  std::uint64_t road_ = 0;  ///< 0: receivers, 1: senders, 2: both
+  std::uint64_t road_ = 0;      ///< 0: receivers, 1: senders, 2: both
+  bool hasRun_ = false;         ///< at a rest in the life of this process
+  bool claimsClashed_ = false;  ///< at some time in the life of this process
   MembershipRows left_;
   std::string told_;
 };
@@ -188,11 +211,17 @@ constexpr std::uint64_t shares = 16;
 
 /// Toggles are given to a process at its start.
 AgentWorld::Toggles togglesOff(std::uint64_t share) {
-  switch (share % 4) {
+  switch (share % 8) {
     case 1:
       return {{"CorvaneLib.json", "OismGateway"}};
     case 2:
       return {{"BerrinLib.json", "OismMplsTunnel"}, {"StageMgr.json", "EvpnMulticastSSO"}};
+    case 4:
+      return {{"BerrinLib.json", "OismMplsTunnel"}};
+    case 5:
+      return {{"CorvaneLib.json", "OismGateway"}, {"BerrinLib.json", "OismMplsTunnel"}};
+    case 6:
+      return {{"StageMgr.json", "EvpnMulticastSSO"}};
     default:
       return {};
   }

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "platform/Toggles.h"
-#include "records/AgentStatus.h"
 #include "records/BriskelInputs.h"
 #include "records/GmpProxyStatus.h"
 #include "records/IpTunnelVlanGroupStatus.h"
@@ -42,9 +41,11 @@ Ombra::Ptr<Vxlan::VtiStatus> vxlan1() {
 Ombra::Ptr<Irb::Multicast::GatewayEsStatus const> gateway() {
   return sharedTable<Irb::Multicast::GatewayEsStatus>();
 }
+Ombra::Ptr<McastIrbStatus const> boundOf(AddressFamily af) {
+  return sharedTable<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
+}
 unsigned sbdOf(AddressFamily af, unsigned vlan) {
-  const auto status =
-      sharedTable<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
+  const auto status = boundOf(af);
   return status->vlanToSbdHas(VlanId(vlan)) ? status->vlanToSbd(VlanId(vlan)).sbdVlan.value()
                                             : vlan;
 }
@@ -55,7 +56,7 @@ std::vector<VlanId> claimsOf(Vrf::VrfIdMap::VrfId id, const VrfName& name) {
   std::vector<VlanId> claims;
   using Mvpn = Routing::Multicast::MvpnIntfStatus;
   const auto intf = sharedTable<Mvpn>()->vrfIntfId(id).pmsiIntfId;
-  if (Pavlin::VlanIntfId::isVlanIntfId(intf))
+  if (Pavlin::VlanIntfId::isVlanIntfId(intf) && intf.number() <= VlanId::max())
     claims.push_back(Pavlin::VlanIntfId::vlanId(intf).vlanId());
   if (const auto vti = vxlan1())
     if (const auto vlan = vti->vrfToSBDVlan(name); !vlan.isNone()) claims.push_back(vlan.vlanId());
@@ -63,23 +64,19 @@ std::vector<VlanId> claimsOf(Vrf::VrfIdMap::VrfId id, const VrfName& name) {
   return claims;
 }
 
-std::string proxyDifference() {
-  const auto published = input<GmpProxyStatus>();
-  std::map<VrfName, VlanId> best;
-  std::size_t ids = 0;
-  for (const auto& [id, entry] : sharedTable<Vrf::VrfIdMap::Status>()->vrfIdToNameIterator()) {
-    const auto claims = claimsOf(id, entry.vrfName);
-    if (claims.empty()) continue;
-    ++ids;
-    best.emplace(entry.vrfName, claims.front());
-    if (!published->vrfIdToSbdVlanHas(id) || published->vrfIdToSbdVlan(id) != claims.front())
-      return "vrfIdToSbdVlan of " + Vesk::textOf(id);
-  }
-  if (published->vrfIdToSbdVlanCount() != ids) return "vrfIdToSbdVlan has an unwanted row";
-  for (const auto& [vrf, vlan] : published->vrfToSbdVlanIterator())
-    if (const auto at = best.find(vrf); at == best.end() || at->second != vlan)
-      return "vrfToSbdVlan of " + std::string(vrf.str());
-  return {};
+struct Claim {
+  Vrf::VrfIdMap::VrfId id;
+  VrfName name;
+  VlanId best;
+};
+
+/// The VRF numbers for which somebody claims a vlan.
+std::vector<Claim> bestClaims() {
+  std::vector<Claim> best;
+  for (const auto& [id, entry] : sharedTable<Vrf::VrfIdMap::Status>()->vrfIdToNameIterator())
+    if (const auto claims = claimsOf(id, entry.vrfName); !claims.empty())
+      best.push_back({id, entry.vrfName, claims.front()});
+  return best;
 }
 
 std::map<unsigned, unsigned> wantedVlanToSbd(AddressFamily af) {
@@ -230,9 +227,13 @@ bool gatewayLets(VlanId vlan, const UnderlayRoute& route) {
 
 // --- memberships
 
+constexpr std::uint8_t joinMode = 1;
+
 void addRow(MembershipRows& rows, unsigned vlan, const UnderlayRoute& route) {
-  rows.insert({route.underlaySource(), route.underlayGroup.genAddr(),
-               Pavlin::VlanIntfId::vlanIdToIntfId(VlanId(vlan))});
+  const IpGenAddr& group = route.underlayGroup.genAddr();
+  rows.insert({group.af(),
+               {{route.underlaySource(), group, Pavlin::VlanIntfId::vlanIdToIntfId(VlanId(vlan))},
+                joinMode}});
 }
 
 void addMemberships(MembershipRows& rows, AddressFamily af, bool isLocal) {
@@ -241,9 +242,7 @@ void addMemberships(MembershipRows& rows, AddressFamily af, bool isLocal) {
       VlanGroupStatus::mountPath(af, isLocal ? irbDecapStatus() : irbRemoteDomainDecapStatus()));
   const Receivers receivers(af);
   std::map<unsigned, std::vector<unsigned>> members;
-  const auto bound =
-      sharedTable<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
-  for (const auto& [vlan, row] : bound->vlanToSbdIterator())
+  for (const auto& [vlan, row] : boundOf(af)->vlanToSbdIterator())
     members[row.sbdVlan.value()].push_back(vlan.value());
 
   for (const auto& [key, entry] : status->vlanToMulticastGroupIterator()) {
@@ -272,20 +271,47 @@ Ombra::Ptr<GmpTable const> tableOf(AddressFamily af) {
 
 }  // namespace
 
-bool decapRuns() {
-  using McastCommon::AgentStatus;
-  return (input<AgentStatus>(Pavlin::ipv4())->multicastRouting() ||
-          input<AgentStatus>(Pavlin::ipv6())->multicastRouting()) &&
-         input<Vxlan::VtiStatusDir>()->vtiStatusCount() != 0;
+bool claimsClash() {
+  std::set<VlanId> vlans;
+  std::set<VrfName> names;
+  for (const auto& [id, entry] : sharedTable<Vrf::VrfIdMap::Status>()->vrfIdToNameIterator()) {
+    const auto claims = claimsOf(id, entry.vrfName);
+    if (!claims.empty() && !names.insert(entry.vrfName).second) return true;
+    for (const VlanId& vlan : std::set(claims.begin(), claims.end()))
+      if (!vlans.insert(vlan).second) return true;
+  }
+  return false;
+}
+
+std::string proxyDifference(bool isDefinite) {
+  if (!Multicast::Vpn::toggleOismGatewayEnabled() && !Multicast::Vpn::toggleOismMplsTunnelEnabled())
+    return {};  // nobody writes them
+  const auto published = input<GmpProxyStatus>();
+  const auto claims = bestClaims();
+  std::map<VrfName, VlanId> best;
+  for (const auto& [id, name, vlan] : claims) {
+    best.emplace(name, vlan);
+    if (!published->vrfIdToSbdVlanHas(id) || published->vrfIdToSbdVlan(id) != vlan)
+      return "vrfIdToSbdVlan of " + Vesk::textOf(id);
+    if (!isDefinite) continue;
+    // Rows by vlan may also be those of a vlan that was the best of its VRF once.
+    if (!published->sbdVlanToVrfIdHas(vlan) || published->sbdVlanToVrfId(vlan) != id)
+      return "sbdVlanToVrfId of " + Vesk::textOf(vlan);
+    if (published->sbdVlanToVrf(vlan) != name) return "sbdVlanToVrf of " + Vesk::textOf(vlan);
+    if (!published->vrfToSbdVlanHas(name)) return "no vrfToSbdVlan of " + std::string(name.str());
+  }
+  if (published->vrfIdToSbdVlanCount() != claims.size())
+    return "vrfIdToSbdVlan has an unwanted row";
+  for (const auto& [vrf, vlan] : published->vrfToSbdVlanIterator())
+    if (const auto at = best.find(vrf); at == best.end() || (isDefinite && at->second != vlan))
+      return "vrfToSbdVlan of " + std::string(vrf.str());
+  return {};
 }
 
 std::string sbdDifference() {
-  if (std::string fault = proxyDifference(); !fault.empty()) return fault;
   for (const auto af : Pavlin::families) {
     std::map<unsigned, unsigned> published;
-    const auto status =
-        sharedTable<McastIrbStatus>(McastIrbStatus::mountPath(af, App::Client::client3));
-    for (const auto& [vlan, row] : status->vlanToSbdIterator())
+    for (const auto& [vlan, row] : boundOf(af)->vlanToSbdIterator())
       published[vlan.value()] = row.sbdVlan.value();
     const auto wanted = wantedVlanToSbd(af);
     if (published == wanted) continue;
@@ -315,8 +341,14 @@ MembershipRows publishedMemberships() {
   MembershipRows rows;
   for (const auto af : Pavlin::families)
     for (const auto& [key, row] : tableOf(af)->membershipIterator())
-      if (key.group.af() == af && row.mode == 1) rows.insert(key);
+      rows.insert({af, row});
   return rows;
+}
+
+bool isCleared() {
+  for (const auto af : Pavlin::families)
+    if (tableOf(af)->membershipCount() != 0 || boundOf(af)->vlanToSbdCount() != 0) return false;
+  return true;
 }
 
 }  // namespace History

@@ -9,6 +9,7 @@
 #include "records/AgentStatus.h"
 #include "records/Bridging.h"
 #include "records/BriskelInputs.h"
+#include "records/Evpn.h"
 #include "records/Fib.h"
 #include "records/IpTunnelForwardingStatus.h"
 #include "records/MulticastIntfs.h"
@@ -156,17 +157,26 @@ std::optional<L3::VrfName> routedVrf(AddressFamily af, VlanId vlan) {
   return first;
 }
 
-bool domainRuns(const Domain& domain) {
+bool agentRuns() {
   using McastCommon::AgentStatus;
   const bool routing = input<AgentStatus>(Pavlin::ipv4())->multicastRouting() ||
                        input<AgentStatus>(Pavlin::ipv6())->multicastRouting();
-  const bool runnable = routing && input<Vxlan::VtiStatusDir>()->vtiStatusCount() != 0;
+  if (routing && input<Vxlan::VtiStatusDir>()->vtiStatusCount() != 0) return true;
+  const auto evpn = input<Evpn::EvpnStatus>();
+  const auto fixed = input<Irb::Multicast::EvpnStaticStatus>();
+  return Multicast::Vpn::toggleOismMplsTunnelEnabled() &&
+         (evpn->evpnFlagA() || fixed->evpnFlagA()) &&
+         (evpn->evpnFlagB() || evpn->evpnFlagC() || fixed->evpnFlagB() || fixed->evpnFlagC());
+}
+
+bool domainRuns(const Domain& domain) {
   const bool snooping = domain.af == Pavlin::ipv4()
                             ? input<Bridging::IgmpSnooping::Status>()->snoopingActive() != 0
                             : input<Bridging::IgmpSnooping::Config>()->snoopingEnabled();
   const bool gateway = Multicast::Vpn::toggleOismGatewayEnabled() &&
                        sharedInput<Irb::Multicast::GatewayEsStatus>()->esVlanStatusCount() != 0;
-  return runnable && snooping && (domain.domain == Irb::Multicast::Domain::localDomain || gateway);
+  return agentRuns() && snooping &&
+         (domain.domain == Irb::Multicast::Domain::localDomain || gateway);
 }
 
 Rows wantedRows(const Domain& domain) {

@@ -24,6 +24,8 @@ struct Domain {
 /// The VRF that a vlan is routed in: the first, in collection order, in which its interface is
 /// multicast enabled.
 [[nodiscard]] std::optional<L3::VrfName> routedVrf(Pavlin::AddressFamily af, Bridging::VlanId vlan);
+/// True if the agent, which is not held back as a standby, runs its machines.
+[[nodiscard]] bool agentRuns();
 /// True if the machines of this domain run.
 [[nodiscard]] bool domainRuns(const Domain& domain);
 /// The rows that the present inputs want, while the domain runs.

@@ -1,8 +1,10 @@
 #include "tests/history/EventGenerator.h"
 
+#include "platform/Toggles.h"
 #include "records/AgentStatus.h"
 #include "records/Bridging.h"
 #include "records/BriskelInputs.h"
+#include "records/Evpn.h"
 #include "records/Fib.h"
 #include "records/MulticastIntfs.h"
 #include "records/Vxlan.h"
@@ -41,7 +43,9 @@ std::string EventGenerator::next() {
   const Kind* kind = kinds_.data();
   for (; left >= kind->weight; ++kind)
     left -= kind->weight;
-  return (this->*kind->event)();
+  std::string words = (this->*kind->event)();
+  if (listener_) listener_();
+  return words;
 }
 
 void EventGenerator::baseline() {
@@ -101,6 +105,7 @@ void EventGenerator::newIntfConfig(Irb::Multicast::Domain domain) {
 }
 
 void takeMplsClaims(const VrfName& vrf) {
+  if (!Multicast::Vpn::toggleOismMplsTunnelEnabled()) return;
   const auto claims = sharedInput<Routing::Multicast::MvpnIntfStatus>();
   for (const auto& [id, entry] : sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIterator())
     if (entry.vrfName == vrf) claims->vrfIntfIdDel(id);
@@ -203,7 +208,7 @@ std::string EventGenerator::vrfEvent() {
 
 /// Goes off, comes on, or goes off for a while in which other things happen.
 std::string EventGenerator::gateEvent() {
-  const auto gate = draw(4);
+  const auto gate = draw(5);
   if (draw(3) != 0) return gateIs(gate, draw(3) != 0);
   std::string words = gateIs(gate, false);
   for (auto left = draw(4); left > 0; --left)
@@ -223,6 +228,10 @@ std::string EventGenerator::gateIs(std::uint64_t gate, bool on) {
     case 2:
       input<McastCommon::AgentStatus>(Pavlin::ipv4())->multicastRoutingIs(on);
       return "multicast routing" + state;
+    case 3:
+      input<Evpn::EvpnStatus>()->evpnFlagAIs(on);
+      input<Irb::Multicast::EvpnStaticStatus>()->evpnFlagBIs(on);
+      return "EVPN over MPLS" + state;
     default: {
       const auto gateway = sharedInput<Irb::Multicast::GatewayEsStatus>();
       if (on) {

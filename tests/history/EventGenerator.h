@@ -5,8 +5,10 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "records/Enums.h"
 #include "runtime/values/Addresses.h"
@@ -19,7 +21,8 @@ class IpTunnelGroupIntfConfig;
 
 namespace History {
 
-/// MPLS must not contradict what VXLAN claims: it claims nothing for the VRF any more.
+/// MPLS must not contradict what VXLAN claims, where somebody minds: it claims nothing for the VRF
+/// any more.
 void takeMplsClaims(const L3::VrfName& vrf);
 
 class EventGenerator {
@@ -29,6 +32,8 @@ class EventGenerator {
   void baseline();
   /// Writes one event.
   std::string next();
+  /// Told after each event, also after those that are part of another.
+  void listenerIs(std::function<void()> listener) { listener_ = std::move(listener); }
   /// A number below n.
   std::uint64_t draw(std::uint64_t n) { return random_() % n; }
   template <class T>
@@ -62,6 +67,7 @@ class EventGenerator {
   Pavlin::IpGenAddr overlayGroup();
 
   std::mt19937_64 random_;
+  std::function<void()> listener_;
   std::array<Kind, 5> kinds_{{{&EventGenerator::vlanEvent, 10},
                               {&EventGenerator::vtiEvent, 22},
                               {&EventGenerator::vrfEvent, 13},
