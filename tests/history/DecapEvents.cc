@@ -1,5 +1,6 @@
 #include "tests/history/DecapEvents.h"
 
+#include "platform/Toggles.h"
 #include "records/BriskelInputs.h"
 #include "records/IpTunnelVlanGroupStatus.h"
 #include "records/MembershipJoin.h"
@@ -100,6 +101,10 @@ std::string DecapEvents::clientEvent() {
     status->vlanDel(in);
     return who + wentText;
   }
+  if (random_.draw(60) == 0) {
+    status->vlanDelAll();
+    return who + " and everywhere" + wentText;
+  }
   const IpGenAddr joined = group(af);
   const auto membership = status->vlanIs(in);
   if (random_.draw(3) == 0) {
@@ -144,9 +149,9 @@ std::string DecapEvents::peerEvent() {
 /// Few underlay routes, so that vlan groups, domains and floods want one row.
 UnderlayRoute route(EventGenerator& random) {
   return Vesk::valueOf<UnderlayRoute>(random.pick<std::string>(
-      {"10.0.0.8,232.1.1.1,PimSsm", "10.0.0.9,232.1.1.1,PimSsm", "10.0.0.9,232.1.1.2,PimSsm",
-       "0.0.0.0,225.1.1.1,PimAsm", "0.0.0.0,225.1.1.2,PimAsm", "fd00::9,ff3e::1,PimSsm",
-       "fd00::9,ff3e::2,PimSsm"}));
+      {"10.0.0.8,232.1.1.1,PimSsm", "10.0.0.8,232.1.1.1,PimAsm", "10.0.0.9,232.1.1.1,PimSsm",
+       "10.0.0.9,232.1.1.2,PimSsm", "0.0.0.0,225.1.1.1,PimAsm", "0.0.0.0,225.1.1.2,PimAsm",
+       "fd00::9,ff3e::1,PimSsm", "fd00::9,ff3e::2,PimSsm"}));
 }
 
 auto decapStatus(EventGenerator& random, Pavlin::AddressFamily af) {
@@ -200,7 +205,8 @@ std::string DecapEvents::proxyEvent() {
   return "vlan " + Vesk::textOf(of) + (on ? " is proxied" : " is not proxied");
 }
 
-/// An MPLS claim says what VXLAN says for the VRF, and needs a name for its id.
+/// An MPLS claim needs a name for its id, and says what VXLAN says for the VRF where somebody
+/// minds.
 std::string DecapEvents::claimEvent() {
   const Vrf::VrfIdMap::VrfId id(static_cast<std::uint32_t>(1 + random_.draw(3)));
   const auto claims = sharedInput<Routing::Multicast::MvpnIntfStatus>();
@@ -212,10 +218,13 @@ std::string DecapEvents::claimEvent() {
   const auto vti = input<Vxlan::VtiStatusDir>()->vtiStatus(Pavlin::vxlan1IntfId());
   const auto claimed = vti ? vti->vrfToSBDVlan(name) : Bridging::VlanIdOrNone();
   const unsigned own = name.str() == "red" ? 100 : name.str() == "blue" ? 200 : 300;
-  const VlanId vlan(claimed.isNone() ? own : claimed.value());
-  claims->vrfIntfIdIs(
-      {id, random_.draw(8) == 0 ? IntfId("MplsTrunk1") : Pavlin::VlanIntfId::vlanIdToIntfId(vlan)});
-  return "MPLS claims vlan " + Vesk::textOf(vlan) + " for VRF number " + Vesk::textOf(id);
+  unsigned vlan = claimed.isNone() ? own : claimed.value();
+  if (!Multicast::Vpn::toggleOismMplsTunnelEnabled())
+    vlan = random_.pick<unsigned>({vlan, own, 10, 300});
+  const auto intf = random_.pick<std::string>({"Vlan5000", "MplsTrunk1", "", "", "", "", "", ""});
+  const IntfId claim(intf.empty() ? "Vlan" + std::to_string(vlan) : intf);
+  claims->vrfIntfIdIs({id, claim});
+  return "MPLS claims " + claim.stringValue() + " for VRF number " + Vesk::textOf(id);
 }
 
 std::string DecapEvents::mlagEvent() {
@@ -267,9 +276,32 @@ std::string DecapEvents::gatewayEvent() {
   return "gateway vlan " + Vesk::textOf(of) + " is " + Vesk::textOf(state);
 }
 
+/// A VRF's SBD vlan comes into force or goes out of it. Only what the VRF leaks makes anybody look
+/// again, so that changes after it: a list that does not exist.
+std::string DecapEvents::enabledEvent() {
+  const auto enabled = input<Vxlan::EnabledStatus>();
+  const bool isRed = random_.draw(2) == 0;
+  const VrfName vrf(isRed ? "red" : "blue");
+  const std::uint16_t sbd = isRed ? 100 : 200;
+  const bool on = random_.draw(3) != 0;
+  enabled->vrfToSBDVlanIs(vrf, sbd);
+  on ? enabled->sbdVlanToVrfIs(sbd, vrf) : enabled->sbdVlanToVrfDel(sbd);
+  for (const auto af : Pavlin::families) {
+    const auto leaks = input<Routing::Multicast::VrfLeak::McastVrfLeakConfig>(af)->vrfConfigIs(vrf);
+    leaks->leakPrefixListHas("none") ? leaks->leakPrefixListDel("none")
+                                     : leaks->leakPrefixListIs("none", VrfName("green"));
+  }
+  return "SBD vlan of " + vrf.str() + (on ? " in force" : " not in force");
+}
+
 std::string DecapEvents::leakEvent() {
+  if (random_.draw(5) == 0) return enabledEvent();
   const auto af = family();
   const auto name = random_.pick<std::string>({"a", "b"});
+  if (random_.draw(12) == 0) {
+    input<Acl::AclListConfig>()->prefixListDel(name);
+    return "list " + name + wentText;
+  }
   if (random_.draw(2) == 0) {
     const auto list = input<Acl::AclListConfig>()->prefixListIs(name);
     const auto prefix = Pavlin::IpGenPrefix::fromText(

@@ -38,6 +38,7 @@ class DecapEvents {
   std::string mlagEvent();
   std::string gatewayEvent();
   std::string leakEvent();
+  std::string enabledEvent();
 
   EventGenerator& random_;
   Clients clients_;

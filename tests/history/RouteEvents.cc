@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/Toggles.h"
 #include "records/BriskelInputs.h"
 #include "records/Evpn.h"
 #include "records/Fib.h"
@@ -163,7 +164,9 @@ std::string RouteEvents::roleEvent() {
       const auto ids = sharedInput<Vrf::VrfIdMap::Status>();
       const VrfId id(static_cast<std::uint32_t>(1 + random_.draw(3)));
       const VrfName name = vrf();
-      sharedInput<Routing::Multicast::MvpnIntfStatus>()->vrfIntfIdDel(id);
+      // A claim needs a name, and MPLS and VXLAN agree where somebody minds.
+      if (!on || Multicast::Vpn::toggleOismMplsTunnelEnabled())
+        sharedInput<Routing::Multicast::MvpnIntfStatus>()->vrfIntfIdDel(id);
       if (on) {
         ids->vrfIdToNameIs({id, name});
       } else {
