@@ -64,6 +64,7 @@ void DecapEvents::baseline() {
       enabled->sbdVlanToVrfIs(static_cast<std::uint32_t>(sbd), VrfName(vrf));
     }
   }
+  if (random_.draw(3) == 0) newLeak();
   for (int i = 0; i < 8; ++i)
     (void)senderEvent();
   for (int i = 0; i < 4; ++i)
@@ -72,8 +73,18 @@ void DecapEvents::baseline() {
     (void)clientEvent();
 }
 
+/// What most receivers join leaks out of red.
+void DecapEvents::newLeak() {
+  const auto list = input<Acl::AclListConfig>()->prefixListIs("a");
+  for (const auto* prefix : {"239.1.0.0/16", "ff0e::10/124"})
+    list->prefixIs(Pavlin::IpGenPrefix::fromText(prefix));
+  using Config = Routing::Multicast::VrfLeak::McastVrfLeakConfig;
+  for (const auto af : Pavlin::families)
+    input<Config>(af)->vrfConfigIs(VrfName("red"))->leakPrefixListIs("a", VrfName("green"));
+}
+
 std::string DecapEvents::next() {
-  constexpr std::array<std::pair<Event, unsigned>, 9> kinds{{{&DecapEvents::clientEvent, 24},
+  constexpr std::array<std::pair<Event, unsigned>, 9> kinds{{{&DecapEvents::clientEvent, 22},
                                                              {&DecapEvents::peerEvent, 14},
                                                              {&DecapEvents::senderEvent, 18},
                                                              {&DecapEvents::floodEvent, 8},
@@ -81,7 +92,7 @@ std::string DecapEvents::next() {
                                                              {&DecapEvents::claimEvent, 6},
                                                              {&DecapEvents::mlagEvent, 8},
                                                              {&DecapEvents::gatewayEvent, 6},
-                                                             {&DecapEvents::leakEvent, 4}}};
+                                                             {&DecapEvents::leakEvent, 6}}};
   auto left = random_.draw(100);
   for (const auto& [event, weight] : kinds) {
     if (left < weight) return (this->*event)();

@@ -26,6 +26,7 @@ class DecapEvents {
   using Clients = std::array<Irb::Multicast::App::Client, 3>;
 
   static Clients clientsOf(std::uint64_t share);
+  void newLeak();
   Pavlin::AddressFamily family();
   Bridging::VlanId vlan();
   Pavlin::IpGenAddr group(Pavlin::AddressFamily af);
