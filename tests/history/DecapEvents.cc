@@ -2,9 +2,11 @@
 
 #include "platform/Toggles.h"
 #include "records/BriskelInputs.h"
+#include "records/Fib.h"
 #include "records/IpTunnelVlanGroupStatus.h"
 #include "records/MembershipJoin.h"
 #include "records/Mlag.h"
+#include "records/MulticastIntfs.h"
 #include "records/Policy.h"
 #include "records/VrfLeak.h"
 #include "records/Vxlan.h"
@@ -21,6 +23,20 @@ using Routing::Multicast::UnderlayRoute;
 namespace Gmp = Irb::Multicast::Gmp;
 
 constexpr const char* wentText = " goes";
+
+/// Few underlay routes, so that vlan groups, domains and floods want one row.
+UnderlayRoute route(EventGenerator& random) {
+  return Vesk::valueOf<UnderlayRoute>(random.pick<std::string>(
+      {"10.0.0.8,232.1.1.1,PimSsm", "10.0.0.8,232.1.1.1,PimAsm", "10.0.0.9,232.1.1.1,PimSsm",
+       "10.0.0.9,232.1.1.2,PimSsm", "0.0.0.0,225.1.1.1,PimAsm", "0.0.0.0,225.1.1.2,PimAsm",
+       "fd00::9,ff3e::1,PimSsm", "fd00::9,ff3e::2,PimSsm"}));
+}
+
+auto decapStatus(EventGenerator& random, Pavlin::AddressFamily af) {
+  using namespace Routing::Multicast;
+  return inputAt<IpTunnelVlanGroupStatus>(IpTunnelVlanGroupStatus::mountPath(
+      af, random.draw(3) == 0 ? irbRemoteDomainDecapStatus() : irbDecapStatus()));
+}
 
 }  // namespace
 
@@ -73,7 +89,7 @@ void DecapEvents::baseline() {
     (void)clientEvent();
 }
 
-/// What most receivers join leaks out of red.
+/// What a receiver in vlan 10 joins leaks out of red, and nothing else is a reason to join it.
 void DecapEvents::newLeak() {
   const auto list = input<Acl::AclListConfig>()->prefixListIs("a");
   for (const auto* prefix : {"239.1.0.0/16", "ff0e::10/124"})
@@ -81,6 +97,21 @@ void DecapEvents::newLeak() {
   using Config = Routing::Multicast::VrfLeak::McastVrfLeakConfig;
   for (const auto af : Pavlin::families)
     input<Config>(af)->vrfConfigIs(VrfName("red"))->leakPrefixListIs("a", VrfName("green"));
+
+  using Irb::Multicast::IgmpProxyStatus;
+  using Intfs = Routing::Multicast::MulticastIntfsForApplications;
+  constexpr auto af = Pavlin::AddressFamily::ipv4;
+  const auto joined = IpGenAddr::fromText("239.1.1.1");
+  sharedInput<IgmpProxyStatus>(IgmpProxyStatus::mergedAfMountPath(af))->igmpProxyVlanIs(VlanId(10));
+  input<Routing::Multicast::Fib::VrfEnabledStatus>(af)->vrfIs(VrfName("red"));
+  inputAt<Intfs>(Intfs::dirMountPath(af, "routing") + "/red")
+      ->multicastIntfIs(Pavlin::VlanIntfId::vlanIdToIntfId(VlanId(10)), true);
+  sharedInput<Gmp::MembershipJoinStatus>(Gmp::MembershipJoinStatus::mountPath(af, clients_[0]))
+      ->vlanIs(VlanId(10))
+      ->groupIs(joined);
+  decapStatus(random_, af)
+      ->vlanToMulticastGroupIs({VlanId(100), Routing::Multicast::OverlayAddr(joined)})
+      ->multicastGroupIs(route(random_));
 }
 
 std::string DecapEvents::next() {
@@ -155,20 +186,6 @@ std::string DecapEvents::peerEvent() {
     comes ? source->secondIntfIs(intf) : source->secondIntfDel(intf);
   }
   return who + (comes ? " wants it on " : " leaves it on ") + Vesk::textOf(intf);
-}
-
-/// Few underlay routes, so that vlan groups, domains and floods want one row.
-UnderlayRoute route(EventGenerator& random) {
-  return Vesk::valueOf<UnderlayRoute>(random.pick<std::string>(
-      {"10.0.0.8,232.1.1.1,PimSsm", "10.0.0.8,232.1.1.1,PimAsm", "10.0.0.9,232.1.1.1,PimSsm",
-       "10.0.0.9,232.1.1.2,PimSsm", "0.0.0.0,225.1.1.1,PimAsm", "0.0.0.0,225.1.1.2,PimAsm",
-       "fd00::9,ff3e::1,PimSsm", "fd00::9,ff3e::2,PimSsm"}));
-}
-
-auto decapStatus(EventGenerator& random, Pavlin::AddressFamily af) {
-  using namespace Routing::Multicast;
-  return inputAt<IpTunnelVlanGroupStatus>(IpTunnelVlanGroupStatus::mountPath(
-      af, random.draw(3) == 0 ? irbRemoteDomainDecapStatus() : irbDecapStatus()));
 }
 
 std::string DecapEvents::senderEvent() {
