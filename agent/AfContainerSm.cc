@@ -41,11 +41,17 @@ std::vector<Ombra::Ptr<DomainContainerSm>> AfContainerSm::domainCntrSms() {
 
 void AfContainerSm::handleInit() {
   AfContainer& container = *in.container;
+  sbdIntfSmIs({.vtiStatusDir = agent().vtiStatusDir(),
+               .sbdVlanMcastGroup = container.sbdVlanMcastGroup(),
+               .multicastIntfsAppDir = container.multicastIntfAppDir()});
   overlayVrfSmIs({.af = af,
                   .mcastEnabledStatus = container.mcastEnabledStatus(),
                   .multicastAppDirRoot = container.multicastAppDirRoot(),
                   .mcastIntfSmRoot = container.mcastIntfSmRoot()});
   makeSbdMachine();
+  vxlanSrcIntfSmIs({.vtiStatusDir = agent().vtiStatusDir(),
+                    .ipTunnelGroupStatus = container.localDomainContainer()->encapVlanGroupStatus(),
+                    .multicastIntfsAppDir = container.underlayMulticastIntfAppDir()});
   makeLeakMachines();
   makeVpnInjectSm();
   if (snooping()) {
@@ -54,6 +60,7 @@ void AfContainerSm::handleInit() {
     markNothingToDo();
   }
   updateMultipleUnderlayGroupStateMachines();
+  makeFloodAndEvpnMachines();
   if (toggleOismGatewayEnabled()) {
     container.electedDfStatusDirIs();
     gatewayStatusIs(agent().gatewayESStatus());
@@ -97,6 +104,23 @@ void AfContainerSm::makeVpnInjectSm() {
                  .underlayInjectDedupTable = agent().underlayInjectDedupTable(),
                  .decapReadyStatus = local->decapReadyStatus(),
                  .decapReadyStatusRemoteDomain = remote ? remote->decapReadyStatus() : nullptr});
+}
+
+void AfContainerSm::makeFloodAndEvpnMachines() {
+  AfContainer& container = *in.container;
+  const auto encapStatus = container.localDomainContainer()->encapVlanGroupStatus();
+  const auto remote = container.remoteDomainContainer();
+  ipTunnelFloodGroupConfigSmIs({.vlanToGroupConfig = agent().ipTunnelGroupConfig(),
+                                .vlanStatusDir = agent().vlanStatusDir(),
+                                .vtiStatusDir = agent().vtiStatusDir(),
+                                .vlanToGroupStatus = encapStatus});
+  mcastEvpnStatusSmIs(
+      {.tunnelVlanGroupStatus = encapStatus,
+       .remoteDomainTunnelVlanGroupStatus = remote ? remote->encapVlanGroupStatus() : nullptr,
+       .igmpProxyStatus = container.mergedGmpProxyStatus(),
+       .mcastEvpnStatus = container.mcastEvpnStatus(),
+       .hwCapabilities = agent().hwCapabilities(),
+       .pimsmConfigColl = agent().pimsmConfigColl()});
 }
 
 void AfContainerSm::makeLeakMachines() {

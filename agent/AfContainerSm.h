@@ -11,13 +11,17 @@
 #include "agent/AfContainer.h"
 #include "agent/DomainContainerSm.h"
 #include "agent/OverlayMcastVrfSm.h"
+#include "config/IpTunnelFloodGroupConfigSm.h"
+#include "config/McastEvpnStatusSm.h"
 #include "egress/VpnInjectSm.h"
 #include "pipeline/McastIrbStatusSm.h"
 #include "platform/PrefixListConfigSm.h"
 #include "platform/VrfLeakHelperSm.h"
 #include "records/Bridging.h"
 #include "records/GmpProxyStatus.h"
+#include "vxlan/SbdIntfSm.h"
 #include "vxlan/VxlanSm.h"
+#include "vxlan/VxlanSrcIntfSm.h"
 
 namespace Multicast::Vpn {
 
@@ -48,15 +52,19 @@ class AfContainerSm final : public Vesk::Machine {
   VESK_REF(Irb::Multicast::GatewayEsStatus const, gatewayStatus)
   VESK_INSTANCE(DomainContainerSm, localDomainCntrSm)
   VESK_INSTANCE(DomainContainerSm, remoteDomainCntrSm)
+  VESK_INSTANCE(Irb::Multicast::SbdIntfSm, sbdIntfSm)
   VESK_INSTANCE(OverlayMcastVrfSm, overlayVrfSm)
   /// One of the two writes the SBD vlans: the pipeline where MPLS may claim one as well.
   VESK_INSTANCE(Irb::Multicast::VxlanSm, vxlanSm)
   VESK_INSTANCE(Irb::Multicast::McastIrbStatusSm, mcastIrbStatusSm)
+  VESK_INSTANCE(Irb::Multicast::VxlanSrcIntfSm, vxlanSrcIntfSm)
   VESK_REF(Routing::Policy::PolicyRoot, policyRoot)
   VESK_INSTANCE(Routing::RouteMap::PrefixListConfigSm, prefixListConfigSm)
   VESK_INSTANCE(Routing::RouteMap::PrefixListConfigSm, ipv6PrefixListConfigSm)
   VESK_INSTANCE(Routing::Multicast::VrfLeak::VrfLeakHelperSm, vrfLeakHelperSm)
   VESK_INSTANCE(Irb::Multicast::Egress::VpnInjectSm, vpnInjectSm)
+  VESK_INSTANCE(Routing::Multicast::IpTunnelFloodGroupConfigSm, ipTunnelFloodGroupConfigSm)
+  VESK_INSTANCE(Routing::Multicast::McastEvpnStatusSm, mcastEvpnStatusSm)
 
  private:
   using MappingStatus = IpTunnelMappingStatus;
@@ -65,6 +73,7 @@ class AfContainerSm final : public Vesk::Machine {
   void makeSbdMachine();
   void makeLeakMachines();
   void makeVpnInjectSm();
+  void makeFloodAndEvpnMachines();
   /// Stores a machine that a factory made.
   template <class Tag>
   void adopt(Tag, const Ombra::Ptr<typename Tag::Attr::Target>& machine) {

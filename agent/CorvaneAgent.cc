@@ -150,6 +150,9 @@ void Agent::startup() {
                                    .evpnStatus = evpnStatus(),
                                    .gmpProxyStatus = gmpProxyStatus(),
                                    .encapReadyStatusColl = encapReadyStatusColl()});
+  staticRemoteVniToSBDVlanConfigSmIs({.vlanToGroupConfig = ipTunnelGroupConfig(),
+                                      .vtiStatusDir = vtiStatusDir(),
+                                      .remoteVniToSBDVlan = remoteVniToSBDVlan()});
   if (holds(Corvane::Condition::gatewayOrMpls, standbyMode()))
     gmpProxyStatusSmIs({.mvpnIntfStatus = mvpnIntfStatus(),
                         .vtiStatusDir = vtiStatusDir(),
@@ -162,6 +165,7 @@ void Agent::shutdown() {
   if (auto t = trace.at(1)) t << "Initiating agent shutdown";
   for (const auto af : Pavlin::families)
     afContainerSmDel(af);
+  staticRemoteVniToSBDVlanConfigSmDel();
   underlayInjectNotifieeDel();
   underlayInjectDedupTableDel();
   for (const auto af : Pavlin::families)

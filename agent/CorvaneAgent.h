@@ -34,6 +34,7 @@
 #include "records/UnderlayRouteFilter.h"
 #include "records/Vxlan.h"
 #include "vxlan/MlagVxlanStateSm.h"
+#include "vxlan/StaticRemoteVniToSBDVlanSm.h"
 
 namespace Multicast::Vpn {
 
@@ -87,6 +88,7 @@ class Agent final : public Orlane::CAgent, public AgentControl {
   VESK_INSTANCE(Irb::Multicast::Egress::MembershipReconcileSm, membershipReconcileSm4)
   VESK_INSTANCE(Irb::Multicast::Egress::MembershipReconcileSm, membershipReconcileSm6)
   VESK_INSTANCE(Routing::Pim::MlagVxlanStateSm, mlagVxlanStateSm)
+  VESK_INSTANCE(Vxlan::StaticRemoteVniToSBDVlanConfigSm, staticRemoteVniToSBDVlanConfigSm)
   VESK_INSTANCE(Irb::Multicast::GmpProxyStatusSm, gmpProxyStatusSm)
   VESK_INSTANCE(Orlane::StagesHelper, ssoStagesHelper)
   VESK_INSTANCE(CorvaneNsfSm, corvaneNsfSm)
