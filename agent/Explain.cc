@@ -3,24 +3,23 @@
 #include "agent/CorvaneAgent.h"
 #include "agent/ExplainDecap.h"
 #include "agent/ExplainEncap.h"
+#include "agent/ExplainPort.h"
+#include "agent/ExplainVni.h"
 
 namespace Multicast::Vpn {
+namespace {
 
-std::vector<Explanation> explain(const Agent& agent, Bridging::VlanId vlan,
-                                 const Pavlin::IpGenAddr& group) {
-  const Routing::Multicast::OverlayVlanGroup key{vlan, Routing::Multicast::OverlayAddr(group)};
-  const auto family = agent.afContainerSm(group.af());
-  ExplainReport report;
+void explainGroup(ExplainReport& report, const Agent& agent,
+                  const Routing::Multicast::OverlayVlanGroup& key) {
+  const auto family = agent.afContainerSm(key.group.af());
   const auto heading = [&](Irb::Multicast::Domain domain, const char* side) {
-    report.heading(fmt::format("vlan {} group {}, {}, {}", Vesk::textOf(vlan),
+    report.heading(fmt::format("vlan {} group {}, {}, {}", Vesk::textOf(key.vlan),
                                Vesk::textOf(key.group), Vesk::textOf(domain), side));
   };
   if (!family) {
     heading(Irb::Multicast::Domain::localDomain, "sent and received");
-    report.missing(
-        "the agent is not running: it needs a VXLAN interface and multicast routing, and must not "
-        "be standby");
-    return report.take();
+    report.missing(notRunning);
+    return;
   }
   for (const auto domain : domains) {
     // A switch that is no gateway has nothing to tell of the remote domain.
@@ -33,6 +32,25 @@ std::vector<Explanation> explain(const Agent& agent, Bridging::VlanId vlan,
       explainDecap(report, *family, domain, key);
     }
   }
+}
+
+}  // namespace
+
+std::vector<Explanation> explain(const Agent& agent, const Question& question) {
+  ExplainReport report;
+  std::visit(
+      [&]<class Key>(const Key& key) {
+        if constexpr (std::is_same_v<Key, Routing::Multicast::OverlayVlanGroup>) {
+          explainGroup(report, agent, key);
+        } else if constexpr (std::is_same_v<Key, Tunnel::McastTunnelEndpoint>) {
+          report.missing(Vesk::textOf(key));
+        } else if constexpr (std::is_same_v<Key, L2PortVlan>) {
+          explainPort(report, agent, key);
+        } else {
+          explainVni(report, agent, key);
+        }
+      },
+      question);
   return report.take();
 }
 

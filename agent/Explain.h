@@ -1,11 +1,12 @@
-// Why an overlay group of a vlan travels as it does, or does not: a report of two chains of
-// decisions per domain, of what is sent and of what is received. Owns: the report. Reads: the
-// machines, through the modules that know one road each (ExplainEncap, ExplainDecap). Writes
-// nothing.
+// Why something is as it is: an overlay group of a vlan, a tunnel endpoint, a port and vlan, a
+// remote VNI. A report of chains of decisions; of a group two per domain, of what is sent and of
+// what is received. Owns: the report. Reads: the machines, through the modules that know one matter
+// each (ExplainEncap, ExplainDecap, ExplainTunnel, ExplainPort, ExplainVni). Writes nothing.
 #pragma once
 
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "records/Keys.h"
@@ -20,6 +21,11 @@ struct Explanation {
   Kind kind;
   std::string text;
 };
+
+/// Of an agent without machines.
+inline constexpr const char* notRunning =
+    "the agent is not running: it needs a VXLAN interface and multicast routing, and must not be "
+    "standby";
 
 /// What the chains have to say, in order.
 class ExplainReport {
@@ -41,9 +47,11 @@ class ExplainReport {
   std::vector<Explanation> explanations_;
 };
 
-/// The chains of both domains of the group's family; 0.0.0.0 or :: stands for all other groups of
-/// the vlan.
-[[nodiscard]] std::vector<Explanation> explain(const Agent& agent, Bridging::VlanId vlan,
-                                               const Pavlin::IpGenAddr& group);
+/// What may be asked about. Of a group, 0.0.0.0 or :: stands for all other groups of the vlan.
+using Question = std::variant<Routing::Multicast::OverlayVlanGroup, Tunnel::McastTunnelEndpoint,
+                              L2PortVlan, Vxlan::VniExtOrNone>;
+
+/// Of a group the chains of both domains of its family, of a port those of both families.
+[[nodiscard]] std::vector<Explanation> explain(const Agent& agent, const Question& question);
 
 }  // namespace Multicast::Vpn

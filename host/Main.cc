@@ -63,7 +63,8 @@ int run(int argc, char** argv) {
                                  "turn, and ask whether the outputs end up the same")
                     ->excludes(stay);
   play->add_option("--explain", arguments.play.explain,
-                   "At the end of each file, why an overlay group travels as it does: VLAN,GROUP");
+                   "At the end of each file, why something is as it is: VLAN,GROUP for an overlay "
+                   "group, or 'tunnel ENDPOINT', 'port INTF,VLAN', 'vni VNI'");
   play->add_option("FILE", arguments.files, "Scenario files")->required();
 
   auto* records =

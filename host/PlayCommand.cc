@@ -20,7 +20,7 @@ int playCommand(const std::vector<std::string>& files, const PlayOptions& option
     if (options.explain.empty()) continue;
     Step asked;
     asked.kind = StepKind::explain;
-    asked.explained = explainedGroup(options.explain);
+    asked.explained = questionOf(options.explain);
     scenarios.back().steps.push_back(std::move(asked));
   }
   Report report(options.audience, Style::ofStandardOutput());

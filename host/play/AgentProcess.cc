@@ -27,10 +27,9 @@ void AgentProcess::begin() {
 }
 
 std::vector<Multicast::Vpn::Explanation> AgentProcess::explain(
-    const Routing::Multicast::OverlayVlanGroup& group) const {
+    const Multicast::Vpn::Question& question) const {
   if (!root_) return {};
-  return Multicast::Vpn::explain(static_cast<const Multicast::Vpn::Agent&>(*root_), group.vlan,
-                                 group.group.genAddr());
+  return Multicast::Vpn::explain(static_cast<const Multicast::Vpn::Agent&>(*root_), question);
 }
 
 void AgentProcess::crash() {

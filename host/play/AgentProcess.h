@@ -19,9 +19,9 @@ class AgentProcess {
   void begin();
   /// It is gone, as by kill -9.
   void crash();
-  /// Why an overlay group travels as it does; empty while no agent is there.
+  /// Why something is as it is; empty while no agent is there.
   [[nodiscard]] std::vector<Multicast::Vpn::Explanation> explain(
-      const Routing::Multicast::OverlayVlanGroup& group) const;
+      const Multicast::Vpn::Question& question) const;
   /// The agent, null while none is there.
   [[nodiscard]] const Ombra::Ptr<Vesk::Entity>& root() const { return root_; }
 

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "host/play/ExplainStep.h"
 #include "host/play/Shown.h"
 
 namespace Host {
@@ -70,7 +71,7 @@ std::string summary(const Step& step) {
     case StepKind::corrupt:
       return step.addresses.front().text();
     case StepKind::explain:
-      return Vesk::textOf(step.explained);
+      return questionText(step.explained);
     default:
       return {};
   }

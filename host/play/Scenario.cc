@@ -223,15 +223,16 @@ class ScenarioReader {
                           text));
   }
 
-  /// A vlan and a group, as a list of two; or a mapping that also has the words of the answer.
+  /// A vlan and a group, as a list of two; or a mapping that says what is asked about, and may have
+  /// the words of the answer.
   void explain(Step& step, const YAML::Node& value) {
-    if (!value.IsMap()) return explainGroup(step, value);
+    if (!value.IsMap()) return ask(step, "group", value);
     bool asks = false;
     file_.forEachPair(value, "explain",
                       [&](const std::string& key, const YAML::Node& at, const YAML::Node& what) {
-                        if (key == "group") {
+                        if (isAskedAbout(key)) {
                           asks = true;
-                          explainGroup(step, what);
+                          ask(step, key, what);
                         } else if (key == "says") {
                           file_.forEachItem(what, "says", [&](const YAML::Node& words) {
                             step.says.push_back(file_.text(words, "says"));
@@ -240,16 +241,21 @@ class ScenarioReader {
                           file_.fail(at, fmt::format("unknown key '{}' of explain", key));
                         }
                       });
-    if (!asks) file_.fail(value, "explain needs a group: [vlan, address]");
+    if (!asks)
+      file_.fail(value,
+                 "explain needs a group: [vlan, address], a tunnel: endpoint, a port: [interface, "
+                 "vlan] or a vni: number");
   }
 
-  void explainGroup(Step& step, const YAML::Node& value) {
+  void ask(Step& step, const std::string& kind, const YAML::Node& value) {
     std::string text;
-    file_.forEachItem(value, "explain", [&](const YAML::Node& item) {
-      text += (text.empty() ? "" : ",") + file_.text(item, "explain");
-    });
+    if (value.IsScalar()) text = file_.text(value, "explain");
+    if (!value.IsScalar())
+      file_.forEachItem(value, "explain", [&](const YAML::Node& item) {
+        text += (text.empty() ? "" : ",") + file_.text(item, "explain");
+      });
     try {
-      step.explained = explainedGroup(text);
+      step.explained = questionOf(kind, text);
     } catch (const InputError& error) {
       file_.fail(value, error.message());
     }

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/Explain.h"
 #include "host/play/Address.h"
 #include "host/play/Content.h"
 #include "records/Keys.h"
@@ -71,8 +72,8 @@ struct Step {
   bool takesAll = false;                                ///< logs and corruptions: whatever there is
   std::vector<LogPattern> logs;
   std::vector<CorruptionPattern> corruptions;
-  Routing::Multicast::OverlayVlanGroup explained;  ///< explain
-  std::vector<std::string> says;                   ///< explain: words of the answer, in this order
+  Multicast::Vpn::Question explained;  ///< explain
+  std::vector<std::string> says;       ///< explain: words of the answer, in this order
 };
 
 struct Scenario {

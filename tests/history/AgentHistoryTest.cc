@@ -1,7 +1,7 @@
 // Random histories of both roads: whatever happens and in whatever order, at rest the routes that
-// enter here, their groups, the neighbours asked for, the forwarding rows, the SBD vlans and the
-// memberships are those that the present inputs want; after a restart too, and through the stages
-// of a switchover. CORVANE_HISTORIES (default 4000),
+// enter here, their groups, the neighbours asked for, the forwarding rows, the SBD vlans, the
+// memberships and what the smaller machines publish are those that the present inputs want; after a
+// restart too, and through the stages of a switchover. CORVANE_HISTORIES (default 4000),
 // CORVANE_HISTORY_EVENTS (80) and CORVANE_SEED set the run; a failure prints its seed.
 #include <cstdlib>
 
@@ -15,6 +15,8 @@
 #include "tests/history/EventGenerator.h"
 #include "tests/history/RouteEvents.h"
 #include "tests/history/RouteOracle.h"
+#include "tests/history/StateEvents.h"
+#include "tests/history/StateOracle.h"
 #include "tests/history/Switchover.h"
 
 namespace History {
@@ -102,15 +104,19 @@ std::string membershipDifference(MembershipRows& left) {
 class Play {
  public:
   Play(AgentWorld& world, std::uint64_t share, std::uint64_t seed)
-      : world_(world), generator_(seed), routes_(generator_), receivers_(generator_, share) {
-    generator_.listenerIs([this] { claimsClashed_ = claimsClashed_ || claimsClash(); });
+      : world_(world),
+        generator_(seed),
+        routes_(generator_),
+        receivers_(generator_, share),
+        states_(generator_) {
+    generator_.listenerIs([this] { note(); });
     generator_.baseline();
     routes_.baseline();
     receivers_.baseline();
     road_ = generator_.draw(3);
     if (Multicast::Vpn::toggleEvpnMulticastSSOEnabled() && generator_.draw(8) == 0)
       switchover_ = Switchover::fromTheStart();
-    claimsClashed_ = claimsClash();
+    begins();
     world_.begin(seed);
   }
 
@@ -142,11 +148,22 @@ class Play {
  private:
   std::string event() {
     if (switchover_.isUnderWay() && generator_.draw(8) == 0) return "stage " + switchover_.next();
+    if (generator_.draw(8) == 0) return states_.next();
     const auto side = road_ == 2 ? generator_.draw(2) : road_;
     if (side == 1 && generator_.draw(2) != 0) return generator_.next();
     std::string words = side == 0 ? receivers_.next() : routes_.next();
-    claimsClashed_ = claimsClashed_ || claimsClash();
+    note();
     return words;
+  }
+  void note() {
+    claimsClashed_ = claimsClashed_ || claimsClash();
+    remains_.note();
+  }
+  /// What was before the start of a process is forgotten.
+  void begins() {
+    claimsClashed_ = claimsClash();
+    remains_.vtiWent = false;
+    remains_.note();
   }
 
   /// In the middle of whatever is under way. What others write meets an agent that is dead, or one
@@ -166,7 +183,7 @@ class Play {
     hasRun_ = false;
   }
   void start() {
-    claimsClashed_ = claimsClash();  // what was before is forgotten
+    begins();
     switchover_.restarted();
     world_.start();
   }
@@ -188,7 +205,7 @@ class Play {
       left_.clear();
       return isCleared() ? "" : "rows outlive an orderly stop";
     }
-    fault = sbdDifference();
+    fault = sbdDifference() + stateDifference(remains_);
     if (fault.empty()) fault = switchover_.difference();
     if (!fault.empty()) return fault;
     if (switchover_.mayReview()) return membershipDifference(left_);
@@ -199,10 +216,12 @@ class Play {
   EventGenerator generator_;
   RouteEvents routes_;
   DecapEvents receivers_;
+  StateEvents states_;
   Switchover switchover_;
   std::uint64_t road_ = 0;      ///< 0: receivers, 1: senders, 2: both
   bool hasRun_ = false;         ///< at a rest in the life of this process
   bool claimsClashed_ = false;  ///< at some time in the life of this process
+  Remains remains_;
   MembershipRows left_;
   std::string told_;
 };

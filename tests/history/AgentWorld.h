@@ -128,6 +128,9 @@ class AgentWorld {
           ->vlanStatusDelAll();
     }
     sharedInput<Arp::ProactiveArp::ClientConfig>()->requestDelAll();
+    sharedInput<Vxlan::RemoteVniToVlanStatus>(
+        Vxlan::RemoteVniToVlanStatus::mountPath("static", Pavlin::vxlan1IntfId()))
+        ->remoteVniToVlanDelAll();
     for (const auto af : Pavlin::families) {
       using Irb::Multicast::McastIrbStatus;
       using GmpStatus = Routing::Gmp::Briskel::Status;
