@@ -6,9 +6,10 @@ using Bridging::VlanId;
 using Pavlin::IpGenAddr;
 using Routing::Multicast::OverlayAddr;
 
+/// The change machines come after it and report every join that is there.
 ReceiverIndex::ReceiverIndex(Inputs inputs) : in(std::move(inputs)) {
   for (const VlanId& vlan : in.mcastIrbStatus->vlanToSbdKeys())
-    handleVlanToSbd(vlan);
+    if (const auto sbdVlan = in.mcastIrbStatus->sbdOf(vlan)) sbdOf_.insert(vlan, *sbdVlan);
 }
 
 void ReceiverIndex::groupJoinedIs(Joiners joiner, VlanId vlan, const IpGenAddr& group,
