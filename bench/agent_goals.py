@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The goals of the whole agent's road from receivers to rows, judged from the figures of one run.
+"""The goals of the whole agent from receivers to rows, judged from the figures of one run.
 
 Usage: agent_goals.py FIGURES.json TO.md   (the output of corvane_bench --benchmark_out)
 """
@@ -53,6 +53,8 @@ def goals(f):
     slices = "mlagLongestSlice/131000/iterations:1"
     yield ("MLAG state, the longest time without yielding",
            max(f.counter(slices, "write ms"), f.counter(slices, "slice ms")), None, None, "ms")
+    yield ("an SBD vlan's move among 1,000 VRFs beside one among 10",
+           f.time("sbdVlanMoves/1000") / f.time("sbdVlanMoves/10"), 1.5, 1.2, "times")
     told = "bytesOfMembership/131000/iterations:1"
     yield ("a membership in the agent (its inputs take "
            f"{f.counter(told, 'input B/row'):,.0f} bytes)",
