@@ -128,6 +128,8 @@ void Agent::handleStandbyMode() {
 
 void Agent::startup() {
   if (auto t = trace.at(1)) t << "Initiating agent";
+  tunnelRootIs({.entityManager = entityManager()});
+  tunnelRootSmIs({.root = tunnelRoot()});
   doBriskelMount();
   for (const auto af : Pavlin::families)
     doBriskelMountAf(af);
@@ -166,6 +168,8 @@ void Agent::shutdown() {
   for (const auto af : Pavlin::families)
     afContainerSmDel(af);
   staticRemoteVniToSBDVlanConfigSmDel();
+  tunnelRootSmDel();
+  tunnelRootDel();
   underlayInjectNotifieeDel();
   underlayInjectDedupTableDel();
   for (const auto af : Pavlin::families)

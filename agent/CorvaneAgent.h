@@ -33,6 +33,7 @@
 #include "records/TunnelGroupConfig.h"
 #include "records/UnderlayRouteFilter.h"
 #include "records/Vxlan.h"
+#include "tunnel/McastTunnelRootSm.h"
 #include "vxlan/MlagVxlanStateSm.h"
 #include "vxlan/StaticRemoteVniToSBDVlanSm.h"
 
@@ -83,6 +84,8 @@ class Agent final : public Orlane::CAgent, public AgentControl {
   VESK_INSTANCE(Routing::Multicast::MlagVxlanState, mlagState)
   VESK_INSTANCE(Routing::Multicast::MlagUnderlayRouteChangeSm, mlagUnderlayRouteChangeSm)
   VESK_INSTANCE(Routing::Multicast::GatewayUnderlayRouteChangeSm, gatewayUnderlayRouteChangeSm)
+  VESK_INSTANCE(Tunnel::McastTunnelRoot, tunnelRoot)
+  VESK_INSTANCE(Tunnel::McastTunnelRootSm, tunnelRootSm)
   VESK_INSTANCE(Irb::Multicast::Egress::MembershipDedupedLifetimeNotifiee, underlayInjectNotifiee)
   VESK_INSTANCE(Routing::Gmp::MembershipDedupTable, underlayInjectDedupTable)
   VESK_INSTANCE(Irb::Multicast::Egress::MembershipReconcileSm, membershipReconcileSm4)

@@ -4,6 +4,7 @@
 #include "agent/ExplainDecap.h"
 #include "agent/ExplainEncap.h"
 #include "agent/ExplainPort.h"
+#include "agent/ExplainTunnel.h"
 #include "agent/ExplainVni.h"
 
 namespace Multicast::Vpn {
@@ -43,7 +44,7 @@ std::vector<Explanation> explain(const Agent& agent, const Question& question) {
         if constexpr (std::is_same_v<Key, Routing::Multicast::OverlayVlanGroup>) {
           explainGroup(report, agent, key);
         } else if constexpr (std::is_same_v<Key, Tunnel::McastTunnelEndpoint>) {
-          report.missing(Vesk::textOf(key));
+          explainTunnel(report, agent, key);
         } else if constexpr (std::is_same_v<Key, L2PortVlan>) {
           explainPort(report, agent, key);
         } else {

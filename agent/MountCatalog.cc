@@ -132,14 +132,14 @@ class List : public MountEntries {
   void tunnels() {
     using namespace Multicast::Tunnel;
     for (const auto client : {McastTunnelClientType::client1, McastTunnelClientType::client2}) {
-      notYet<IrVxlanIpv4TunnelRequestTable>(Access::read,
+      byRoot<IrVxlanIpv4TunnelRequestTable>(Access::read,
                                             IrVxlanIpv4TunnelRequestTable::mountPath(client));
-      notYet<PimVxlanTunnelRequestTable>(Access::read,
+      byRoot<PimVxlanTunnelRequestTable>(Access::read,
                                          PimVxlanTunnelRequestTable::mountPath(client));
     }
-    notYet<IrVxlanIpv4TunnelTable>(Access::write);
-    notYet<PimVxlanTunnelTable>(Access::write);
-    notYet<McastTunnelStatus>(Access::write);
+    byRoot<IrVxlanIpv4TunnelTable>(Access::write);
+    byRoot<PimVxlanTunnelTable>(Access::write);
+    byRoot<McastTunnelStatus>(Access::write);
   }
 };
 

@@ -27,11 +27,11 @@ enum class Access { read, write };
 /// When and how this agent mounts a path.
 enum class Mounting {
   never,     ///< here for those who play the agents that write it
-  notYet,    ///< no part of this agent uses it so far
   profile,   ///< when the process begins, with the whole profile, whatever its condition
   deferred,  ///< when the process begins, in the group of deferred mounts
   startup,   ///< whenever the logic starts
   group,     ///< whenever the logic starts, in a group of its own
+  root,      ///< by the root of the tunnel service, whenever the logic starts
 };
 
 /// What must hold for this agent to mount a table, or to take what the profile has mounted.
@@ -65,8 +65,9 @@ struct MountPath {
   Keep keep = nullptr;
 
   [[nodiscard]] Store store() const { return static_cast<Store>(info.index()); }
+  /// By the agent itself.
   [[nodiscard]] bool isMounted() const {
-    return mounting != Mounting::never && mounting != Mounting::notYet;
+    return mounting != Mounting::never && mounting != Mounting::root;
   }
   /// Null only if the record's module is not part of the program.
   [[nodiscard]] const Vesk::RecordType* recordType() const { return Vesk::RecordType::find(type); }

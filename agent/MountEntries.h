@@ -143,17 +143,17 @@ class MountEntries {
     mount.info = tableInfo<std::remove_const_t<typename Tag::Attr::Target>>(mount.access);
   }
 
-  /// A table that a part of this agent will mount which does not stand yet.
+  /// A table that the root of the tunnel service mounts.
   template <class Record>
-  void notYet(Access access, std::string path) {
+  void byRoot(Access access, std::string path) {
     MountPath& mount = add<Record>(std::move(path), Condition::always, nullptr);
-    mount.mounting = Mounting::notYet;
+    mount.mounting = Mounting::root;
     mount.access = access;
     mount.info = tableInfo<Record>(access);
   }
   template <class Record>
-  void notYet(Access access) {
-    notYet<Record>(access, ownPath<Record>());
+  void byRoot(Access access) {
+    byRoot<Record>(access, ownPath<Record>());
   }
   /// Of the state database, and not mounted.
   template <class Record>

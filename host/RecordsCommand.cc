@@ -81,7 +81,6 @@ Json typeJson(const RecordType& type) {
         {"path", mount.path}, {"store", storeText(mount.store())}, {"access", accessText(mount)}};
     if (mount.condition != Corvane::Condition::always)
       entry["condition"] = Corvane::conditionText(mount.condition);
-    if (mount.mounting == Corvane::Mounting::notYet) entry["mounted"] = "not yet";
     mounts.push_back(std::move(entry));
   }
   return {{"type", type.name()},
@@ -95,9 +94,7 @@ void printType(const RecordType& type, const Style& style) {
              type.isMachine() ? style.in(Ink::faint, "  machine") : "");
   for (const auto& mount : Corvane::mountCatalog())
     if (mount.type == type.name())
-      fmt::print("  at {}  ({}, {}{}{}{})\n", mount.path, storeText(mount.store()),
-                 accessText(mount),
-                 mount.mounting == Corvane::Mounting::notYet ? ", not mounted yet" : "",
+      fmt::print("  at {}  ({}, {}{}{})\n", mount.path, storeText(mount.store()), accessText(mount),
                  mount.condition == Corvane::Condition::always ? "" : "; ",
                  Corvane::conditionText(mount.condition));
   std::size_t nameWidth = 0;
