@@ -62,7 +62,7 @@ void AfContainerSm::handleInit() {
   updateMultipleUnderlayGroupStateMachines();
   makeFloodAndEvpnMachines();
   if (toggleOismGatewayEnabled()) {
-    container.electedDfStatusDirIs();
+    makeForwarderMachines();
     gatewayStatusIs(agent().gatewayESStatus());
   }
 }
@@ -121,6 +121,21 @@ void AfContainerSm::makeFloodAndEvpnMachines() {
        .mcastEvpnStatus = container.mcastEvpnStatus(),
        .hwCapabilities = agent().hwCapabilities(),
        .pimsmConfigColl = agent().pimsmConfigColl()});
+}
+
+void AfContainerSm::makeForwarderMachines() {
+  AfContainer& container = *in.container;
+  container.electedDfStatusDirIs();
+  electedDfStatusSmIs({.evpnStatus = in.evpnStatus,
+                       .electedDfStatusDir = container.electedDfStatusDir(),
+                       .smControl = {}});
+  edfSmIs({.electedDfStatusDir = container.electedDfStatusDir(),
+           .pegDrStatus = agent().pegDrStatus(),
+           .pegVlanStatus = container.pegVlanStatus(),
+           .pegNeighborStatus = container.pegNeighborStatus(),
+           .mcastIrbStatus = container.mcastIrbStatus(),
+           .externalForwarderStatus = container.externalForwarderStatus(),
+           .smControl = {}});
 }
 
 void AfContainerSm::makeLeakMachines() {

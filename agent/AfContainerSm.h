@@ -14,6 +14,8 @@
 #include "config/IpTunnelFloodGroupConfigSm.h"
 #include "config/McastEvpnStatusSm.h"
 #include "egress/VpnInjectSm.h"
+#include "pipeline/EDFSm.h"
+#include "pipeline/ElectedDFStatusSm.h"
 #include "pipeline/McastIrbStatusSm.h"
 #include "platform/PrefixListConfigSm.h"
 #include "platform/VrfLeakHelperSm.h"
@@ -65,6 +67,8 @@ class AfContainerSm final : public Vesk::Machine {
   VESK_INSTANCE(Irb::Multicast::Egress::VpnInjectSm, vpnInjectSm)
   VESK_INSTANCE(Routing::Multicast::IpTunnelFloodGroupConfigSm, ipTunnelFloodGroupConfigSm)
   VESK_INSTANCE(Routing::Multicast::McastEvpnStatusSm, mcastEvpnStatusSm)
+  VESK_INSTANCE(ElectedDFStatusSm, electedDfStatusSm)
+  VESK_INSTANCE(EDFSm, edfSm)
 
  private:
   using MappingStatus = IpTunnelMappingStatus;
@@ -74,6 +78,7 @@ class AfContainerSm final : public Vesk::Machine {
   void makeLeakMachines();
   void makeVpnInjectSm();
   void makeFloodAndEvpnMachines();
+  void makeForwarderMachines();
   /// Stores a machine that a factory made.
   template <class Tag>
   void adopt(Tag, const Ombra::Ptr<typename Tag::Attr::Target>& machine) {
