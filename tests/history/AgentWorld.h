@@ -112,9 +112,19 @@ class AgentWorld {
     sharedInput<Arp::Table::Status>()->arpEntryDelAll();
     sharedInput<Briskel::Bridging::Status>()->fdbEntryDelAll();
     sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameDelAll();
-    sharedInput<Routing::Multicast::PegDrStatus>(
-        Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()))
-        ->pegDrVlanDelAll();
+    using namespace Routing::Multicast;
+    sharedInput<PegDrStatus>(PegDrStatus::mountPath(Pavlin::ipv4()))->pegDrVlanDelAll();
+    for (const auto af : Pavlin::families) {
+      sharedInput<PegVlanStatus>(PegVlanStatus::mountPath(af))->pegVlanDelAll();
+      sharedInput<PegNeighborStatus>(PegNeighborStatus::mountPath(af))->pegVlanNeighborDelAll();
+    }
+    using namespace Multicast::Tunnel;
+    for (const auto client : {McastTunnelClientType::client1, McastTunnelClientType::client2}) {
+      sharedInput<IrVxlanIpv4TunnelRequestTable>(IrVxlanIpv4TunnelRequestTable::mountPath(client))
+          ->tunnelRequestDelAll();
+      sharedInput<PimVxlanTunnelRequestTable>(PimVxlanTunnelRequestTable::mountPath(client))
+          ->tunnelRequestDelAll();
+    }
   }
   /// The agent goes, and the rows of its tables with it.
   void clearRows() {
@@ -131,7 +141,12 @@ class AgentWorld {
     sharedInput<Vxlan::RemoteVniToVlanStatus>(
         Vxlan::RemoteVniToVlanStatus::mountPath("static", Pavlin::vxlan1IntfId()))
         ->remoteVniToVlanDelAll();
+    sharedInput<Multicast::Tunnel::McastTunnelStatus>()->mcastTunnelSetDelAll();
+    sharedInput<Multicast::Tunnel::IrVxlanIpv4TunnelTable>()->encapDelAll();
     for (const auto af : Pavlin::families) {
+      using Routing::Multicast::ExternalForwarderStatus;
+      sharedInput<ExternalForwarderStatus>(ExternalForwarderStatus::mountPath(af))
+          ->intfStatusDelAll();
       using Irb::Multicast::McastIrbStatus;
       using GmpStatus = Routing::Gmp::Briskel::Status;
       sharedInput<McastIrbStatus>(

@@ -1,4 +1,5 @@
-// Random events for the smaller machines: flood groups, remote VNIs, source interfaces.
+// Random events for the smaller machines: flood groups, remote VNIs, source interfaces, tunnel
+// requests, Ethernet segments and gateways to the outside.
 #pragma once
 
 #include <string>
@@ -17,8 +18,12 @@ class StateEvents {
   std::string floodEvent();
   std::string vniEvent();
   std::string sourceEvent();
+  std::string tunnelEvent();
+  std::string segmentEvent();
+  std::string gatewayEvent();
 
   EventGenerator& random_;
+  unsigned elections_ = 0;
 };
 
 }  // namespace History

@@ -6,10 +6,13 @@
 #include "platform/Toggles.h"
 #include "records/Bridging.h"
 #include "records/BriskelInputs.h"
+#include "records/Evpn.h"
+#include "records/ExternalForwarderStatus.h"
 #include "records/IpTunnelVlanGroupStatus.h"
 #include "records/McastEvpnStatus.h"
 #include "records/MulticastGroups.h"
 #include "records/MulticastIntfs.h"
+#include "records/Tunnels.h"
 #include "records/Vxlan.h"
 #include "tests/history/Inputs.h"
 
@@ -149,6 +152,71 @@ std::string vniDifference() {
   return difference("remote VNI", wanted, found);
 }
 
+/// 0: none, 1: forwarder, 2: forwarder as designated router.
+unsigned roleOf(AddressFamily af, const ::Evpn::EthernetSegmentStatus& segment, VlanId vlan) {
+  using Irb::Multicast::McastIrbStatus;
+  if (!segment.dfVlanHas(vlan)) return 0;
+  if (!sharedTable<PegVlanStatus>(PegVlanStatus::mountPath(af))->pegVlan(vlan).pegEnabled) return 1;
+  const auto routers = sharedTable<PegDrStatus>(PegDrStatus::mountPath(Pavlin::ipv4()));
+  if (routers->pegDrVlan(vlan).pegDrRole == PegDrRole::dr) return 2;
+  const auto bound = sharedTable<McastIrbStatus>(
+      McastIrbStatus::mountPath(af, Irb::Multicast::App::Client::client3));
+  if (!bound->vlanToSbdHas(vlan)) return 1;
+  const auto neighbour = sharedTable<PegNeighborStatus>(PegNeighborStatus::mountPath(af))
+                             ->pegVlanNeighbor(bound->vlanToSbd(vlan).sbdVlan);
+  return neighbour && neighbour->tepCount() != 0 ? 0 : 1;
+}
+
+std::string roleDifference(AddressFamily af) {
+  if (!::Multicast::Vpn::toggleOismGatewayEnabled()) return {};
+  Texts wanted;
+  for (const auto& [port, segment] : input<::Evpn::EvpnStatus>()->segmentStatusIterator())
+    for (const auto& vlan : segment->configuredVlanIterator())
+      if (port.stringValue().starts_with("Ethernet"))
+        wanted.insert(Vesk::textOf(port) + " " + Vesk::textOf(vlan) + " " +
+                      std::to_string(roleOf(af, *segment, vlan)));
+  Texts found;
+  const auto roles = sharedTable<ExternalForwarderStatus>(ExternalForwarderStatus::mountPath(af));
+  for (const auto& [port, row] : roles->intfStatusIterator())
+    found.insert(Vesk::textOf(port.intfId) + " " + Vesk::textOf(port.vlanId) + " " +
+                 Vesk::textOf(row.role));
+  return difference("role", wanted, found);
+}
+
+/// Of an endpoint with ingress replication the row may be missing: the review of PIM requests takes
+/// it at a start. The kind of a PIM tunnel is that of the last request, also of one that went.
+std::string tunnelDifference() {
+  using namespace ::Multicast::Tunnel;
+  Texts encap;
+  Texts replicated;
+  Texts pim;
+  for (const auto client : {McastTunnelClientType::client1, McastTunnelClientType::client2}) {
+    for (const auto& [endpoint, row] : sharedTable<IrVxlanIpv4TunnelRequestTable>(
+                                           IrVxlanIpv4TunnelRequestTable::mountPath(client))
+                                           ->tunnelRequestIterator()) {
+      encap.insert(Vesk::textOf(endpoint.vtep));
+      replicated.insert(Vesk::textOf(endpoint));
+    }
+    for (const auto& [endpoint, row] :
+         sharedTable<PimVxlanTunnelRequestTable>(PimVxlanTunnelRequestTable::mountPath(client))
+             ->tunnelRequestIterator())
+      pim.insert(Vesk::textOf(endpoint));
+  }
+  Texts foundEncap;
+  for (const auto& [id, row] :
+       sharedTable<IrVxlanIpv4TunnelTable>(IrVxlanIpv4TunnelTable::mountPath())->encapIterator())
+    foundEncap.insert(Vesk::textOf(row.vtepIp()));
+  std::string text = difference("encapsulation", encap, foundEncap);
+  Texts foundPim;
+  for (const auto& [endpoint, row] : sharedTable<McastTunnelStatus>()->mcastTunnelSetIterator()) {
+    const bool isPim = row.defaultTunnelId.tunnelType() == pimVxlan();
+    if (isPim) foundPim.insert(Vesk::textOf(endpoint));
+    if (!isPim && !replicated.contains(Vesk::textOf(endpoint)))
+      text += "\n  unwanted tunnel of " + Vesk::textOf(endpoint);
+  }
+  return text + difference("PIM tunnel", pim, foundPim);
+}
+
 }  // namespace
 
 void Remains::note() {
@@ -161,10 +229,10 @@ void Remains::note() {
 }
 
 std::string stateDifference(const Remains& remains) {
-  std::string text = vniDifference();
+  std::string text = vniDifference() + tunnelDifference();
   for (const auto af : Pavlin::families)
-    if (const auto fault =
-            interfaceDifference(af, remains) + floodDifference(af) + evpnDifference(af);
+    if (const auto fault = interfaceDifference(af, remains) + floodDifference(af) +
+                           evpnDifference(af) + roleDifference(af);
         !fault.empty())
       text += "\n" + Vesk::textOf(af) + ":" + fault;
   return text;

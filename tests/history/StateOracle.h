@@ -1,5 +1,6 @@
 // What the smaller machines must publish, computed directly from the present inputs: interfaces and
-// groups that PIM runs on, remote VNIs, flood groups, what EVPN may announce.
+// groups that PIM runs on, remote VNIs, flood groups, what EVPN may announce, tunnels, the roles of
+// ports.
 #pragma once
 
 #include <string>
