@@ -2,6 +2,9 @@
 // not grow with those that it does not concern.
 #include "bench/WholeAgent.h"
 #include "records/AgentStatus.h"
+#include "records/BriskelInputs.h"
+#include "records/Evpn.h"
+#include "records/ExternalForwarderStatus.h"
 #include "records/Vxlan.h"
 
 namespace {
@@ -36,5 +39,48 @@ void sbdVlanMoves(benchmark::State& state) {
   world.reset();
 }
 BENCHMARK(sbdVlanMoves)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
+
+/// So many ports and vlans of Ethernet segments, a hundred vlans to a port: one is elected away and
+/// back, and one of its vlan's tables changes, each until the roles of both families stand.
+void forwarderChanges(benchmark::State& state) {
+  using Routing::Multicast::ExternalForwarderStatus;
+  using Routing::Multicast::PegVlanStatus;
+  constexpr unsigned vlansOfPort = 100;
+  History::AgentWorld world;
+  input<McastCommon::AgentStatus>(Pavlin::ipv4())->multicastRoutingIs(true);
+  input<Vxlan::VtiStatusDir>()->vtiStatusIs(Pavlin::vxlan1IntfId());
+  const auto evpn = input<Evpn::EvpnStatus>();
+  const auto portOf = [](unsigned number) {
+    return Pavlin::IntfId("Ethernet" + std::to_string(1 + number / vlansOfPort));
+  };
+  for (unsigned number = 0; number < state.range(0); ++number) {
+    const auto segment = evpn->segmentStatusIs(portOf(number));
+    const Bridging::VlanId vlan(1 + number % 4000);
+    segment->dfVlanIs(vlan);
+    segment->configuredVlanIs(vlan);
+  }
+  world.begin(0);
+  world.settle();
+  const auto segment = evpn->segmentStatus(portOf(0));
+  const Bridging::VlanId vlan(7);
+  const auto gateways =
+      History::sharedInput<PegVlanStatus>(PegVlanStatus::mountPath(Pavlin::ipv4()));
+  bool mine = true;
+  std::uint32_t elections = 0;
+  for (auto _ : state) {
+    mine = !mine;
+    mine ? segment->dfVlanIs(vlan) : segment->dfVlanDel(vlan);
+    segment->designatedForwarderTepIpAddrIs(vlan, Pavlin::IpAddr(0x0a000001U + ++elections % 2));
+    gateways->pegVlanIs({vlan, mine});
+    world.settle();
+  }
+  Bench::count(state,
+               History::sharedInput<ExternalForwarderStatus>(
+                   ExternalForwarderStatus::mountPath(Pavlin::ipv4()))
+                   ->intfStatusCount(),
+               "per change", 2.0);
+  world.reset();
+}
+BENCHMARK(forwarderChanges)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

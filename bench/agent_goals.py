@@ -55,6 +55,8 @@ def goals(f):
            max(f.counter(slices, "write ms"), f.counter(slices, "slice ms")), None, None, "ms")
     yield ("an SBD vlan's move among 1,000 VRFs beside one among 10",
            f.time("sbdVlanMoves/1000") / f.time("sbdVlanMoves/10"), 1.5, 1.2, "times")
+    yield ("a forwarder change among 10,000 ports and vlans beside one among 100",
+           f.time("forwarderChanges/10000") / f.time("forwarderChanges/100"), 1.5, 1.2, "times")
     told = "bytesOfMembership/131000/iterations:1"
     yield ("a membership in the agent (its inputs take "
            f"{f.counter(told, 'input B/row'):,.0f} bytes)",

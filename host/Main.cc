@@ -62,6 +62,10 @@ int run(int argc, char** argv) {
                                  "Crash the agent in its N-th write to an output, 0: in each in "
                                  "turn, and ask whether the outputs end up the same")
                     ->excludes(stay);
+  play->add_flag(
+      "--flood-lists", arguments.play.floodLists,
+      "Ask for tunnels to the static flood lists of VXLAN interfaces as well, as client2 "
+      "of the tunnel service");
   play->add_option("--explain", arguments.play.explain,
                    "At the end of each file, why something is as it is: VLAN,GROUP for an overlay "
                    "group, or 'tunnel ENDPOINT', 'port INTF,VLAN', 'vni VNI'");

@@ -92,8 +92,11 @@ void RequestTableSm::review() {
 }
 
 void RequestTableSm::handleTunnelRequest(McastTunnelEndpoint endpoint) {
-  in.row->tunnelRequestHas(endpoint) ? in.parent->addEndpoint(endpoint)
-                                     : in.parent->cleanupEndpoint(endpoint);
+  if (in.row->tunnelRequestHas(endpoint)) return in.parent->addEndpoint(endpoint);
+  // A damaged row may have a damaged key: one that nobody can have asked for says nothing.
+  const auto& rows = IrVxlanIpv4TunnelRequestTable::tunnelRequestTag::attr(*in.row);
+  if (!rows.corrupt(endpoint) || endpoint.vtep.af() == Pavlin::ipv4())
+    in.parent->cleanupEndpoint(endpoint);
 }
 
 void RequestSm::addEndpoint(const McastTunnelEndpoint& endpoint) {

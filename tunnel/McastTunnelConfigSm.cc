@@ -25,10 +25,12 @@ void McastTunnelConfigSm::handleInitialized() {
 }
 
 bool McastTunnelConfigSm::findEndpoint(const McastTunnelEndpoint& endpoint) const {
-  bool found = false;
-  if (endpoint.vtep.af() == Pavlin::ipv4())
+  const auto found = [&] {
+    if (endpoint.vtep.af() != Pavlin::ipv4()) return false;
     for (const auto& [intf, config] : in.vxlanConfigDir->vxlanConfigIterator())
-      found = found || config->floodVtepListHas(endpoint.vtep.v4Addr());
+      if (config->floodVtepListHas(endpoint.vtep.v4Addr())) return true;
+    return false;
+  }();
   if (auto t = traceHandle.at(8)) t << "findEndpoint " << Vesk::textOf(endpoint) << ": " << found;
   return found;
 }

@@ -31,7 +31,10 @@ Ombra::Ptr<Table> mountedToWrite(const char* collection, std::uint32_t rows) {
 }
 template <class Table>
 Ombra::Ptr<Table const> mountedToRead(McastTunnelClientType client) {
-  return mounted<Table>(Table::mountPath(client), MountInfo(VeskBriskelType::readerTracked));
+  const auto table =
+      mounted<Table>(Table::mountPath(client), MountInfo(VeskBriskelType::readerTracked));
+  if (table) table->clientTypeIs(client);  // told by the path alone
+  return table;
 }
 
 /// What is no longer mounted keeps its rows.

@@ -5,6 +5,7 @@
 #include "runtime/SharedMem.h"
 #include "runtime/StateDatabase.h"
 #include "runtime/Task.h"
+#include "tunnel/McastTunnelConfigSm.h"
 
 namespace Host {
 namespace {
@@ -16,7 +17,25 @@ std::vector<Ombra::Ptr<Vesk::Entity>>& graveyard() {
   return dead;
 }
 
+bool servesFloodLists = false;
+
+Ombra::Ptr<Vesk::Entity> floodListsOfAll() {
+  using namespace Multicast::Tunnel;
+  using Requests = IrVxlanIpv4TunnelRequestTable;
+  using Vxlan::VxlanConfigDir;
+  const auto configs = Halden::StateDatabase::instance().create(VxlanConfigDir::mountPath(),
+                                                                VxlanConfigDir::veskName);
+  const auto requests = VeskSharedMem::EntityManager::getEntityManager()->open(
+      Requests::mountPath(McastTunnelClientType::client2), Requests::veskName);
+  return mcastTunnelConfigSmFactory(boost::dynamic_pointer_cast<VxlanConfigDir const>(configs),
+                                    boost::dynamic_pointer_cast<Requests>(requests));
+}
+
 }  // namespace
+
+void AgentProcess::servesFloodListsIs(bool serves) {
+  servesFloodLists = serves;
+}
 
 void AgentProcess::create() {
   root_ = Multicast::Vpn::Agent::AgentIs("Corvane");
@@ -24,6 +43,7 @@ void AgentProcess::create() {
 
 void AgentProcess::begin() {
   static_cast<Multicast::Vpn::Agent&>(*root_).start();
+  if (servesFloodLists) floodLists_ = floodListsOfAll();
 }
 
 std::vector<Multicast::Vpn::Explanation> AgentProcess::explain(
@@ -33,8 +53,10 @@ std::vector<Multicast::Vpn::Explanation> AgentProcess::explain(
 }
 
 void AgentProcess::crash() {
-  graveyard().push_back(std::move(root_));
-  root_ = nullptr;
+  for (auto* object : {&root_, &floodLists_}) {
+    graveyard().push_back(std::move(*object));
+    *object = nullptr;
+  }
   Vesk::Publisher::dropWrites();
   Halden::StateDatabase::instance().dropSubscribers();
   Sylva::TaskSchedulerRoot::findOrCreateScheduler()->reset();

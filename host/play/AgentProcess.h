@@ -1,4 +1,5 @@
-// The agent as the player sees it: a process that can be started, killed and started again.
+// The agent as the player sees it: a process that can be started, killed and started again. It may
+// serve static flood lists besides.
 // Owns: the agent object of the present life, and those of former lives, which are never destroyed:
 // a process that is killed runs no destructor. Caveat: one per program; the stores that outlive the
 // agent are not touched here.
@@ -13,6 +14,9 @@ namespace Host {
 
 class AgentProcess {
  public:
+  /// From here on each process also asks for the tunnels of configured flood lists, as the second
+  /// client of the tunnel service.
+  static void servesFloodListsIs(bool serves);
   /// The process exists, and has done nothing yet.
   void create();
   /// It runs its start.
@@ -27,6 +31,7 @@ class AgentProcess {
 
  private:
   Ombra::Ptr<Vesk::Entity> root_;
+  Ombra::Ptr<Vesk::Entity> floodLists_;
 };
 
 }  // namespace Host

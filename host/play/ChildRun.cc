@@ -18,6 +18,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/InputError.h"
+#include "host/play/AgentProcess.h"
 #include "host/play/CrashLoop.h"
 #include "host/play/KeptDatabase.h"
 #include "host/play/PlayDirectory.h"
@@ -89,6 +90,7 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
     const auto begins = [&](std::size_t index) {
       if (write(progress, &index, sizeof index) != sizeof index) std::abort();
     };
+    AgentProcess::servesFloodListsIs(options.floodLists);
     const bool passed =
         options.crashAt ? CrashLoop(scenario, report, directory / "crashes").ask(*options.crashAt)
                         : (new Player(scenario, report, options.stay, begins))->play();

@@ -24,7 +24,8 @@ struct PlayOptions {
   /// Instead of the scenario's questions: does a crash in this write of the agent, counted from 1,
   /// leave a trace in an output; 0 asks for each write in turn.
   std::optional<std::size_t> crashAt;
-  std::string explain;  ///< what is to be explained at the end of each file; empty for nothing
+  bool floodLists = false;  ///< serve the static flood lists of VXLAN interfaces
+  std::string explain;      ///< what is to be explained at the end of each file; empty for nothing
 };
 
 enum class Outcome { passed, failed, unusable };

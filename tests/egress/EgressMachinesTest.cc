@@ -62,43 +62,6 @@ TEST(EgressMachinesTest, RowsOfAnEarlierLifeAreAdoptedAndTheOthersGoWhenAllRevie
   EXPECT_TRUE(world.inject->initialized());
 }
 
-TEST(EgressMachinesTest, ARowStaysUntilItsLastHolderGoes) {
-  EgressWorld world;
-  world.offer(world.decap, 10, G, "232.1.1.1");
-  world.offer(world.decapRemote, 10, G, "232.1.1.1");
-  world.offer(world.decapRemote, 10, H, "232.1.1.2");
-  world.decap->vlanToFloodGroupIs(VlanId(10))->floodGroupIs(route("232.1.1.1"));
-  world.join("client5", 10, G);   // both domains
-  world.join("client11", 10, H);  // local only: not what the remote domain offers
-  world.joined("client3", 10);
-  world.peerSource(10, H)->firstIntfIs(IntfId("McastTunnel1"));  // remote only
-  world.start();
-  world.startReviews();
-  world.scheduler.runUntilIdle();
-  EXPECT_EQ(world.rows(), Rows{"232.1.1.1 Vlan10"});
-
-  world.gateway->esVlanStatusIs({VlanId(10), {}});
-  world.scheduler.runUntilIdle();
-  const Rows both{"232.1.1.1 Vlan10", "232.1.1.2 Vlan10"};
-  EXPECT_EQ(world.rows(), both);
-
-  world.decap->vlanToMulticastGroupDel(vlanGroup(10, G));
-  world.decap->vlanToFloodGroupDel(VlanId(10));
-  EXPECT_EQ(world.rows(), both) << "the remote review holds it";
-  world.gateway->esVlanStatusDel(VlanId(10));
-  EXPECT_EQ(world.rows(), Rows{});
-
-  // Flood groups follow the MLAG state, each family's row its own table.
-  const auto flood = world.decap->vlanToFloodGroupIs(VlanId(20));
-  flood->floodGroupIs(route("232.9.9.9"));
-  flood->floodGroupIs(route("ff3e::9"));
-  EXPECT_EQ(world.rows(), Rows{"232.9.9.9 Vlan20"});
-  EXPECT_EQ(world.gmp6->membershipCount(), 1U);
-  world.mlag->mlagUnderlayJoinIs(Routing::Multicast::MlagUnderlayJoin::State::noGroups);
-  EXPECT_EQ(world.rows(), Rows{});
-  EXPECT_EQ(world.gmp6->membershipCount(), 1U);
-}
-
 TEST(EgressMachinesTest, ChangesReachTheDomainsThatTheyConcern) {
   for (const bool gateway : {true, false}) {
     EgressWorld world(gateway ? nullptr : "OismGateway");

@@ -251,4 +251,14 @@ TEST_F(PlayerTest, ListsRecordsAndKnowsItsCommands) {
   EXPECT_EQ(run("play --trace nonsense " + file("steps: []")).status, 2);
 }
 
+TEST_F(PlayerTest, ServesStaticFloodListsIfItIsAskedTo) {
+  const std::string story =
+      "steps:\n  - write:\n      multicast/ipv4/agent/status:multicastRouting: true\n"
+      "      interface/status/eth/vxlan:vtiStatus[Vxlan1]: {operStatus: up}\n"
+      "      vxlan/config:vxlanConfig[Vxlan1].floodVtepList: {10.0.0.9: true}\n"
+      "  - start:\n  - equal: {'multicast/tunnel/table/irVxlanIpv4:encap': ";
+  passes(story + "{'72057594205700105': {}}}\n", "--flood-lists");
+  passes(story + "{}}\n");
+}
+
 }  // namespace
