@@ -148,6 +148,7 @@ class MountEntries {
   void byRoot(Access access, std::string path) {
     MountPath& mount = add<Record>(std::move(path), Condition::always, nullptr);
     mount.mounting = Mounting::root;
+    mount.kept = Moment::startup;
     mount.access = access;
     mount.info = tableInfo<Record>(access);
   }

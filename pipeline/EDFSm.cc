@@ -74,8 +74,10 @@ EDFSm::EDFSm(Inputs inputs)
 
 std::optional<Routing::Multicast::ExternalForwarderIntfStatus> EDFSm::role(
     const L2PortVlan& portVlan) const {
+  // A port that was withdrawn is none, even while its row stands.
   std::optional<Routing::Multicast::ElectedDFStatus> elected;
-  if (in.electedDfStatusDir->electedDfStatusHas(portVlan))
+  if (portsOfVlan_.has(portVlan.vlanId, portVlan) &&
+      in.electedDfStatusDir->electedDfStatusHas(portVlan))
     elected = in.electedDfStatusDir->electedDfStatus(portVlan);
   return ExternalForwarderStatus::determineRole(elected, *in.mcastIrbStatus, *in.pegVlanStatus,
                                                 *in.pegNeighborStatus, *in.pegDrStatus);

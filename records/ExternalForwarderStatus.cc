@@ -1,6 +1,17 @@
 #include "records/ExternalForwarderStatus.h"
 
 namespace Routing::Multicast {
+namespace {
+
+/// A member that reads as corrupt is none, and hides no other.
+bool hasTep(const PegVlanNeighbor& neighbour) {
+  const auto& teps = PegVlanNeighbor::tepTag::attr(neighbour);
+  for (auto c = teps.map().begin(); !c.atEnd(); c.advance())
+    if (!teps.damaged(neighbour, c.key())) return true;
+  return false;
+}
+
+}  // namespace
 
 std::optional<ExternalForwarderIntfStatus> ExternalForwarderStatus::determineRole(
     const std::optional<ElectedDFStatus>& electedDfStatus,
@@ -16,7 +27,7 @@ std::optional<ExternalForwarderIntfStatus> ExternalForwarderStatus::determineRol
     return ExternalForwarderIntfStatus{port, drForwarder};
   const auto sbdVlan = mcastIrbStatus.sbdOf(port.vlanId);
   const auto neighbour = sbdVlan ? pegNeighborStatus.pegVlanNeighbor(*sbdVlan) : nullptr;
-  const bool otherForwards = neighbour && neighbour->tepCount() != 0;
+  const bool otherForwards = neighbour && hasTep(*neighbour);
   return ExternalForwarderIntfStatus{port, otherForwards ? none : forwarder};
 }
 

@@ -120,7 +120,8 @@ class MountedAgent : public testing::TestWithParam<Setting> {
     const Holdings holdings(world.agent());
     for (const auto& mount : Corvane::mountCatalog()) {
       SCOPED_TRACE(mount.path);
-      const bool isWanted = mount.isMounted() && GetParam().holding.contains(mount.condition);
+      const bool isWanted =
+          mount.mounting != Mounting::never && GetParam().holding.contains(mount.condition);
       Ombra::Ptr<Vesk::Entity> entity;
       if (mount.store() == Corvane::Store::stateDb) {
         entity = Halden::StateDatabase::instance().find(mount.path);

@@ -1,5 +1,5 @@
-// The pipelines of forwarder roles in slices: events between them, rows of a predecessor, and the
-// same roles at the end as at once.
+// The pipelines of forwarder roles in slices: events between them, rows of a predecessor, a segment
+// on a tunnel, gateways that read as corrupt, and the same roles at the end as at once.
 
 #include <map>
 #include <random>
@@ -23,6 +23,11 @@ class World {
       roles_->intfStatusIs({{port(9), VlanId(vlan)}, ExternalForwarderRole::drForwarder});
     for (int i = 0; i < 60; ++i)
       event();
+    for (const unsigned sbd : {100, 101}) {
+      const auto teps = neighbours_->pegVlanNeighborIs(ExtendedVlanId(sbd));
+      teps->tepIs(corruptTep_);
+      PegVlanNeighbor::veskType().field("tep")->corruptIs(*teps, Vesk::bytesOf(corruptTep_), true);
+    }
     elected_ = Ombra::make<ElectedDFStatusSm>(
         ElectedDFStatusSm::Inputs{evpn_, electedDir_, {.taskScheduler = scheduler}});
     edf_ = Ombra::make<EDFSm>(EDFSm::Inputs{
@@ -32,7 +37,7 @@ class World {
   void event() {
     const VlanId vlan(1 + draw(12));
     const VlanId sbd(100 + draw(2));
-    const auto segment = evpn_->segmentStatusIs(port(draw(4)));
+    const auto segment = evpn_->segmentStatusIs(port(draw(5)));
     switch (draw(7)) {
       case 0:
         draw(3) != 0 ? segment->configuredVlanIs(vlan) : segment->configuredVlanDel(vlan);
@@ -42,7 +47,7 @@ class World {
         segment->designatedForwarderTepIpAddrIs(vlan, Pavlin::IpAddr(++elections_));
         break;
       case 2:
-        draw(9) == 0 ? evpn_->segmentStatusDel(port(draw(4))) : void();
+        draw(9) == 0 ? evpn_->segmentStatusDel(port(draw(5))) : void();
         break;
       case 3:
         pegVlans_->pegVlanIs({vlan, draw(4) != 0});
@@ -53,16 +58,21 @@ class World {
       case 5:
         draw(4) != 0 ? irb_->vlanToSbdIs({vlan, sbd}) : irb_->vlanToSbdDel(vlan);
         break;
-      default: {
-        const auto teps = neighbours_->pegVlanNeighborIs(ExtendedVlanId(sbd));
-        teps->tepHas(tep_) ? teps->tepDel(tep_) : teps->tepIs(tep_);
-      }
+      default:
+        gatewayMoves(sbd);
     }
   }
+  void gatewayMoves(ExtendedVlanId sbd) {
+    const auto teps = neighbours_->pegVlanNeighborIs(sbd);
+    if (draw(9) == 0) return teps->tepDel(corruptTep_);
+    teps->tepHas(tep_) ? teps->tepDel(tep_) : teps->tepIs(tep_);
+  }
+  void withdraw() { edf_->doDeleteAll(); }
   [[nodiscard]] std::map<std::string, std::string> wanted() const {
     std::map<std::string, std::string> roles;
     for (const auto& [intf, segment] : evpn_->segmentStatusIterator())
       for (const VlanId& vlan : segment->configuredVlanIterator()) {
+        if (intf == Pavlin::vxlan1IntfId()) continue;
         const ElectedDFStatus elected{{intf, vlan}, segment->dfVlanHas(vlan), {}};
         const auto row =
             ExternalForwarderStatus::determineRole(elected, *irb_, *pegVlans_, *neighbours_, *peg_);
@@ -80,13 +90,14 @@ class World {
 
  private:
   static Pavlin::IntfId port(unsigned number) {
-    return Pavlin::IntfId("Ethernet" + std::to_string(number));
+    return Pavlin::IntfId(number == 0 ? "Vxlan1" : "Ethernet" + std::to_string(number));
   }
   unsigned draw(unsigned n) { return static_cast<unsigned>(random_() % n); }
 
   std::mt19937_64 random_{7};
   unsigned elections_ = 0;
   const Pavlin::IpGenAddr tep_ = Pavlin::IpGenAddr::fromText("10.0.0.9");
+  const Pavlin::IpGenAddr corruptTep_ = Pavlin::IpGenAddr::fromText("10.0.0.8");
   Ombra::Ptr<::Evpn::EvpnStatus> evpn_ = Ombra::make<::Evpn::EvpnStatus>();
   Ombra::Ptr<ElectedDFStatusDir> electedDir_ = Ombra::make<ElectedDFStatusDir>();
   Ombra::Ptr<PegDrStatus> peg_ = Ombra::make<PegDrStatus>();
@@ -116,6 +127,9 @@ TEST(ForwarderRolesTest, AtOnceAndInSlicesTheRolesAreThoseOfTheInputs) {
     EXPECT_TRUE(world.ready());
     EXPECT_EQ(world.found(), world.wanted());
     EXPECT_GT(world.found().size(), 10U);
+    EXPECT_DEATH(world.gatewayMoves(ExtendedVlanId(0)), R"(value_ >= VlanId::min\(\))");
+    world.withdraw();
+    EXPECT_TRUE(world.found().empty());
   }
 }
 

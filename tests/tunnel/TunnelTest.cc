@@ -1,5 +1,5 @@
 // What no scenario of the tunnel service shows: flood lists that several interfaces share, as a
-// client of it, and what ends the process.
+// client of it, and requests that are damaged.
 #include <string>
 #include <vector>
 
@@ -7,7 +7,6 @@
 
 #include "tunnel/IrVxlanIpv4TunnelRequestSm.h"
 #include "tunnel/McastTunnelConfigSm.h"
-#include "tunnel/PimVxlanTunnelRequestSm.h"
 
 namespace {
 
@@ -27,10 +26,7 @@ McastTunnelEndpoint endpoint(const std::string& vtep, std::uint32_t qualifier = 
 /// Flood lists, the requests that they become, and the tunnels that these get.
 class TunnelTest : public testing::Test {
  protected:
-  TunnelTest() {
-    replicatedDir->requestTableIs(client1, requests);
-    pimDir->requestTableIs(client2, pimRequests);
-  }
+  TunnelTest() { replicatedDir->requestTableIs(client1, requests); }
   void lists(const std::string& name, const std::vector<std::string>& vteps) {
     const auto config = configs->vxlanConfigIs(intf(name));
     for (const auto& vtep : vteps)
@@ -51,19 +47,12 @@ class TunnelTest : public testing::Test {
   Ombra::Ptr<IrVxlanIpv4TunnelRequestSm> serve() {
     return irVxlanIpv4TunnelRequestSmFactory(replicatedDir, table, status);
   }
-  Ombra::Ptr<PimVxlanTunnelRequestSm> servePim() {
-    return Ombra::make<PimVxlanTunnelRequestSm>(
-        PimVxlanTunnelRequestSm::Inputs{pimDir, pimTable, status});
-  }
 
   Ombra::Ptr<Vxlan::VxlanConfigDir> configs = Ombra::make<Vxlan::VxlanConfigDir>();
   Ombra::Ptr<IrVxlanIpv4TunnelRequestTable> requests = Ombra::make<IrVxlanIpv4TunnelRequestTable>();
-  Ombra::Ptr<PimVxlanTunnelRequestTable> pimRequests = Ombra::make<PimVxlanTunnelRequestTable>();
   Ombra::Ptr<IrVxlanIpv4TunnelRequestDir> replicatedDir =
       Ombra::make<IrVxlanIpv4TunnelRequestDir>();
-  Ombra::Ptr<PimVxlanTunnelRequestDir> pimDir = Ombra::make<PimVxlanTunnelRequestDir>();
   Ombra::Ptr<IrVxlanIpv4TunnelTable> table = Ombra::make<IrVxlanIpv4TunnelTable>();
-  Ombra::Ptr<PimVxlanTunnelTable> pimTable = Ombra::make<PimVxlanTunnelTable>();
   Ombra::Ptr<McastTunnelStatus> status = Ombra::make<McastTunnelStatus>();
 };
 
@@ -113,20 +102,6 @@ TEST_F(TunnelTest, ADamagedRequestCountsAsNone) {
   EXPECT_EQ(served(), "2");
   requests->tunnelRequestDel(endpoint("10.0.0.2"));
   EXPECT_EQ(served(), "");
-}
-
-using TunnelDeathTest = TunnelTest;
-
-TEST_F(TunnelDeathTest, EndpointsAreIpv4AndOfOneTunnelType) {
-  const auto server = serve();
-  const auto pimServer = servePim();
-  requests->tunnelRequestIs({endpoint("10.0.0.1")});
-  EXPECT_DEATH(pimRequests->tunnelRequestIs({endpoint("10.0.0.1"), {}}),
-               "tunnelType\\(\\) == pimVxlan\\(\\) && \"Only one tunnel type per tunnelendpoint");
-  pimRequests->tunnelRequestIs({endpoint("10.0.0.1", 7), {}});
-  EXPECT_DEATH(requests->tunnelRequestIs({endpoint("10.0.0.1", 7)}),
-               "defaultTunnelId\\(\\) == tunnelId && \"Only one tunnel type per tunnelendpoint");
-  EXPECT_DEATH(replicatedDir->requestTableDel(client1), "we dont expect briskel tables");
 }
 
 }  // namespace
