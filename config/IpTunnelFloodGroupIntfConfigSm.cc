@@ -1,5 +1,6 @@
 #include "config/IpTunnelFloodGroupIntfConfigSm.h"
 
+#include "config/IntfInputs.h"
 #include "runtime/Fleetlog.h"
 #include "runtime/Trace.h"
 
@@ -27,14 +28,7 @@ IpTunnelFloodGroupIntfConfigSm::IpTunnelFloodGroupIntfConfigSm(Inputs inputs)
 }
 
 Pavlin::IpGenAddr IpTunnelFloodGroupIntfConfigSm::vtepAddr(Pavlin::AddressFamily af) const {
-  switch (af) {
-    case Pavlin::AddressFamily::ipv4:
-      return in.vtiStatus->localVtepAddr();
-    case Pavlin::AddressFamily::ipv6:
-      return in.vtiStatus->localVtepAddr6();
-    default:
-      return {};
-  }
+  return localVtepAddr(*in.vtiStatus, af);
 }
 
 TunnelType IpTunnelFloodGroupIntfConfigSm::getTunnelType(VlanTunnelConfigType configType) const {
@@ -80,14 +74,7 @@ void IpTunnelFloodGroupIntfConfigSm::handleVlanToFloodGroup() {
 }
 
 void IpTunnelFloodGroupIntfConfigSm::refreshAll() {
-  if (auto t = traceHandle.at(8)) {
-    const auto& vti = *in.vtiStatus;
-    const auto& config = *in.vlanToGroupIntfConfig;
-    t << "refreshAll localVtepAddr:" << vti.localVtepAddr()
-      << " localVtepAddr6: " << vti.localVtepAddr6() << " mlagVtepAddr: " << vti.mlagVtepAddr()
-      << " mcastUnderlayRouteType: " << Vesk::textOf(config.mcastUnderlayRouteType())
-      << " floodUnderlayRouteType: " << Vesk::textOf(config.floodUnderlayRouteType());
-  }
+  traceRefresh(traceHandle, *in.vtiStatus, *in.vlanToGroupIntfConfig);
   handleVlanToFloodGroup();
 }
 

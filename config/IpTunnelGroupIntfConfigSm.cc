@@ -1,6 +1,7 @@
 #include "config/IpTunnelGroupIntfConfigSm.h"
 
 #include "config/ImmediateGroups.h"
+#include "config/IntfInputs.h"
 #include "runtime/Fleetlog.h"
 #include "runtime/Trace.h"
 
@@ -129,14 +130,7 @@ bool IpTunnelGroupIntfConfigSm::underlayMcastEnabled() const {
 }
 
 Pavlin::IpGenAddr IpTunnelGroupIntfConfigSm::vtepAddr(Pavlin::AddressFamily af) const {
-  switch (af) {
-    case Pavlin::AddressFamily::ipv4:
-      return in.vtiStatus->localVtepAddr();
-    case Pavlin::AddressFamily::ipv6:
-      return in.vtiStatus->localVtepAddr6();
-    default:
-      return {};
-  }
+  return localVtepAddr(*in.vtiStatus, af);
 }
 
 void IpTunnelGroupIntfConfigSm::handleVlanToMulticastGroup(Bridging::VlanId vlanId) {
@@ -351,14 +345,7 @@ void IpTunnelGroupIntfConfigSm::updateVrfImmediateAllMapping(L3::VrfName vrfName
 // --- all of it ---------------------------------------------------------------------------------
 
 void IpTunnelGroupIntfConfigSm::refreshAll() {
-  if (auto t = traceHandle.at(8)) {
-    const auto& vti = *in.vtiStatus;
-    const auto& config = *in.vlanToGroupIntfConfig;
-    t << "refreshAll localVtepAddr:" << vti.localVtepAddr()
-      << " localVtepAddr6: " << vti.localVtepAddr6() << " mlagVtepAddr: " << vti.mlagVtepAddr()
-      << " mcastUnderlayRouteType: " << Vesk::textOf(config.mcastUnderlayRouteType())
-      << " floodUnderlayRouteType: " << Vesk::textOf(config.floodUnderlayRouteType());
-  }
+  traceRefresh(traceHandle, *in.vtiStatus, *in.vlanToGroupIntfConfig);
   handleVrfToMulticastDelayed();
   handleVrfToMulticastGroup();
   handleVrfToSBDVlan();

@@ -2,6 +2,7 @@
 
 #include "runtime/Assert.h"
 #include "runtime/Trace.h"
+#include "tunnel/Requests.h"
 
 namespace Multicast::Tunnel {
 
@@ -81,9 +82,7 @@ void RequestSm::handleRequestTable(McastTunnelClientType clientType) {
 }
 
 bool RequestSm::findEndpoint(const McastTunnelEndpoint& endpoint) const {
-  for (const auto& [client, table] : in.requestDir->requestTableIterator())
-    if (table->tunnelRequestHas(endpoint)) return true;
-  return false;
+  return isRequested(*in.requestDir, endpoint);
 }
 
 void RequestTableSm::review() {

@@ -1,6 +1,7 @@
 #include "tunnel/PimVxlanTunnelRequestSm.h"
 
 #include "runtime/Assert.h"
+#include "tunnel/Requests.h"
 
 namespace Multicast::Tunnel {
 
@@ -15,9 +16,7 @@ void PimVxlanTunnelRequestSm::handleInitialized() {
 }
 
 bool PimVxlanTunnelRequestSm::findEndpoint(const McastTunnelEndpoint& endpoint) const {
-  for (const auto& [client, table] : in.requestDir->requestTableIterator())
-    if (table->tunnelRequestHas(endpoint)) return true;
-  return false;
+  return isRequested(*in.requestDir, endpoint);
 }
 
 void PimVxlanTunnelRequestSm::RequestSm::review() {
