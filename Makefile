@@ -1,5 +1,5 @@
 # Thin front for the presets in CMakePresets.json and the scripts in scripts/.
-.PHONY: all setup build demo test sanitize fuzz check bench format clean
+.PHONY: all setup build demo test sanitize fuzz check bench graph format clean
 .DEFAULT_GOAL := build
 
 PRESET ?= release
@@ -33,6 +33,13 @@ check: setup
 bench: setup
 	@scripts/build release
 	@scripts/bench
+
+# The picture of who reads and writes what; needs graphviz.
+graph: setup
+	@scripts/build release corvane
+	@scripts/wiring --fix build/release/corvane
+	@scripts/build release corvane
+	@build/release/corvane graph | dot -Tsvg >docs/wiring.svg
 
 format:
 	@scripts/check-format --fix

@@ -45,6 +45,8 @@ if(TARGET corvane)
       corvane_scenario_test(scenario.${scenario}.seed${seed} corvane play "${file}" --seed ${seed})
     endforeach()
   endforeach()
+  # What the program tells of itself is what the scenarios show.
+  corvane_scenario_test(wiring scripts/wiring $<TARGET_FILE:corvane>)
   # Every item a slice: the agent dies in the middle of its walks as well.
   corvane_scenario_test(scenario.fabric.crashes.slice1
       scripts/play-sliced $<TARGET_FILE:corvane> scenarios/fabric.yaml --crash-at 0)

@@ -68,8 +68,10 @@ class LocalMembershipChangeSm final : public Vesk::Machine {
       void handleDel();
 
       class NestedSm_SourceMembership final : public Vesk::Machine {
+        // clang-format off: a break would stand in the name
         VESK_RECORD(Irb::Multicast::Egress::LocalMembershipChangeSm::VlanSm::
                         NestedSm_GroupMembership::NestedSm_SourceMembership)
+        // clang-format on
         struct Inputs {
           NestedSm_GroupMembership* parent;
           Ombra::Ptr<Gmp::SourceMembershipJoin const> row;

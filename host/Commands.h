@@ -16,6 +16,12 @@ namespace Host {
 /// Lists record types, attributes, mount paths and capacities; of one record or path if a name is
 /// given.
 [[nodiscard]] int recordsCommand(const std::string& name, Audience audience);
+/// As what the wiring is printed: for graphviz, for programs, as a table of mounts,
+/// or as host/Wiring.inc.
+enum class GraphForm { dot, json, markdown, source };
+/// Prints which machines read and write what: what the program knows of itself, or what
+/// `play --wiring` has noted in a file.
+[[nodiscard]] int graphCommand(const std::string& file, GraphForm form);
 /// Prints shared tables from the files of a running or ended agent, without touching them.
 [[nodiscard]] int showCommand(const std::vector<std::string>& addresses,
                               const std::string& directory, Audience audience);

@@ -1,5 +1,6 @@
 #include <cstddef>
 #include <cstdio>
+#include <map>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -33,7 +34,9 @@ struct Arguments {
   std::string ring;
   std::vector<std::size_t> levels;
   double seconds = 0;
+  std::string wiring;
   bool json = false;
+  Host::GraphForm form = Host::GraphForm::dot;
 };
 
 int run(int argc, char** argv) {
@@ -66,6 +69,9 @@ int run(int argc, char** argv) {
       "--flood-lists", arguments.play.floodLists,
       "Ask for tunnels to the static flood lists of VXLAN interfaces as well, as client2 "
       "of the tunnel service");
+  auto* wiring = play->add_option("--wiring", arguments.wiring,
+                                  "Add to this file which machine reads and writes what; see "
+                                  "'graph'");
   play->add_option("--explain", arguments.play.explain,
                    "At the end of each file, why something is as it is: VLAN,GROUP for an overlay "
                    "group, or 'tunnel ENDPOINT', 'port INTF,VLAN', 'vni VNI'");
@@ -75,6 +81,20 @@ int run(int argc, char** argv) {
       app.add_subcommand("records", "List record types, attributes, mount paths and capacities");
   records->add_flag("--json", arguments.json, "One JSON document");
   records->add_option("NAME", arguments.recordName, "Record type or mount path");
+
+  auto* graph = app.add_subcommand(
+      "graph", "Print which machine reads and writes what, as DOT text for graphviz");
+  const std::map<std::string, Host::GraphForm> forms{{"dot", Host::GraphForm::dot},
+                                                     {"json", Host::GraphForm::json},
+                                                     {"markdown", Host::GraphForm::markdown},
+                                                     {"source", Host::GraphForm::source}};
+  graph
+      ->add_option("--form", arguments.form,
+                   "dot: for graphviz; json; markdown: a table of the mounts; source: as "
+                   "host/Wiring.inc")
+      ->transform(CLI::CheckedTransformer(forms));
+  graph->add_option("FILE", arguments.wiring,
+                    "What 'play --wiring' has noted, instead of what the program carries");
 
   auto* show = app.add_subcommand("show", "Print shared tables of a running or ended agent");
   show->add_flag("--json", arguments.json, "One JSON document");
@@ -110,8 +130,10 @@ int run(int argc, char** argv) {
   if (keep->count() != 0) arguments.play.keep = arguments.keep;
   if (seed->count() != 0) arguments.play.seed = arguments.seed;
   if (crash->count() != 0) arguments.play.crashAt = arguments.crashAt;
+  if (wiring->count() != 0) arguments.play.wiring = arguments.wiring;
   if (play->parsed()) return Host::playCommand(arguments.files, arguments.play);
   if (records->parsed()) return Host::recordsCommand(arguments.recordName, audience);
+  if (graph->parsed()) return Host::graphCommand(arguments.wiring, arguments.form);
   if (write->parsed())
     return Host::writeCommand(arguments.address, arguments.patch, arguments.directory);
   if (trace->parsed()) return Host::traceCommand(arguments.ring, arguments.levels, audience);

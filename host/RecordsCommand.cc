@@ -2,11 +2,13 @@
 #include <iostream>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include "agent/MountCatalog.h"
 #include "host/Commands.h"
 #include "host/InputError.h"
+#include "host/Wiring.h"
 #include "host/print/EntityJson.h"
 #include "runtime/Reflect.h"
 
@@ -33,6 +35,14 @@ std::string_view storeText(Corvane::Store store) {
 std::string_view accessText(const Corvane::MountPath& mount) {
   if (mount.mounting == Corvane::Mounting::never) return "not mounted";
   return mount.access == Corvane::Access::write ? "write" : "read";
+}
+
+/// The machines at one end of the wires of a mount.
+std::vector<std::string_view> machinesAt(const Corvane::MountPath& mount, Wire wire) {
+  std::vector<std::string_view> machines;
+  for (const WiringFact& fact : wiring())
+    if (fact.end == mount.path && fact.wire == wire) machines.push_back(fact.machine);
+  return machines;
 }
 
 /// The type of an attribute's values, with the members of composites.
@@ -81,6 +91,8 @@ Json typeJson(const RecordType& type) {
         {"path", mount.path}, {"store", storeText(mount.store())}, {"access", accessText(mount)}};
     if (mount.condition != Corvane::Condition::always)
       entry["condition"] = Corvane::conditionText(mount.condition);
+    entry["readBy"] = machinesAt(mount, Wire::reads);
+    entry["writtenBy"] = machinesAt(mount, Wire::writes);
     mounts.push_back(std::move(entry));
   }
   return {{"type", type.name()},
@@ -89,14 +101,21 @@ Json typeJson(const RecordType& type) {
           {"mounts", mounts}};
 }
 
+void printMount(const Corvane::MountPath& mount) {
+  fmt::print("  at {}  ({}, {}{}{})\n", mount.path, storeText(mount.store()), accessText(mount),
+             mount.condition == Corvane::Condition::always ? "" : "; ",
+             Corvane::conditionText(mount.condition));
+  for (const Wire wire : {Wire::reads, Wire::writes})
+    if (const auto machines = machinesAt(mount, wire); !machines.empty())
+      fmt::print("     {} by {}\n", wire == Wire::reads ? "read" : "written",
+                 fmt::join(machines, ", "));
+}
+
 void printType(const RecordType& type, const Style& style) {
   fmt::print("{}{}\n", style.in(Ink::strong, type.name()),
              type.isMachine() ? style.in(Ink::faint, "  machine") : "");
   for (const auto& mount : Corvane::mountCatalog())
-    if (mount.type == type.name())
-      fmt::print("  at {}  ({}, {}{}{})\n", mount.path, storeText(mount.store()), accessText(mount),
-                 mount.condition == Corvane::Condition::always ? "" : "; ",
-                 Corvane::conditionText(mount.condition));
+    if (mount.type == type.name()) printMount(mount);
   std::size_t nameWidth = 0;
   for (const FieldInfo* field : type.fields())
     nameWidth = std::max(nameWidth, field->name.size());

@@ -110,6 +110,10 @@ InputStateMachine::InputStateMachine(Pipeline& root, Source* parent, std::string
 }
 InputStateMachine::~InputStateMachine() = default;
 
+const Vesk::Machine& InputStateMachine::worker() const {
+  return root_;
+}
+
 void InputStateMachine::childSmIs(const std::string& key,
                                   const Ombra::Ptr<InputStateMachine>& child) {
   childSm_[key] = child;

@@ -132,6 +132,7 @@ class InputStateMachine final : public Vesk::Machine {
   VESK_MAP(unsigned, ScanState, scanState)
 
   [[nodiscard]] Pipeline& root() const { return root_; }
+  [[nodiscard]] const Vesk::Machine& worker() const override;
   /// The machines of a nested input's rows, by the text of the row's key. The pipeline shows them
   /// beside this one.
   using Children = std::map<std::string, Ombra::Ptr<InputStateMachine>>;

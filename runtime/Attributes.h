@@ -135,6 +135,7 @@ class Making : private MakingTurns {
     Ombra::Ptr<T> made;
     while (turn.wanted && !(made && sameInputs(*made, *turn.wanted))) {
       if (goesFirst<T>()) silence(std::exchange(made, nullptr));
+      const Acting atWork(&T::veskType);
       const Ombra::Ptr<T> overtaken = std::exchange(made, make(Inputs(*turn.wanted)));
       silence(overtaken);
     }

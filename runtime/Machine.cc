@@ -22,6 +22,12 @@ std::vector<Ombra::Ptr<Machine>> ownedMachines(const Machine& machine) {
 
 }  // namespace
 
+const RecordType* Acting::type() {
+  if (innermost_ == nullptr) return nullptr;
+  return innermost_->machine_ == nullptr ? &innermost_->type_()
+                                         : &innermost_->machine_->worker().recordType();
+}
+
 Part::Part(Machine* owner) : machine_(owner), previousPart_(this) {
   Part*& first = owner->parts_;
   if (first == nullptr) {
@@ -64,12 +70,16 @@ void Machine::hasNotificationActiveIs(bool active) {
 
 void Machine::reviewAll() {
   const Ombra::Ptr<Machine> alive(this);
-  review();
+  {
+    const Acting turn(*this);
+    review();
+  }
   for (const auto& owned : ownedMachines(*this))
     owned->reviewAll();
 }
 
 void Machine::lastUserGone() {
+  const Acting turn(*this);
   hasNotificationActiveIs(false);
   handleCleanup();
   letGoOfOwned();

@@ -11,6 +11,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "runtime/Acting.h"
 #include "runtime/Entity.h"
 
 namespace Vesk {
@@ -76,6 +77,8 @@ class Machine : public Entity {
 
   /// The machine whose attribute holds this one, null if it is held otherwise. Kept by attributes.
   [[nodiscard]] Machine* holder() const { return holder_; }
+  /// The machine whose work this one does: another if this one is but a piece of it.
+  [[nodiscard]] virtual const Machine& worker() const { return *this; }
   void holderIs(Entity* holder) { holder_ = holder == nullptr ? nullptr : holder->asMachine(); }
 
  protected:
@@ -137,11 +140,11 @@ class MakingTurns {
   Link* innermost_ = nullptr;
 };
 
-/// Keeps a machine and those that hold it through a call: whatever the call takes away ends after
-/// it, the inner one first, and none of them is called dead.
+/// A machine's turn. Keeps it and those that hold it through a call: whatever the call takes away
+/// ends after it, the inner one first, and none of them is called dead.
 class HeldMachine {
  public:
-  explicit HeldMachine(Machine* machine) {
+  explicit HeldMachine(Machine* machine) : turn_(*machine) {
     for (; machine != nullptr; machine = machine->holder()) {
       if (depth_ == maxDepth) [[unlikely]]
         tooDeep();
@@ -160,6 +163,7 @@ class HeldMachine {
   static constexpr std::size_t maxDepth = 16;
   [[noreturn]] static void tooDeep();
 
+  const Acting turn_;
   std::array<Machine*, maxDepth> held_;
   std::size_t depth_ = 0;
 };

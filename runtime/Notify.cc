@@ -3,6 +3,7 @@
 #include <random>
 #include <utility>
 
+#include "runtime/Acting.h"
 #include "runtime/Machine.h"
 
 namespace Vesk {
@@ -76,8 +77,11 @@ void Publisher::dispatch(Ombra::FieldId field, const void* key) {
     if (listener->joined_ <= present && listener->hears(field)) {
       self.next = next;
       Machine* const owner = listener->owner_;
-      if (owner == nullptr || owner->holder() == nullptr) [[likely]] {
+      if (owner == nullptr) {
+        listener->call_(*listener, field, key);
+      } else if (owner->holder() == nullptr) [[likely]] {
         const Ombra::Ptr<Machine> alive(owner);
+        const Acting turn(*owner);
         listener->call_(*listener, field, key);
       } else {
         callHeld(owner, listener->call_, *listener, field, key);
@@ -164,6 +168,7 @@ void Publisher::dropMachines() {
 
 void Publisher::dropWrites() {
   innermost = nullptr;
+  Acting::dropTurns();
   Afterwards::first_ = nullptr;  // the machines that wait are memory of the dead
 }
 

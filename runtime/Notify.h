@@ -99,6 +99,12 @@ class Publisher {
     if (Afterwards::first_ != nullptr) [[unlikely]]
       Afterwards::runAll();
   }
+  /// Calls f with each machine that listens, once for each of its subscriptions.
+  template <class F>
+  void forEachMachine(F f) const {
+    for (const Listener* l = head_; l != nullptr; l = l->next_ == head_ ? nullptr : l->next_)
+      if (l->owner_ != nullptr) f(*l->owner_);
+  }
   /// Forgets the machines that listen, without a word to them: their process is gone. Observers
   /// stay.
   void dropMachines();

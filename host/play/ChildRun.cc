@@ -91,9 +91,14 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
       if (write(progress, &index, sizeof index) != sizeof index) std::abort();
     };
     AgentProcess::servesFloodListsIs(options.floodLists);
-    const bool passed =
-        options.crashAt ? CrashLoop(scenario, report, directory / "crashes").ask(*options.crashAt)
-                        : (new Player(scenario, report, options.stay, begins))->play();
+    bool passed;
+    if (options.crashAt) {
+      passed = CrashLoop(scenario, report, directory / "crashes").ask(*options.crashAt);
+    } else {
+      auto& player = *new Player(scenario, report, options.stay, begins);
+      if (options.wiring) player.wiringIs(*options.wiring);
+      passed = player.play();
+    }
     status = passed ? 0 : statusFailed;
   } catch (const Orlane::ConfigError& error) {
     fmt::print(stderr, "{}\n", error.what());

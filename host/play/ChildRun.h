@@ -25,7 +25,8 @@ struct PlayOptions {
   /// leave a trace in an output; 0 asks for each write in turn.
   std::optional<std::size_t> crashAt;
   bool floodLists = false;  ///< serve the static flood lists of VXLAN interfaces
-  std::string explain;      ///< what is to be explained at the end of each file; empty for nothing
+  std::optional<std::filesystem::path> wiring;  ///< note who reads and writes what in this file
+  std::string explain;  ///< what is to be explained at the end of each file; empty for nothing
 };
 
 enum class Outcome { passed, failed, unusable };

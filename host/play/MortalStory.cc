@@ -7,8 +7,6 @@
 #include "runtime/Corruption.h"
 #include "runtime/Log.h"
 #include "runtime/Record.h"
-#include "runtime/SharedMem.h"
-#include "runtime/StateDatabase.h"
 
 namespace Host {
 namespace {
@@ -18,12 +16,6 @@ namespace {
 class FirstListener final : public Vesk::Machine {
   VESK_LOCAL_RECORD(Host::FirstListener)
 };
-
-Ombra::Ptr<Vesk::Entity> outputEntity(const Corvane::MountPath& mount) {
-  if (mount.store() == Corvane::Store::stateDb)
-    return Halden::StateDatabase::instance().create(mount.path, mount.type);
-  return VeskSharedMem::EntityManager::getEntityManager()->open(mount.path, mount.type);
-}
 
 }  // namespace
 

@@ -3,12 +3,20 @@
 #include <set>
 
 #include "host/play/Watch.h"
+#include "runtime/SharedMem.h"
+#include "runtime/StateDatabase.h"
 
 namespace Host {
 
 bool isOutput(const Corvane::MountPath& mount) {
   return mount.isMounted() && mount.access == Corvane::Access::write &&
          mount.recordType() != nullptr;
+}
+
+Ombra::Ptr<Vesk::Entity> outputEntity(const Corvane::MountPath& mount) {
+  if (mount.store() == Corvane::Store::stateDb)
+    return Halden::StateDatabase::instance().create(mount.path, mount.type);
+  return VeskSharedMem::EntityManager::getEntityManager()->open(mount.path, mount.type);
 }
 
 Outputs outputsOf(const World& world) {

@@ -15,6 +15,8 @@ namespace Host {
 using Outputs = std::map<std::string, std::vector<std::string>>;
 
 [[nodiscard]] bool isOutput(const Corvane::MountPath& mount);
+/// What lies there; made if nobody has been there yet.
+[[nodiscard]] Ombra::Ptr<Vesk::Entity> outputEntity(const Corvane::MountPath& mount);
 [[nodiscard]] Outputs outputsOf(const World& world);
 /// One failure per note that is only on one side.
 [[nodiscard]] std::vector<Failure> differences(const Outputs& before, const Outputs& after);

@@ -26,6 +26,7 @@ bool Player::play() {
     std::vector<Failure> failures = run(scenario_.steps[i], shown);
     VeskSharedMem::EntityManager::getEntityManager()->wakeReaders();
     if (scenario_.settlesByItself && !world_.run()) failures.push_back(restless);
+    if (wiring_) wiring_->rests();
     report_.step(scenario_, i, world_.now(), failures, shown);
     if (!failures.empty()) return false;
   }
@@ -110,6 +111,7 @@ void Player::start() {
   recorder_.countsReset();
   world_.agent().create();
   recorder_.attachAgent();
+  if (wiring_) wiring_->agentBegins();
   world_.agent().begin();
 }
 

@@ -5,10 +5,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "host/play/Oracles.h"
 #include "host/play/Recorder.h"
 #include "host/play/Report.h"
+#include "host/play/WiringNotes.h"
 #include "host/play/World.h"
 
 namespace Host {
@@ -25,6 +27,8 @@ class Player {
         begins_(std::move(begins)),
         world_(scenario.slice),
         recorder_(world_, scenario) {}
+  /// Notes who reads and writes what into this file.
+  void wiringIs(const std::filesystem::path& file) { wiring_.emplace(world_, file); }
   /// True if the scenario passes.
   bool play();
 
@@ -41,6 +45,7 @@ class Player {
   std::function<void(std::size_t)> begins_;
   World world_;
   Recorder recorder_;
+  std::optional<WiringNotes> wiring_;
 };
 
 }  // namespace Host
