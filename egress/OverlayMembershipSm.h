@@ -68,9 +68,9 @@ class LocalMembershipChangeSm final : public Vesk::Machine {
       void handleDel();
 
       class NestedSm_SourceMembership final : public Vesk::Machine {
-        // clang-format off: a break would stand in the name
-        VESK_RECORD(Irb::Multicast::Egress::LocalMembershipChangeSm::VlanSm::
-                        NestedSm_GroupMembership::NestedSm_SourceMembership)
+        // A break would stand in the name.
+        // clang-format off
+        VESK_RECORD(Irb::Multicast::Egress::LocalMembershipChangeSm::VlanSm::NestedSm_GroupMembership::NestedSm_SourceMembership)
         // clang-format on
         struct Inputs {
           NestedSm_GroupMembership* parent;

@@ -10,6 +10,8 @@
 
 namespace Host {
 
+/// "PATH=ROWS". Throws InputError.
+[[nodiscard]] RowLimit rowLimitOf(const std::string& text);
 /// 0 if all pass, 1 if any fails, 2 if one cannot be run. All files are read and checked before the
 /// first one runs.
 [[nodiscard]] int playCommand(const std::vector<std::string>& files, const PlayOptions& options);

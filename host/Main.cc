@@ -34,6 +34,7 @@ struct Arguments {
   std::string ring;
   std::vector<std::size_t> levels;
   double seconds = 0;
+  std::vector<std::string> limits;
   std::string wiring;
   bool json = false;
   Host::GraphForm form = Host::GraphForm::dot;
@@ -65,6 +66,10 @@ int run(int argc, char** argv) {
                                  "Crash the agent in its N-th write to an output, 0: in each in "
                                  "turn, and ask whether the outputs end up the same")
                     ->excludes(stay);
+  play->add_option("--limit", arguments.limits,
+                   "PATH=ROWS: how many rows each file of a shared table may get, instead of 16 "
+                   "times the stated size; may be given several times")
+      ->allow_extra_args(false);
   play->add_flag(
       "--flood-lists", arguments.play.floodLists,
       "Ask for tunnels to the static flood lists of VXLAN interfaces as well, as client2 "
@@ -131,6 +136,8 @@ int run(int argc, char** argv) {
   if (seed->count() != 0) arguments.play.seed = arguments.seed;
   if (crash->count() != 0) arguments.play.crashAt = arguments.crashAt;
   if (wiring->count() != 0) arguments.play.wiring = arguments.wiring;
+  for (const std::string& limit : arguments.limits)
+    arguments.play.rowLimits.push_back(Host::rowLimitOf(limit));
   if (play->parsed()) return Host::playCommand(arguments.files, arguments.play);
   if (records->parsed()) return Host::recordsCommand(arguments.recordName, audience);
   if (graph->parsed()) return Host::graphCommand(arguments.wiring, arguments.form);

@@ -1,7 +1,10 @@
+#include <charconv>
 #include <filesystem>
+#include <system_error>
 
 #include <fmt/format.h>
 
+#include "agent/MountCatalog.h"
 #include "host/Commands.h"
 #include "host/InputError.h"
 #include "host/play/ExplainStep.h"
@@ -9,6 +12,20 @@
 #include "runtime/Trace.h"
 
 namespace Host {
+
+RowLimit rowLimitOf(const std::string& text) {
+  const auto equals = text.rfind('=');
+  RowLimit limit{text.substr(0, equals), 0};
+  const char* const end = text.data() + text.size();
+  const char* const number = equals == std::string::npos ? end : text.data() + equals + 1;
+  const auto [rest, error] = std::from_chars(number, end, limit.rows);
+  if (number == end || rest != end || error != std::errc() || limit.rows == 0)
+    throw InputError(fmt::format("--limit: not PATH=ROWS, with 1 row or more: '{}'", text));
+  const Corvane::MountPath* const mount = Corvane::findMountPath(limit.path);
+  if (mount == nullptr || mount->store() == Corvane::Store::stateDb)
+    throw InputError(fmt::format("--limit: no shared table is called '{}'", limit.path));
+  return limit;
+}
 
 int playCommand(const std::vector<std::string>& files, const PlayOptions& options) {
   if (const auto fault = Vesk::traceLevelsIs(options.traceLevels)) throw InputError(*fault);

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "runtime/Assert.h"
 
 namespace Host {
@@ -132,16 +134,26 @@ TableFollower::Scope TableFollower::scopeOf(const Table& table, const std::strin
 void TableFollower::findFiles() {
   const std::string directory = tablesDirectory(directory_);
   for (const auto& table : tables_) {
-    if (table->follower && table->follower->reader().isReplaced()) letGo(*table);
+    if (table->follower && !table->follower->reader().isReplaced()) continue;
     const std::string file = directory + table->layout.file;
-    if (table->follower || !fs::exists(file)) continue;
+    std::unique_ptr<VeskSharedMem::TableReader> reader;
     try {
-      table->follower = std::make_unique<VeskSharedMem::RowFollower>(
-          VeskSharedMem::readerOf(file, table->layout.shape));
-    } catch (const VeskSharedMem::TableError&) {
-      if (fs::exists(file)) throw;
+      if (fs::exists(file)) reader = VeskSharedMem::readerOf(file, table->layout.shape);
+      table->isRefused = false;
+    } catch (const VeskSharedMem::TableError& error) {
+      if (fs::exists(file) && !hasLooked_) throw;
+      if (fs::exists(file) && !std::exchange(table->isRefused, true))
+        fmt::print(stderr, "{}\n", error.what());
+    }
+    if (reader && table->follower) {
+      table->follower->readerIs(std::move(reader));
+    } else if (reader) {
+      table->follower = std::make_unique<VeskSharedMem::RowFollower>(std::move(reader));
+    } else if (table->follower) {
+      letGo(*table);
     }
   }
+  hasLooked_ = true;
 }
 
 void TableFollower::letGo(Table& table) {

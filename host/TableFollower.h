@@ -40,8 +40,10 @@ class TableFollower {
   using Sink = std::function<void(const RowChange&)>;
   TableFollower(std::string directory, std::vector<Address> addresses, Sink sink);
 
-  /// Opens files that came, and lets go of files that are gone or that others replace. Once before
-  /// the first look; `wait` does it from then on.
+  /// Opens files that came, lets go of files that are gone, and goes on with those that took the
+  /// place of others. Once before the first look, and then a file that is refused is a TableError;
+  /// `wait` does it from then on, and such a file is told on standard error, once, and looked at
+  /// again when it has changed.
   void findFiles();
   /// Tells what has changed. What lies within an entity that seems about to go is held back for a
   /// moment, unless this is the end.
@@ -69,6 +71,7 @@ class TableFollower {
     Table* parent = nullptr;
     std::vector<Table*> children;
     std::unique_ptr<VeskSharedMem::RowFollower> follower;
+    bool isRefused = false;
     std::map<std::string, Row> rows;   ///< by key, so that what an entity holds stands together
     std::vector<std::string> touched;  ///< keys to look at, in order of change
   };
@@ -100,6 +103,7 @@ class TableFollower {
   Sink sink_;
   std::vector<std::unique_ptr<Table>> tables_;  ///< parents before children
   VeskSharedMem::TableWaiter waiter_;
+  bool hasLooked_ = false;
 };
 
 }  // namespace Host

@@ -19,7 +19,10 @@ bool damagedRow(const Vesk::Entity& holder, const std::string& keyText);
 /// read.
 inline const std::string unreadableKey = "(unreadable)";
 
-/// Who hears of corruption: path of the table, and the text.
+/// Reports something else that is wrong with the files of a table.
+void tableFault(const std::string& path, const std::string& text);
+
+/// Who hears of corruption and faults: path of the table, and the text.
 using CorruptionSink = std::function<void(const std::string& table, const std::string& text)>;
 void corruptionSinkIs(CorruptionSink sink);
 

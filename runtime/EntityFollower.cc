@@ -21,20 +21,28 @@ void EntityFollower::findFiles(const Refusal& refused) {
       std::filesystem::exists(std::filesystem::path(files_.front().layout->file).parent_path());
   for (std::size_t number = 0; number < files_.size(); ++number) {
     OtherFile& file = files_[number];
-    if (file.follower && file.follower->reader().isReplaced()) letGo(number);
-    if (file.follower || !canBeThere) continue;
+    const bool isReplaced = file.follower && file.follower->reader().isReplaced();
+    if (file.follower && !isReplaced) continue;
+    std::unique_ptr<TableReader> reader;
     try {
-      open(file);
+      if (canBeThere) reader = readerOf(file);
       file.isRefused = false;
     } catch (const TableError& error) {
       if (!std::exchange(file.isRefused, true)) refused(error);
     }
+    if (reader && file.follower) {
+      file.follower->readerIs(std::move(reader));
+    } else if (reader) {
+      file.follower = std::make_unique<RowFollower>(std::move(reader));
+    } else if (file.follower) {
+      letGo(number);
+    }
   }
 }
 
-void EntityFollower::open(OtherFile& file) {
-  if (!std::filesystem::exists(file.layout->file)) return;
-  file.follower = std::make_unique<RowFollower>(readerOf(file.layout->file, file.layout->shape));
+std::unique_ptr<TableReader> EntityFollower::readerOf(const OtherFile& file) {
+  if (!std::filesystem::exists(file.layout->file)) return nullptr;
+  return VeskSharedMem::readerOf(file.layout->file, file.layout->shape);
 }
 
 void EntityFollower::letGo(std::size_t number) {
@@ -105,6 +113,8 @@ void EntityFollower::apply(const Change& change) {
       file.hasOrphans = true;
       return;
     case Applied::unreadable:
+      // It may have been the row of an entity that others lie in.
+      forEachBelow(file, [](OtherFile& below) { below.hasOrphans = true; });
       damagedRow(*entity_, unreadableKey);
       return;
   }

@@ -26,7 +26,8 @@ class EntityFollower {
 
   EntityFollower(Ombra::Ptr<Vesk::Entity> entity, const std::vector<RowFile>& files);
 
-  /// Opens files that came, and lets go of those that are gone or replaced.
+  /// Opens files that came, lets go of those that are gone, and goes on with those that took the
+  /// place of others: a row that is in both has neither gone nor come.
   void findFiles(const Refusal& refused);
   /// For an entity that is as the files have it: what is there now is no news.
   void skipPresent();
@@ -50,7 +51,8 @@ class EntityFollower {
     std::string value;
   };
 
-  void open(OtherFile& file);
+  /// Null if there is no such file. Throws TableError if there is another one.
+  [[nodiscard]] static std::unique_ptr<TableReader> readerOf(const OtherFile& file);
   void letGo(std::size_t number);
   void readChanges();
   void apply(const Change& change);

@@ -76,18 +76,53 @@ EntityWriter::OwnFile& EntityWriter::fileOf(const Node& node, const FieldInfo* f
 }
 
 void EntityWriter::put(OwnFile& file, const std::string& key, const std::string& value) {
-  switch (file.writer->put(key.data(), value.data())) {
-    case TableWriter::Put::full:
-      Ombra::fatal(fmt::format("table {}{} is full: capacity {}", path_, file.layout->name(),
-                               file.layout->shape.capacity));
-    case TableWriter::Put::unchanged:
-      return;
-    default:
-      changed(file);
+  const bool isFirst = file.waiting.empty();
+  if (!isFirst) file.waiting.erase(key);
+  std::string reason;
+  // A file that could not grow is asked again at the end of the batch.
+  if (tryPut(file, key, value, isFirst, reason)) return;
+  file.waiting[key] = value;
+  hasWaiting_ = true;
+  if (isFirst)
+    tableFault(path_, fmt::format("{}: row {} is not written, and waits", reason,
+                                  file.layout->keyText(key)));
+}
+
+bool EntityWriter::tryPut(OwnFile& file, const std::string& key, const std::string& value,
+                          bool mayGrow, std::string& reason) {
+  TableWriter& writer = *file.writer;
+  try {
+    auto done = writer.put(key.data(), value.data());
+    if (done == TableWriter::Put::full && mayGrow && writer.capacity() < file.layout->limit) {
+      writer.growTo(static_cast<std::uint32_t>(
+          std::min<std::uint64_t>(std::uint64_t{writer.capacity()} * 2, file.layout->limit)));
+      done = writer.put(key.data(), value.data());
+    }
+    if (done == TableWriter::Put::full) {
+      reason = fmt::format("table {}{} has its limit of {} rows", path_, file.layout->name(),
+                           writer.capacity());
+      return false;
+    }
+    if (done != TableWriter::Put::unchanged) changed(file);
+    return true;
+  } catch (const TableError& error) {
+    reason = error.what();
+    return false;
+  }
+}
+
+/// Until the first for which there is no room still.
+void EntityWriter::writeWaiting(OwnFile& file) {
+  std::string reason;
+  while (!file.waiting.empty()) {
+    const auto& [key, value] = *file.waiting.begin();
+    if (!tryPut(file, key, value, true, reason)) return;
+    file.waiting.erase(file.waiting.begin());
   }
 }
 
 void EntityWriter::erase(OwnFile& file, const std::string& key) {
+  if (!file.waiting.empty() && file.waiting.erase(key) != 0) return;
   if (file.writer->erase(key.data())) changed(file);
 }
 
@@ -96,6 +131,12 @@ void EntityWriter::changed(OwnFile& file) {
 }
 
 void EntityWriter::wakeReaders() {
+  if (std::exchange(hasWaiting_, false)) {
+    for (OwnFile& file : files_) {
+      writeWaiting(file);
+      hasWaiting_ = hasWaiting_ || !file.waiting.empty();
+    }
+  }
   if (!isDirty_) return;
   isDirty_ = false;
   for (OwnFile& file : files_)
@@ -111,6 +152,7 @@ void EntityWriter::markRow(const Vesk::Entity& holder, const FieldInfo& field, s
   }
   OwnFile& file = fileOf(*node, &field);
   const std::string rowKey = keyOf(*node) + std::string(key);
+  file.waiting.erase(rowKey);
   if (file.writer->markCorrupt(rowKey.data())) changed(file);
 }
 

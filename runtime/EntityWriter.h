@@ -1,11 +1,14 @@
 // Writes a shared table through to its files, as the one process that may.
 // Owns: the claim on each file, from the beginning on, rows or not.
 // Reads: every change of the entity, at any depth, before any machine hears of it.
-// Writes: the rows; a write to the entity is in its file when the write returns. A full table ends
-// the process with its name. Caveat: readers that sleep are woken by wakeReaders only, so that a
-// batch costs one wake-up.
+// Writes: the rows; a write to the entity is in its file when the write returns. A file that is
+// full grows. A row for which there is no room, since the file has grown to its limit or the file
+// system is full, waits here; the first one is reported, and all are written when there is room
+// again. Caveat: readers that sleep are woken by wakeReaders only, so that a batch costs one
+// wake-up.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -31,6 +34,7 @@ class EntityWriter final : public Vesk::TreeObserver {
   /// Marks one row of a collection damaged in its file, or writes it anew.
   void markRow(const Vesk::Entity& holder, const Vesk::FieldInfo& field, std::string_view key,
                bool corrupt);
+  /// The end of a batch. Rows that wait are tried again.
   void wakeReaders();
 
  private:
@@ -38,6 +42,7 @@ class EntityWriter final : public Vesk::TreeObserver {
     const RowFile* layout;
     std::unique_ptr<TableWriter> writer;
     bool isDirty = false;  ///< readers have not been woken since its last change
+    std::map<std::string, std::string> waiting;  ///< rows that the file has no room for
   };
 
   void valueChanged(const Node& node, const Vesk::FieldInfo& field, std::string_view key) override;
@@ -48,6 +53,10 @@ class EntityWriter final : public Vesk::TreeObserver {
   [[nodiscard]] OwnFile* findFile(const Node& node, const Vesk::FieldInfo* field);
   [[nodiscard]] OwnFile& fileOf(const Node& node, const Vesk::FieldInfo* field);
   void put(OwnFile& file, const std::string& key, const std::string& value);
+  /// False, and a reason, if there is no room.
+  bool tryPut(OwnFile& file, const std::string& key, const std::string& value, bool mayGrow,
+              std::string& reason);
+  void writeWaiting(OwnFile& file);
   void erase(OwnFile& file, const std::string& key);
   void changed(OwnFile& file);
   void putValues(const Node& node);
@@ -57,6 +66,7 @@ class EntityWriter final : public Vesk::TreeObserver {
   std::string path_;
   std::vector<OwnFile> files_;
   bool isDirty_ = false;
+  bool hasWaiting_ = false;
   // Of the row that is being written; kept for their memory.
   std::string key_;
   std::string value_;

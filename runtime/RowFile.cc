@@ -1,5 +1,8 @@
 #include "runtime/RowFile.h"
 
+#include <algorithm>
+#include <map>
+
 #include <fmt/format.h>
 
 #include "runtime/Assert.h"
@@ -13,6 +16,23 @@ using Vesk::RecordType;
 
 /// Rows of a collection that states no capacity.
 constexpr std::uint32_t defaultCapacity = 16384;
+
+struct RowLimits {
+  std::uint32_t factor = 16;
+  std::map<std::string, std::uint32_t> ofPath;
+};
+
+RowLimits& rowLimits() {
+  static RowLimits limits;
+  return limits;
+}
+
+std::uint32_t limitOf(const std::string& path, std::uint32_t stated) {
+  const auto& [factor, ofPath] = rowLimits();
+  const auto own = ofPath.find(path);
+  const std::uint64_t limit = own != ofPath.end() ? own->second : std::uint64_t{stated} * factor;
+  return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(limit, 1, kMaxCapacity));
+}
 
 /// Attributes of an entity that stand in its row. Its own key and what the mount fills in from the
 /// path do not.
@@ -56,6 +76,7 @@ void finish(RowFile& file, const std::string& directory, const std::string& path
                 .valueSize = static_cast<std::uint32_t>(valueSize),
                 .capacity = capacity,
                 .signature = signatureOf(file)};
+  file.limit = file.chain.empty() ? 1 : limitOf(path, capacity);
 }
 
 struct Collector {
@@ -148,11 +169,29 @@ void enterValue(const FieldInfo& field, Vesk::Entity& holder, std::string_view k
 
 }  // namespace
 
+void rowLimitFactorIs(std::uint32_t factor) {
+  rowLimits().factor = factor;
+}
+
+void rowLimitIs(const std::string& path, std::uint32_t rows) {
+  rowLimits().ofPath[path] = rows;
+}
+
 std::string RowFile::name() const {
   std::string names;
   for (const FieldInfo* field : chain)
     names += fmt::format(".{}", field->name);
   return names.empty() ? ".values" : names;
+}
+
+std::string RowFile::keyText(std::string_view key) const {
+  std::string text;
+  for (const FieldInfo* field : chain) {
+    const std::size_t size = field->keyType->byteSize();
+    text += fmt::format("[{}]", field->keyType->text(key.substr(0, size), true));
+    key.remove_prefix(size);
+  }
+  return text;
 }
 
 std::string RowFile::valuesOf(const Vesk::Entity& entity) const {
@@ -186,7 +225,13 @@ Applied applyRow(Vesk::Entity& root, const RowFile& file, std::string_view key,
                  std::string_view value, bool corrupt) {
   if (!keyReads(file, key) || !eachReads(file.values, &FieldInfo::valueType, value))
     return Applied::unreadable;
+  // Where there is no value to be damaged, it is the key that may be any.
+  if (corrupt && file.shape.valueSize == 0) {
+    removeRow(root, file, key);
+    return Applied::unreadable;
+  }
   if (file.chain.empty()) {
+    if (corrupt || key != rootKey) return Applied::unreadable;
     setValues(file, root, value);
     return Applied::done;
   }

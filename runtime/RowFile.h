@@ -29,13 +29,22 @@ struct RowFile {
   std::vector<const Vesk::FieldInfo*>
       chain;  ///< from the root record to this collection; empty for the root's values
   std::vector<const Vesk::FieldInfo*> values;  ///< plain attributes in the row, of an entity
-  TableShape shape;
+  TableShape shape;                            ///< its capacity is where a new file begins
+  std::uint32_t limit = 1;                     ///< of rows, to which the file may grow
 
   /// Of its rows, from the root: ".vlan.group", or ".values".
   [[nodiscard]] std::string name() const;
+  /// A row's key as messages name it: "[10][239.1.1.1]".
+  [[nodiscard]] std::string keyText(std::string_view key) const;
   /// The plain attributes of an entity, as they stand in its row.
   [[nodiscard]] std::string valuesOf(const Vesk::Entity& entity) const;
 };
+
+/// How far a table may grow beyond the size that is stated for it; 16 times unless a host says
+/// otherwise. For tables that are mounted from then on.
+void rowLimitFactorIs(std::uint32_t factor);
+/// The limit of each file of one table, in rows.
+void rowLimitIs(const std::string& path, std::uint32_t rows);
 
 /// The key of the one row of a record's own values.
 inline const std::string rootKey(1, '\0');

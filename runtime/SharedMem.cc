@@ -36,7 +36,7 @@ class CorruptionError : public std::runtime_error {
 
 /// Tells the table that holds the row.
 void doCorruptionDetected(const Vesk::Entity& holder, const std::string& message) {
-  if (theSink()) theSink()(EntityManager::getEntityManager()->pathOf(holder), message);
+  if (theSink()) tableFault(EntityManager::getEntityManager()->pathOf(holder), message);
 }
 
 }  // namespace
@@ -49,6 +49,10 @@ bool damagedRow(const Vesk::Entity& holder, const std::string& keyText) {
     doCorruptionDetected(holder, error.what());
   }
   return true;
+}
+
+void tableFault(const std::string& path, const std::string& text) {
+  if (theSink()) theSink()(path, text);
 }
 
 void corruptionSinkIs(CorruptionSink sink) {
@@ -176,9 +180,7 @@ void EntityManager::waitForChanges(std::chrono::milliseconds timeout) {
     if (const EntityFollower* const follower = table->follower()) follower->addTo(watched);
   if (waiter_->wait(watched, timeout) != TableWaiter::Woken::byFile) return;
   for (const auto& [path, table] : tables_) {
-    const auto refused = [&at = path](const TableError& error) {
-      if (theSink()) theSink()(at, error.what());
-    };
+    const auto refused = [&at = path](const TableError& error) { tableFault(at, error.what()); };
     if (EntityFollower* const follower = table->follower()) follower->findFiles(refused);
   }
 }

@@ -1,10 +1,10 @@
 // Shared-memory tables as the agent sees them: entities at paths whose rows live in mapped files.
 // Owns: one entity per path for the process's life. A table's content survives unmounting, the
 // agent and the process; what a dead process left is there at the next mount. A write to a table
-// that is mounted to be written is in its file when the write returns; a full table ends the
-// process with its name. A table that is mounted to be read is as another process has it. Runs:
-// whoever drives the scheduler calls wakeReaders between slices, and takeUpChanges whenever
-// waitForChanges returns.
+// that is mounted to be written is in its file when the write returns; a table grows, and a row
+// beyond its limit is reported and waits. A table that is mounted to be read is as another process
+// has it. Runs: whoever drives the scheduler calls wakeReaders between slices, and takeUpChanges
+// whenever waitForChanges returns.
 #pragma once
 
 #include <chrono>

@@ -27,6 +27,7 @@
 #include "runtime/Assert.h"
 #include "runtime/Fleetlog.h"
 #include "runtime/Notify.h"
+#include "runtime/RowFile.h"
 #include "runtime/SharedMem.h"
 #include "runtime/Toggle.h"
 #include "runtime/Trace.h"
@@ -90,6 +91,8 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
     const auto begins = [&](std::size_t index) {
       if (write(progress, &index, sizeof index) != sizeof index) std::abort();
     };
+    for (const RowLimit& limit : options.rowLimits)
+      VeskSharedMem::rowLimitIs(limit.path, limit.rows);
     AgentProcess::servesFloodListsIs(options.floodLists);
     bool passed;
     if (options.crashAt) {

@@ -8,11 +8,18 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/play/Report.h"
 #include "host/play/Scenario.h"
 
 namespace Host {
+
+/// How many rows each file of a shared table may get.
+struct RowLimit {
+  std::string path;
+  std::uint32_t rows;
+};
 
 struct PlayOptions {
   Audience audience = Audience::people;
@@ -24,6 +31,7 @@ struct PlayOptions {
   /// Instead of the scenario's questions: does a crash in this write of the agent, counted from 1,
   /// leave a trace in an output; 0 asks for each write in turn.
   std::optional<std::size_t> crashAt;
+  std::vector<RowLimit> rowLimits;
   bool floodLists = false;  ///< serve the static flood lists of VXLAN interfaces
   std::optional<std::filesystem::path> wiring;  ///< note who reads and writes what in this file
   std::string explain;  ///< what is to be explained at the end of each file; empty for nothing

@@ -32,6 +32,11 @@ RowFollower::RowFollower(std::unique_ptr<TableReader> reader)
       known_(reader_->shape().keySize),
       value_(reader_->shape().valueSize, '\0') {}
 
+void RowFollower::readerIs(std::unique_ptr<TableReader> reader) {
+  reader_ = std::move(reader);
+  isScanDue_ = true;
+}
+
 bool RowFollower::readJournal() {
   const auto changes =
       reader_->changesSince(cursor_, [&](std::uint32_t number, RowState state, const std::byte* key,

@@ -21,6 +21,8 @@ namespace VeskSharedMem {
 class RowFollower {
  public:
   explicit RowFollower(std::unique_ptr<TableReader> reader);
+  /// Goes on with another file of the same layout: what it holds is compared with what was told.
+  void readerIs(std::unique_ptr<TableReader> reader);
 
   /// Calls f(key, state, value) for each key that may have changed; the state is live, corrupt or,
   /// with an empty value, missing. Returns false if nothing was new.

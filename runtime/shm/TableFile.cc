@@ -68,71 +68,110 @@ bool isClaimedByOther(int fd) {
 
 // Opens what exists. O_NONBLOCK keeps a pipe that happens to lie there from blocking us.
 FileDescriptor openExisting(const std::string& path, int mode) {
-  FileDescriptor fd(open(path.c_str(), mode | O_CLOEXEC | O_NONBLOCK));
+  FileDescriptor fd(open(path.c_str(), mode | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
   return fd;
 }
 
-TableHeader readHeader(int fd, const std::string& path, uint64_t& fileLength) {
+// What a file says of itself, and what the file system says of it.
+struct Found {
+  TableHeader header{};
+  uint64_t length = 0;
+  uint64_t allocated = 0;  // bytes that are not holes
+};
+
+Found readHeader(int fd, const std::string& path) {
   struct stat status {};
   if (fstat(fd, &status) != 0) failWith(path, "read the file's status", errno);
   if (!S_ISREG(status.st_mode)) {
     throw TableError(fmt::format("shared table {}: expected a regular file, found mode {:o}", path,
                                  status.st_mode));
   }
-  fileLength = static_cast<uint64_t>(status.st_size);
-  TableHeader header{};
-  const ssize_t got = pread(fd, &header, sizeof header, 0);
+  Found found;
+  found.length = static_cast<uint64_t>(status.st_size);
+  found.allocated = static_cast<uint64_t>(status.st_blocks) * 512;
+  const ssize_t got = pread(fd, &found.header, sizeof found.header, 0);
   if (got < 0) failWith(path, "read the header", errno);
-  if (static_cast<size_t>(got) != sizeof header) {
+  if (static_cast<size_t>(got) != sizeof found.header) {
     throw TableError(fmt::format("shared table {}: expected a header of {} bytes, found {}", path,
-                                 sizeof header, got));
+                                 sizeof found.header, got));
   }
-  return header;
+  return found;
 }
 
 TableLayout checkedLayout(int fd, const std::string& path, const TableShape* expected) {
-  uint64_t fileLength = 0;
-  const TableHeader header = readHeader(fd, path, fileLength);
-  return TableLayout::checked(path, header, fileLength, expected);
+  const Found found = readHeader(fd, path);
+  const TableLayout layout = TableLayout::checked(path, found.header, found.length, expected);
+  // A row that was ever used is no hole: millions of them in a small file are not worth a scan.
+  const uint64_t used = uint64_t{layout.rowStride} * found.header.highWater;
+  if (used > found.allocated) {
+    throw TableError(
+        fmt::format("shared table {}: expected {} bytes of rows, found {} that are not "
+                    "holes",
+                    path, used, found.allocated));
+  }
+  return layout;
 }
 
-// Fills the temporary file and gives it the table's name. On any failure the temporary file goes.
-void build(int fd, const std::string& temporary, const std::string& path,
-           const TableLayout& layout) {
-  const auto fail = [&temporary, &path](std::string_view what, int error) {
-    unlink(temporary.c_str());
-    failWith(path, what, error);
-  };
-  TableHeader header = layout.freshHeader();
-  // Starting from the clock keeps a reader's old cursor from fitting a table made anew.
-  header.writerEpoch = nowNs();
-  header.writerPid = static_cast<uint32_t>(getpid());
-  if (ftruncate(fd, 0) != 0) fail("empty the temporary file", errno);
-  if (ftruncate(fd, static_cast<off_t>(layout.fileSize)) != 0) {
-    fail(fmt::format("make it {} bytes long", layout.fileSize), errno);
-  }
-  errno = ENOSPC;
-  if (pwrite(fd, &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
-    fail("write the header", errno);
-  }
-  if (rename(temporary.c_str(), path.c_str()) != 0) fail("name the new file", errno);
+std::string temporaryName(const std::string& path) {
+  return path + ".new";
 }
 
-// The temporary name is fixed and claimed like the table itself: creators take turns, a killed
-// creator leaves one file that the next one reuses, and the claim lasts through the renaming.
-// Empty when somebody else is at it or was faster.
-FileDescriptor tryCreate(const std::string& path, const TableLayout& layout) {
-  const std::string temporary = path + ".new";
+// A file with a fixed name beside the table, claimed like the table itself: creators take turns, a
+// killed creator leaves one file that the next one reuses, and the claim lasts through the
+// renaming. Not open when somebody else is at it.
+FileDescriptor claimTemporary(const std::string& path) {
+  const std::string temporary = temporaryName(path);
   FileDescriptor fd(
       open(temporary.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644));
   if (!fd.isOpen()) failWith(path, "create " + temporary, errno);
   if (!claim(fd.get(), temporary) || !isSameFile(fd.get(), temporary)) return FileDescriptor();
+  return fd;
+}
+
+// On any failure the temporary file goes.
+[[noreturn]] void failAndDrop(const std::string& path, std::string_view what, int error) {
+  unlink(temporaryName(path).c_str());
+  failWith(path, what, error);
+}
+
+// Makes the temporary file a table without rows.
+void fillTemporary(int fd, const std::string& path, const TableLayout& layout) {
+  TableHeader header = layout.freshHeader();
+  // Starting from the clock keeps a reader's old cursor from fitting a table made anew.
+  header.writerEpoch = nowNs();
+  header.writerPid = static_cast<uint32_t>(getpid());
+  if (ftruncate(fd, 0) != 0) failAndDrop(path, "empty the temporary file", errno);
+  if (ftruncate(fd, static_cast<off_t>(layout.fileSize)) != 0) {
+    failAndDrop(path, fmt::format("make it {} bytes long", layout.fileSize), errno);
+  }
+  errno = ENOSPC;
+  if (pwrite(fd, &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
+    failAndDrop(path, "write the header", errno);
+  }
+}
+
+void nameTemporary(const std::string& path) {
+  if (rename(temporaryName(path).c_str(), path.c_str()) != 0) {
+    failAndDrop(path, "name the new file", errno);
+  }
+}
+
+// Not open when somebody else is at it or was faster.
+FileDescriptor tryCreate(const std::string& path, const TableLayout& layout) {
+  FileDescriptor fd = claimTemporary(path);
+  if (!fd.isOpen()) return fd;
   if (access(path.c_str(), F_OK) == 0) {
-    unlink(temporary.c_str());
+    unlink(temporaryName(path).c_str());
     return FileDescriptor();
   }
-  build(fd.get(), temporary, path, layout);
+  fillTemporary(fd.get(), path, layout);
+  nameTemporary(path);
   return fd;
+}
+
+[[noreturn]] void temporaryIsLocked(const std::string& path) {
+  throw TableError(
+      fmt::format("shared table {}: another process keeps {} locked", path, temporaryName(path)));
 }
 
 }  // namespace
@@ -194,22 +233,36 @@ TableFile TableFile::forWriter(const std::string& path, const TableShape& shape)
     const TableLayout found = checkedLayout(fd.get(), path, &shape);
     if (claim(fd.get(), path)) {
       if (!isSameFile(fd.get(), path)) continue;
+      // Of a writer that died while its table grew. Nobody else makes one while this is claimed.
+      unlink(temporaryName(path).c_str());
       TableFile file(path, std::move(fd), found, true);
       sharedWord(file.header().writerPid).store(static_cast<uint32_t>(getpid()));
       return file;
     }
     // Between a claim and the pid that goes with it lies a moment in which the header still names
     // an earlier writer, hence the later attempts.
-    uint64_t length = 0;
-    holder = readHeader(fd.get(), path, length).writerPid;
+    holder = readHeader(fd.get(), path).header.writerPid;
     if (isAlive(*holder)) break;
   }
-  if (!holder) {
-    throw TableError(
-        fmt::format("shared table {}: another process keeps {}.new locked", path, path));
-  }
+  if (!holder) temporaryIsLocked(path);
   throw TableError(fmt::format(
       "shared table {}: expected no other writer, found process {} holding it", path, *holder));
+}
+
+TableFile TableFile::beside(const std::string& path, const TableShape& shape) {
+  const TableLayout layout = TableLayout::of(path, shape);
+  FileDescriptor fd = claimTemporary(path);
+  if (!fd.isOpen()) temporaryIsLocked(path);
+  fillTemporary(fd.get(), path, layout);
+  return TableFile(path, std::move(fd), layout, true);
+}
+
+void TableFile::takePlace() const {
+  nameTemporary(path_);
+}
+
+void TableFile::discard() const {
+  unlink(temporaryName(path_).c_str());
 }
 
 TableFile TableFile::forReader(const std::string& path, const TableShape* expected) {

@@ -2,8 +2,9 @@
 // Owns: the descriptor (and with it a writer's claim) and the mappings of one process.
 // Reads: the file's header, which it trusts only after TableLayout::checked.
 // Writes: a new file, under a temporary name until it is whole; nothing in an existing one.
-// Caveats: a table is never shortened in place. To replace one, unlink it and create it anew. A new
-// one is its header and a hole: whoever stores anything else in it reserves its blocks first.
+// Caveats: a table is never shortened in place. To replace one, unlink it and create it anew, or
+// build the new one beside it and let that take its place. A new one is its header and a hole:
+// whoever stores anything else in it reserves its blocks first.
 #pragma once
 
 #include <cstdint>
@@ -52,8 +53,16 @@ class MappedBytes {
 
 class TableFile {
  public:
-  // Opens or creates the table and claims it for this process; both throw TableError.
+  // Opens or creates the table and claims it for this process; both throw TableError. One that is
+  // there keeps its capacity.
   static TableFile forWriter(const std::string& path, const TableShape& shape);
+  // A successor of the table that this process has claimed: a header and a hole under a temporary
+  // name, claimed as well. Throws TableError.
+  static TableFile beside(const std::string& path, const TableShape& shape);
+  // The successor gets the table's name, in one step. Throws TableError.
+  void takePlace() const;
+  // There will be no successor.
+  void discard() const;
   // `expected` may be null: any table will do.
   static TableFile forReader(const std::string& path, const TableShape* expected);
   // The process that has claimed the file at this path, 0 if it has not said its name; none if

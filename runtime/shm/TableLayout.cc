@@ -68,7 +68,6 @@ TableLayout TableLayout::checked(const std::string& path, const TableHeader& hea
     require(path, "layout signature", expected->signature, shape.signature);
     require(path, "key size", expected->keySize, shape.keySize);
     require(path, "value size", expected->valueSize, shape.valueSize);
-    require(path, "capacity", expected->capacity, shape.capacity);
   }
   const TableLayout layout = of(path, shape);
   require(path, "row stride", layout.rowStride, header.rowStride);

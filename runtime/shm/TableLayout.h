@@ -143,7 +143,8 @@ struct TableLayout {
   // Throws TableError when the shape is out of bounds; the path is for the message.
   static TableLayout of(const std::string& path, const TableShape& shape);
   // The layout of an existing file, once everything that is relied on has been compared.
-  // `expected` may be null for a reader that takes any table.
+  // `expected` may be null for a reader that takes any table; its capacity is not looked at, since
+  // a table grows.
   static TableLayout checked(const std::string& path, const TableHeader& header,
                              uint64_t fileLength, const TableShape* expected);
   TableHeader freshHeader() const;

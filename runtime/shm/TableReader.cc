@@ -111,7 +111,7 @@ RowState TableReader::findByIndex(const void* key, uint64_t hash) {
       const uint32_t entry = sharedWord(file_.index()[slot]).load(std::memory_order_acquire);
       if (entry == 0) break;
       const uint32_t number = layout_.slotRow(entry);
-      if (!layout_.slotMatches(entry, hash) || number >= layout_.shape.capacity) continue;
+      if (!layout_.slotMatches(entry, hash) || number >= rowsInUse()) continue;
       const RowState state = readRow(number, Check::checksum);
       if (state == RowState::busy) return state;
       if (state == RowState::missing) continue;

@@ -161,7 +161,7 @@ TableReader::Changes TableReader::changesSince(TableCursor& cursor, Function f) 
   for (uint64_t at = cursor.position; at != latest.position; ++at) {
     const uint32_t number =
         sharedWord(file_.journal()[at & (slots - 1)]).load(std::memory_order_acquire);
-    if (number >= layout_.shape.capacity) continue;
+    if (number >= rowsInUse()) continue;
     const RowState state = readRow(number, Check::checksum);
     // A row that is busy all the time will be in the journal again.
     if (state != RowState::busy) f(number, state, key(), value());

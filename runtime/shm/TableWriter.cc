@@ -28,15 +28,14 @@ std::unique_ptr<TableWriter> TableWriter::open(const std::string& path, const Ta
 TableWriter::TableWriter(TableFile file)
     : file_(std::move(file)),
       layout_(file_.layout()),
-      header_(file_.header()),
-      journalHead_(header_.journalHead),
-      highWater_(std::min(header_.highWater, layout_.shape.capacity)),
-      indexVersion_(header_.indexVersion) {}
+      journalHead_(file_.header().journalHead),
+      highWater_(std::min(file_.header().highWater, layout_.shape.capacity)),
+      indexVersion_(file_.header().indexVersion) {}
 
 TableWriter::~TableWriter() {
   // A forked child that drops its copy must not take the name off its parent's claim.
   const auto pid = static_cast<uint32_t>(getpid());
-  if (header_.writerPid == pid) sharedWord(header_.writerPid).store(0);
+  if (header().writerPid == pid) sharedWord(header().writerPid).store(0);
 }
 
 // Opening after any end of the writer before us. Nothing but the rows is believed: the index, the
@@ -51,14 +50,14 @@ void TableWriter::recover() {
     endIndexRebuild();
   }
   // Changes from before may have missed the journal; a new epoch tells every reader to rescan.
-  sharedWord(header_.writerEpoch).fetch_add(1, std::memory_order_release);
+  sharedWord(header().writerEpoch).fetch_add(1, std::memory_order_release);
   wakeReaders();
 }
 
 void TableWriter::undoUnfinished() {
   const RowView undo = file_.undo();
   const uint32_t saved = undo.word().load(std::memory_order_acquire);
-  if (saved != 0 && saved <= capacity()) {
+  if (saved != 0 && saved <= highWater_) {
     const RowView row = file_.row(saved - 1);
     const uint32_t word = row.word().load(std::memory_order_relaxed);
     if (RowWord::isBusy(word) && RowWord::state(word) != RowWord::kFree) {
@@ -100,9 +99,10 @@ void TableWriter::settleRows() {
     const uint64_t hash = layout_.hashOfKey(row.bytes());
     const bool isSound = state == RowWord::kLive ? isIntact(row, hash) : state == RowWord::kCorrupt;
     if (RowWord::isBusy(word) || !isSound) setRowState(number, RowWord::kCorrupt);
+    mayHaveCorrupt_ = mayHaveCorrupt_ || stateOf(number) == RowWord::kCorrupt;
     indexRow(number, hash);
   }
-  sharedWord(header_.rowCount).store(rowCount_, std::memory_order_relaxed);
+  sharedWord(header().rowCount).store(rowCount_, std::memory_order_relaxed);
 }
 
 // Two rows can claim one key only when memory was damaged. The undamaged one stays.
@@ -123,13 +123,13 @@ void TableWriter::indexRow(uint32_t number, uint64_t hash) {
 
 void TableWriter::beginIndexRebuild() {
   indexVersion_ |= 1;
-  sharedWord(header_.indexVersion).store(indexVersion_, std::memory_order_relaxed);
+  sharedWord(header().indexVersion).store(indexVersion_, std::memory_order_relaxed);
   std::atomic_thread_fence(std::memory_order_release);
 }
 
 void TableWriter::endIndexRebuild() {
   ++indexVersion_;
-  sharedWord(header_.indexVersion).store(indexVersion_, std::memory_order_release);
+  sharedWord(header().indexVersion).store(indexVersion_, std::memory_order_release);
 }
 
 // An index without an empty slot is damaged; then one entry more or less makes no difference.
@@ -151,7 +151,7 @@ TableWriter::Place TableWriter::locate(const void* key, uint64_t hash) const {
 }
 
 bool TableWriter::isUsable(uint32_t number) const {
-  return number < capacity() && stateOf(number) != RowWord::kFree;
+  return number < highWater_ && stateOf(number) != RowWord::kFree;
 }
 
 uint32_t TableWriter::stateOf(uint32_t number) const {
@@ -171,9 +171,13 @@ void TableWriter::reserve() {
 TableWriter::Put TableWriter::put(const void* key, const void* value) {
   if (!isReserved_) reserve();
   const uint64_t hash = layout_.hashOfKey(key);
-  const Place place = locate(key, hash);
+  Place place = locate(key, hash);
   if (place.row == kNoRow) {
-    const uint32_t number = takeFreeRow();
+    uint32_t number = takeFreeRow();
+    if (number == kNoRow && dropCorruptRow()) {
+      number = takeFreeRow();
+      place = locate(key, hash);  // the index has moved
+    }
     if (number == kNoRow) return Put::full;
     insertRow(number, place, hash, key, value);
     return Put::inserted;
@@ -225,6 +229,36 @@ void TableWriter::updateRow(uint32_t number, uint32_t checksum, const void* valu
   announce(number);
 }
 
+// Whatever cuts this short before the new file has its name leaves the old one as it is. The rows
+// start at the same place in both.
+void TableWriter::growTo(uint32_t capacity) {
+  TableShape shape = layout_.shape;
+  shape.capacity = capacity;
+  TableWriter grown(TableFile::beside(path(), shape));
+  try {
+    grown.reserve();
+  } catch (const TableError&) {
+    grown.file_.discard();
+    throw;
+  }
+  std::memcpy(grown.file_.row(0).base, file_.row(0).base, size_t{highWater_} * layout_.rowStride);
+  grown.highWater_ = highWater_;
+  sharedWord(grown.header().highWater).store(highWater_, std::memory_order_relaxed);
+  grown.settleRows();
+  grown.file_.takePlace();
+  std::swap(file_, grown.file_);
+  std::swap(layout_, grown.layout_);
+  std::swap(journalHead_, grown.journalHead_);
+  std::swap(homes_, grown.homes_);
+  std::swap(indexVersion_, grown.indexVersion_);
+  std::swap(rowCount_, grown.rowCount_);
+  std::swap(freeRow_, grown.freeRow_);
+  mayHaveCorrupt_ = grown.mayHaveCorrupt_;
+  // Whoever looks at the old file only sees another epoch, and looks where the name leads.
+  sharedWord(grown.header().writerEpoch).fetch_add(1, std::memory_order_release);
+  grown.wakeReaders();
+}
+
 void TableWriter::copyRow(RowView to, RowView from) {
   to.checksum().store(from.checksum().load(std::memory_order_relaxed), std::memory_order_relaxed);
   std::memcpy(to.bytes(), from.bytes(), layout_.payloadSize);
@@ -253,7 +287,7 @@ uint32_t TableWriter::takeFreeRow() {
   };
   if (!isListed(freeRow_)) {
     if (highWater_ < capacity()) {
-      sharedWord(header_.highWater).store(highWater_ + 1, std::memory_order_release);
+      sharedWord(header().highWater).store(highWater_ + 1, std::memory_order_release);
       return highWater_++;
     }
     if (rowCount_ >= capacity()) return kNoRow;
@@ -275,6 +309,22 @@ void TableWriter::listFreeRow(uint32_t number) {
 void TableWriter::freeRow(uint32_t number) {
   setRowState(number, RowWord::kFree);
   listFreeRow(number);
+}
+
+// The bytes of a corrupt row are worth no more than its place. False if there is none.
+bool TableWriter::dropCorruptRow() {
+  if (!mayHaveCorrupt_) return false;
+  for (uint32_t number = 0; number < highWater_; ++number) {
+    if (stateOf(number) != RowWord::kCorrupt) continue;
+    const std::byte* const key = file_.row(number).bytes();
+    const Place place = locate(key, layout_.hashOfKey(key));
+    freeRow(number);
+    if (place.row == number) dropSlot(place.slot);
+    setRowCount(std::max(rowCount_, 1U) - 1);
+    announce(number);
+    return true;
+  }
+  return mayHaveCorrupt_ = false;
 }
 
 // Closes the gap by moving later entries of the run back. An entry is copied before its old slot
@@ -300,7 +350,7 @@ void TableWriter::dropSlot(uint32_t slot) {
 
 void TableWriter::storeSlotAfterBump(uint32_t slot, uint32_t entry) {
   indexVersion_ += 2;
-  sharedWord(header_.indexVersion).store(indexVersion_, std::memory_order_relaxed);
+  sharedWord(header().indexVersion).store(indexVersion_, std::memory_order_relaxed);
   std::atomic_thread_fence(std::memory_order_release);
   sharedWord(file_.index()[slot]).store(entry, std::memory_order_relaxed);
 }
@@ -321,6 +371,7 @@ bool TableWriter::markCorrupt(const void* key) {
   const Place place = locate(key, layout_.hashOfKey(key));
   if (place.row == kNoRow) return false;
   setRowState(place.row, RowWord::kCorrupt);
+  mayHaveCorrupt_ = true;
   announce(place.row);
   return true;
 }
@@ -335,22 +386,22 @@ void TableWriter::setRowState(uint32_t number, uint32_t state) {
 
 void TableWriter::setRowCount(uint32_t count) {
   rowCount_ = count;
-  sharedWord(header_.rowCount).store(count, std::memory_order_relaxed);
+  sharedWord(header().rowCount).store(count, std::memory_order_relaxed);
 }
 
 void TableWriter::announce(uint32_t number) {
   sharedWord(file_.journal()[journalHead_ & (layout_.journalSlots - 1)])
       .store(number, std::memory_order_release);
-  sharedWord(header_.journalHead).store(++journalHead_, std::memory_order_release);
+  sharedWord(header().journalHead).store(++journalHead_, std::memory_order_release);
 }
 
 // The fence pairs with the one in the reader: either we see that it sleeps or it sees our change.
 void TableWriter::wakeReaders() {
   std::atomic_thread_fence(std::memory_order_seq_cst);
-  if (sharedWord(header_.sleeping).load(std::memory_order_relaxed) == 0) return;
-  sharedWord(header_.sleeping).store(0, std::memory_order_seq_cst);
-  sharedWord(header_.wakeWord).fetch_add(1, std::memory_order_seq_cst);
-  syscall(SYS_futex, &header_.wakeWord, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+  if (sharedWord(header().sleeping).load(std::memory_order_relaxed) == 0) return;
+  sharedWord(header().sleeping).store(0, std::memory_order_seq_cst);
+  sharedWord(header().wakeWord).fetch_add(1, std::memory_order_seq_cst);
+  syscall(SYS_futex, &header().wakeWord, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
 }
 
 }  // namespace VeskSharedMem

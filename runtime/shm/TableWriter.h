@@ -27,8 +27,13 @@ class TableWriter {
   TableWriter(const TableWriter&) = delete;
   TableWriter& operator=(const TableWriter&) = delete;
 
-  // A row with equal bytes is left alone, unless it is corrupt: then it is written anew.
+  // A row with equal bytes is left alone, unless it is corrupt: then it is written anew. A full
+  // table gives the places of corrupt rows away. Throws TableError if the file system has no room
+  // for the table's first row.
   Put put(const void* key, const void* value);
+  // A table of more rows takes this one's place, with the same rows under the same numbers; readers
+  // find another file under the name. Throws TableError, and all is as before.
+  void growTo(uint32_t capacity);
   bool erase(const void* key);
   // Returns missing, live or corrupt. A corrupt row's value is copied too, as it stands.
   RowState find(const void* key, void* value) const;
@@ -55,6 +60,7 @@ class TableWriter {
 
   explicit TableWriter(TableFile file);
 
+  TableHeader& header() const { return file_.header(); }
   void recover();
   void undoUnfinished();
   void clearIndex();
@@ -73,6 +79,7 @@ class TableWriter {
   void storeValue(RowView row, uint32_t checksum, const void* value);
   uint32_t takeFreeRow();
   void listFreeRow(uint32_t number);
+  bool dropCorruptRow();
   void freeRow(uint32_t number);
   void dropSlot(uint32_t slot);
   void storeSlotAfterBump(uint32_t slot, uint32_t entry);
@@ -84,7 +91,6 @@ class TableWriter {
 
   TableFile file_;
   TableLayout layout_;
-  TableHeader& header_;
   uint64_t journalHead_;
   uint32_t highWater_;
   // Slot at which the search for a row's key starts, by row number: closing a gap in the index asks
@@ -95,6 +101,7 @@ class TableWriter {
   // takes next to no room and no time.
   bool isReserved_ = false;
   uint32_t rowCount_ = 0;
+  bool mayHaveCorrupt_ = false;
   uint32_t freeRow_ = kNoRow;  // the rest of the list goes through the free rows' checksum words
 };
 

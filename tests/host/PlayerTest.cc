@@ -189,17 +189,32 @@ TEST_F(PlayerTest, SaysWhereAnExpectationFails) {
 }
 
 TEST_F(PlayerTest, JudgesHowTheProcessEnds) {
-  // A shared table that is full ends the process; its name and size are the text.
+  // No tunnel of ingress replication leads to an IPv6 endpoint.
+  const std::string start =
+      "steps:\n  - write: {'multicast/ipv4/agent/status:multicastRouting': true, "
+      "'interface/status/eth/vxlan:vtiStatus[Vxlan1]': {operStatus: up}}\n  - start:\n";
+  const std::string fatal =
+      "  - write: {'multicast/tunnel/request/irVxlanIpv4/client1:tunnelRequest': "
+      "{'0,fd00::9': {}}}\n";
+  fails(start + fatal, {"ended by signal 6", "in step 3 (line 4)", "Only IPv4 is supported"});
+  fails("aborts: another text\n" + start + fatal, {"aborted with another text"});
+  fails("aborts: Only IPv4 is supported\n" + start + fatal + "  - run: idle\n",
+        {"before the last one"});
+  fails("aborts: anything\nsteps:\n  - run: idle\n", {"did not end the process"});
+}
+
+TEST_F(PlayerTest, ATableGrowsUpToItsLimit) {
   std::string rows;
   for (int i = 1; i <= 200; ++i)
     rows += (i == 1 ? "" : ", ") + ("\"0,10.0.0." + std::to_string(i) + "\": 1");
-  const std::string full = "{'multicast/tunnel/status:mcastTunnelSet': {" + rows + "}}";
-  fails("steps:\n  - run: idle\n  - write: " + full + "\n",
-        {"ended by signal 6", "in step 2 (line 3)", "multicast/tunnel/status"});
-  fails("aborts: another text\nsteps:\n  - write: " + full + "\n", {"aborted with another text"});
-  fails("aborts: multicast/tunnel/status\nsteps:\n  - write: " + full + "\n  - run: idle\n",
-        {"before the last one"});
-  fails("aborts: anything\nsteps:\n  - run: idle\n", {"did not end the process"});
+  const std::string table = "multicast/tunnel/status", set = table + ":mcastTunnelSet";
+  const std::string write = "steps:\n  - write: {'" + set + "': {" + rows + "}}\n";
+  passes(write);
+  passes(write + "  - corruptions: [{table: " + table + ", text: \"table " + table +
+             ".mcastTunnelSet has its limit of 150 rows: row [0,10.0.0.151] is not written, and "
+             "waits\"}]\n",
+         "--limit " + table + "=150");
+  EXPECT_EQ(run("play --limit " + table + "=many " + (directory_ / "story.yaml")).status, 2);
 }
 
 TEST_F(PlayerTest, PrintsDocumentsForPrograms) {

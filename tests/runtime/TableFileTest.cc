@@ -126,7 +126,7 @@ TEST_F(TableFileTest, MalformedFilesAreErrorsThatNameTheDifference) {
       {"signature", number(16, 1)},
       {"key size 10, found 11", number(24, 11)},
       {"value size 30, found 0", number(28, 0)},
-      {"capacity 24, found 4294967295", number(32, UINT32_MAX)},
+      {"capacity between 1 and 268435456, found 4294967295", number(32, UINT32_MAX)},
       {"row stride", number(36, 8)},
       {"journal slots", number(44, 63)},
       {"journal offset", number(72, UINT32_MAX)},
