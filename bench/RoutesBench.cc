@@ -4,100 +4,13 @@
 // longest time without yielding, and the memory of a route.
 #include <malloc.h>
 
+#include "bench/RoutesWorld.h"
 #include "bench/WholeAgent.h"
-#include "records/AgentStatus.h"
-#include "records/Bridging.h"
-#include "records/BriskelInputs.h"
-#include "records/Fib.h"
-#include "records/Vxlan.h"
 
 namespace {
 
-using Bridging::VlanId;
-using History::input;
-using History::sharedInput;
-using Pavlin::IntfId;
-using Pavlin::IpAddr;
-using Pavlin::IpGenAddr;
-using Routing::Multicast::Fib::IpGenRouteKey;
 
-constexpr unsigned routesPerVrf = 100;
-constexpr unsigned vlansPerVrf =
-    4;  // two with a source each, one with routes of any source, and the SBD vlan
-
-L3::VrfName vrfName(unsigned vrf) {
-  return L3::VrfName("vrf" + std::to_string(vrf));
-}
-VlanId vlanOf(unsigned vrf, unsigned number) {
-  return VlanId(vrf * vlansPerVrf + number + 1);
-}
-IntfId sviOf(unsigned vrf, unsigned number) {
-  return Pavlin::VlanIntfId::vlanIdToIntfId(
-      static_cast<std::uint16_t>(vlanOf(vrf, number).value()));
-}
-IpAddr address(unsigned base, unsigned vrf, unsigned number) {
-  return IpAddr(base + vrf * 128 + number);
-}
-auto fib() {
-  return input<Routing::Multicast::Fib::Hardware::Status>(Pavlin::ipv4());
-}
-
-IpGenRouteKey routeKey(unsigned vrf, unsigned route) {
-  const unsigned number = route % vlansPerVrf;  // 2: any source; 3: by the routed port
-  const IpAddr source = number == 2 ? IpAddr() : address(0x0a000000, vrf, number);
-  return {Pavlin::IpGenPrefix(IpGenAddr(source)),
-          Pavlin::IpGenPrefix(IpGenAddr(address(0xef000000, vrf, route)))};
-}
-
-void configure(unsigned vrfs) {
-  input<Bridging::IgmpSnooping::Status>()->snoopingActiveIs(1);
-  input<McastCommon::AgentStatus>(Pavlin::ipv4())->multicastRoutingIs(true);
-  const auto vti = input<Vxlan::VtiStatusDir>()->vtiStatusIs(Pavlin::vxlan1IntfId());
-  vti->operStatusIs(Vxlan::IntfOperStatus::up);
-  vti->localVtepAddrIs(IpAddr(0x0a000001));
-  const auto config = History::groupConfig(Irb::Multicast::Domain::localDomain)
-                          ->intfConfigIs(Pavlin::vxlan1IntfId());
-  config->mcastOverlayV4Is(true);
-  const auto roles = sharedInput<Routing::Multicast::PegDrStatus>(
-      Routing::Multicast::PegDrStatus::mountPath(Pavlin::ipv4()));
-  for (unsigned vrf = 0; vrf < vrfs; ++vrf) {
-    const auto entry = config->vrfToMulticastGroupIs(vrfName(vrf))->tunnelConfigEntryIs();
-    entry->defaultUnderlayGroupIs(Routing::Multicast::UnderlayAddr(IpGenAddr(IpAddr(0xe8000001))));
-    entry->underlayGroupRangeIs(Vesk::valueOf<Pavlin::IpGenPrefix>("232.64.0.0/16"));
-    vti->vrfToSBDVlanIs(vrfName(vrf), Bridging::VlanIdOrNone(vlanOf(vrf, 3).value()));
-    roles->pegDrVlanIs({vlanOf(vrf, 3), Routing::Multicast::PegDrRole::dr});
-    const Vrf::VrfIdMap::VrfId id(vrf + 1);
-    sharedInput<Vrf::VrfIdMap::Status>()->vrfIdToNameIs({id, vrfName(vrf)});
-    input<Routing::Multicast::Fib::VrfEnabledStatus>(Pavlin::ipv4())->vrfIs(vrfName(vrf));
-    const auto routed = History::inputAt<Routing::Multicast::MulticastIntfsForApplications>(
-        Routing::Multicast::MulticastIntfsForApplications::dirMountPath(Pavlin::ipv4(), "routing") +
-        "/" + std::string(vrfName(vrf).str()));
-    for (unsigned number = 0; number < vlansPerVrf; ++number) {
-      const VlanId vlan = vlanOf(vrf, number);
-      input<Bridging::VlanStatusDir>()->vlanStatusIs(vlan);
-      vti->vlanToVniMapIs(vlan, {});
-      if (number < 3) routed->multicastIntfIs(sviOf(vrf, number), true);
-      if (number >= 2) continue;
-      const Pavlin::EthAddr mac = Pavlin::EthAddr::fromText("00:00:00:00:00:01");
-      const IntfId svi = sviOf(vrf, number);
-      sharedInput<Arp::Table::Status>()->arpEntryIs(
-          {{id, IpGenAddr(address(0x0a000000, vrf, number)), svi}, mac, svi});
-      sharedInput<Briskel::Bridging::Status>()->fdbEntryIs({{vlan, mac}, IntfId("Ethernet5")});
-    }
-  }
-}
-
-void fillFib(unsigned vrfs) {
-  for (unsigned vrf = 0; vrf < vrfs; ++vrf) {
-    const auto status = fib()->vrfStatusIs(vrfName(vrf));
-    for (unsigned route = 0; route < routesPerVrf; ++route) {
-      const auto row = status->routeIs(routeKey(vrf, route));
-      const unsigned number = route % vlansPerVrf;
-      row->iifIs(number == 3 ? IntfId("Ethernet1") : sviOf(vrf, number));
-      row->lastActivityTimeIs(Vesk::System::currentTime());
-    }
-  }
-}
+using namespace Bench::Routes;
 
 unsigned vrfsOf(const benchmark::State& state) {
   return static_cast<unsigned>(state.range(0)) / routesPerVrf;

@@ -5,7 +5,9 @@
 #include "records/BriskelInputs.h"
 #include "records/Evpn.h"
 #include "records/ExternalForwarderStatus.h"
+#include "records/Tunnels.h"
 #include "records/Vxlan.h"
+#include "runtime/RowFile.h"
 
 namespace {
 
@@ -82,5 +84,77 @@ void forwarderChanges(benchmark::State& state) {
   world.reset();
 }
 BENCHMARK(forwarderChanges)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond);
+
+using Multicast::Tunnel::IrVxlanIpv4TunnelRequestTable;
+using Multicast::Tunnel::McastTunnelClientType;
+
+/// An agent with room for so many tunnels of ingress replication, and a client's requests.
+struct TunnelWorld {
+  explicit TunnelWorld(unsigned tunnels) : count(tunnels) {
+    using namespace Multicast::Tunnel;
+    const std::string own = IrVxlanIpv4TunnelRequestTable::mountPath(McastTunnelClientType::client1);
+    for (const std::string& path :
+         {McastTunnelStatus::mountPath(), IrVxlanIpv4TunnelTable::mountPath(), own})
+      VeskSharedMem::rowLimitIs(path, 2 * tunnels);
+    input<McastCommon::AgentStatus>(Pavlin::ipv4())->multicastRoutingIs(true);
+    input<Vxlan::VtiStatusDir>()
+        ->vtiStatusIs(Pavlin::vxlan1IntfId())
+        ->operStatusIs(Vxlan::IntfOperStatus::up);
+    requests = History::sharedInput<IrVxlanIpv4TunnelRequestTable>(own);
+    world.begin(0);
+    world.settle();
+  }
+  ~TunnelWorld() {
+    requests = nullptr;
+    world.reset();
+  }
+  void ask(unsigned number) { requests->tunnelRequestIs({endpoint(number)}); }
+  void withdraw(unsigned number) { requests->tunnelRequestDel(endpoint(number)); }
+  [[nodiscard]] bool isServed(unsigned number) const {
+    return History::sharedTable<Multicast::Tunnel::McastTunnelStatus>()->mcastTunnelSetHas(
+        endpoint(number));
+  }
+  static Multicast::Tunnel::McastTunnelEndpoint endpoint(unsigned number) {
+    return {0, Pavlin::IpGenAddr(Pavlin::IpAddr(0x0a010000 + number))};
+  }
+
+  History::AgentWorld world;
+  unsigned count;
+  Ombra::Ptr<IrVxlanIpv4TunnelRequestTable> requests;
+};
+
+/// The first requests of a running agent, until the encapsulation and the status row of each stand.
+void tunnelRequestsCold(benchmark::State& state) {
+  TunnelWorld tunnels(static_cast<unsigned>(state.range(0)));
+  for (auto _ : state) {
+    for (unsigned number = 0; number < tunnels.count; ++number)
+      tunnels.ask(number);
+    if (!tunnels.isServed(0) || !tunnels.isServed(tunnels.count - 1))
+      state.SkipWithError("the rows are not there");
+    state.PauseTiming();
+    for (unsigned number = 0; number < tunnels.count; ++number)
+      tunnels.withdraw(number);
+    state.ResumeTiming();
+  }
+  Bench::count(state, tunnels.count, "per request", tunnels.count);
+}
+BENCHMARK(tunnelRequestsCold)->Arg(16)->Arg(4096)->Unit(benchmark::kMicrosecond);
+
+/// One that goes and comes among all others.
+void tunnelRequestsWarm(benchmark::State& state) {
+  TunnelWorld tunnels(static_cast<unsigned>(state.range(0)));
+  for (unsigned number = 0; number < tunnels.count; ++number)
+    tunnels.ask(number);
+  unsigned turn = 0;
+  for (auto _ : state) {
+    const unsigned number = turn++ * 7 % tunnels.count;
+    tunnels.withdraw(number);
+    if (tunnels.isServed(number)) state.SkipWithError("the row has not gone");
+    tunnels.ask(number);
+    if (!tunnels.isServed(number)) state.SkipWithError("the row is not there");
+  }
+  Bench::count(state, tunnels.count, "per event", 2.0);
+}
+BENCHMARK(tunnelRequestsWarm)->Arg(16)->Arg(4096)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

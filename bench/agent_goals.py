@@ -8,6 +8,10 @@ import os
 import sys
 
 
+WHOLE = ("4,000 vlans, 1,000 VRFs, 100,000 routes, 131,000 memberships, 4,096 tunnels, "
+         "10,000 forwarder roles")
+
+
 class Figures:
     def __init__(self, path):
         with open(path, encoding="utf-8") as text:
@@ -57,6 +61,26 @@ def goals(f):
            f.time("sbdVlanMoves/1000") / f.time("sbdVlanMoves/10"), 1.5, 1.2, "times")
     yield ("a forwarder change among 10,000 ports and vlans beside one among 100",
            f.time("forwarderChanges/10000") / f.time("forwarderChanges/100"), 1.5, 1.2, "times")
+    yield ("a tunnel request to its encapsulation and status row, the first 4,096 of an agent",
+           f.time("tunnelRequestsCold/4096") / 4096, None, None, "us")
+    yield ("the same beside the first 16",
+           f.time("tunnelRequestsCold/4096") / 256 / f.time("tunnelRequestsCold/16"), None, 2, "times")
+    yield ("one that goes and comes among 4,096",
+           f.time("tunnelRequestsWarm/4096") / 2, None, None, "us")
+    yield ("the same beside one among 16",
+           f.time("tunnelRequestsWarm/4096") / f.time("tunnelRequestsWarm/16"), None, 2, "times")
+    whole, again = "everythingStarts/iterations:1", "everythingRestarts/iterations:1"
+    yield (f"everything at once ({WHOLE}): start", f.time(whole) / 1e6, None, None, "s")
+    yield ("the same beside the direct computations of the histories",
+           f.time(whole) / f.time("everythingDirectly/iterations:1"), 3, 1, "times")
+    yield ("of it, the call that makes the machines", f.counter(whole, "start ms"), None, None, "ms")
+    yield "of it, the longest slice of a task", f.counter(whole, "slice ms"), None, None, "ms"
+    yield ("the agent's memory, beside "
+           f"{f.counter(whole, 'input MB'):,.0f} MB of inputs",
+           f.counter(whole, "agent MB"), None, None, "MB")
+    yield "restart over all of it", f.time(again) / 1e6, 2, 1, "s"
+    yield ("writes of that restart, but for tunnels of ingress replication",
+           f.counter(again, "writes"), 0, 0, "writes")
     told = "bytesOfMembership/131000/iterations:1"
     yield ("a membership in the agent (its inputs take "
            f"{f.counter(told, 'input B/row'):,.0f} bytes)",
