@@ -53,10 +53,9 @@ void configureReceivers() {
       const IpGenAddr group = groupOf(vrf, number);
       joins->vlanIs(vlanOf(vrf, number % hostVlans))->groupIs(group);
       decap->vlanToMulticastGroupIs({vlanOf(vrf, 3), OverlayAddr(group)})
-          ->multicastGroupIs(
-              {IpGenAddr(IpAddr(0x0a000009)),
-               UnderlayAddr(IpAddr(0xe8000000 + vrf % 100 * groupsOfVrf + number)),
-               TunnelType::PimSsm});
+          ->multicastGroupIs({IpGenAddr(IpAddr(0x0a000009)),
+                              UnderlayAddr(IpAddr(0xe8000000 + vrf % 100 * groupsOfVrf + number)),
+                              TunnelType::PimSsm});
     }
   }
 }
@@ -96,14 +95,13 @@ struct Published {
   std::size_t forwarding, memberships, tunnels, roles;
 };
 Published published() {
-  return {
-      History::publishedRows(History::domains[0]).size(),
-      sharedInput<GmpTable>(GmpTable::appMountPath(
-                                Pavlin::ipv4(), Routing::Gmp::Briskel::App::corvane, "default"))
-          ->membershipCount(),
-      sharedInput<Multicast::Tunnel::IrVxlanIpv4TunnelTable>()->encapCount(),
-      sharedInput<ExternalForwarderStatus>(ExternalForwarderStatus::mountPath(Pavlin::ipv4()))
-          ->intfStatusCount()};
+  return {History::publishedRows(History::domains[0]).size(),
+          sharedInput<GmpTable>(GmpTable::appMountPath(
+                                    Pavlin::ipv4(), Routing::Gmp::Briskel::App::corvane, "default"))
+              ->membershipCount(),
+          sharedInput<Multicast::Tunnel::IrVxlanIpv4TunnelTable>()->encapCount(),
+          sharedInput<ExternalForwarderStatus>(ExternalForwarderStatus::mountPath(Pavlin::ipv4()))
+              ->intfStatusCount()};
 }
 
 /// Seconds, the longest time without yielding, and bytes.
@@ -162,9 +160,9 @@ class OutputWrites {
     for (const auto& mount : Corvane::mountCatalog())
       if (mount.mounting != Corvane::Mounting::never && mount.access == Corvane::Access::write &&
           mount.type != McastCommon::AgentRunningStatus::veskName)
-        outputs_[mount.path] = std::make_unique<Changes>(
-            mount.store() == Corvane::Store::stateDb ? stored.create(mount.path, mount.type)
-                                                     : shared.open(mount.path, mount.type));
+        outputs_[mount.path] = std::make_unique<Changes>(mount.store() == Corvane::Store::stateDb
+                                                             ? stored.create(mount.path, mount.type)
+                                                             : shared.open(mount.path, mount.type));
   }
   [[nodiscard]] std::size_t count(bool ofTunnels) const {
     std::size_t sum = 0;

@@ -9,7 +9,6 @@
 
 namespace {
 
-
 using namespace Bench::Routes;
 
 unsigned vrfsOf(const benchmark::State& state) {

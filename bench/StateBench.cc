@@ -92,7 +92,8 @@ using Multicast::Tunnel::McastTunnelClientType;
 struct TunnelWorld {
   explicit TunnelWorld(unsigned tunnels) : count(tunnels) {
     using namespace Multicast::Tunnel;
-    const std::string own = IrVxlanIpv4TunnelRequestTable::mountPath(McastTunnelClientType::client1);
+    const std::string own =
+        IrVxlanIpv4TunnelRequestTable::mountPath(McastTunnelClientType::client1);
     for (const std::string& path :
          {McastTunnelStatus::mountPath(), IrVxlanIpv4TunnelTable::mountPath(), own})
       VeskSharedMem::rowLimitIs(path, 2 * tunnels);

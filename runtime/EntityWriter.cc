@@ -130,6 +130,42 @@ void EntityWriter::changed(OwnFile& file) {
   file.isDirty = isDirty_ = true;
 }
 
+void EntityWriter::addTo(TableWaiter::Watched& watched) const {
+  for (const OwnFile& file : files_)
+    watched.paths.push_back(file.layout->file);
+}
+
+void EntityWriter::mendFiles() {
+  bool isAny = false;
+  for (OwnFile& file : files_) {
+    if (!file.writer->isLost()) continue;
+    try {
+      file.writer->abandon();
+      std::filesystem::create_directories(std::filesystem::path(file.layout->file).parent_path());
+      file.writer = TableWriter::open(file.layout->file, file.layout->shape);
+      tableFault(path_, fmt::format("{} was taken away from its writer, and is made anew",
+                                    file.layout->file));
+    } catch (const std::exception& error) {
+      // Not ours, and not removed.
+      if (!std::exchange(file.isRefused, true)) tableFault(path_, error.what());
+      continue;
+    }
+    file.isRefused = false;
+    file.waiting.clear();
+    // Another table may have been put there.
+    std::vector<std::string> keys;
+    file.writer->forEach([&](const void* key, const void*, bool) {
+      keys.emplace_back(static_cast<const char*>(key), file.layout->shape.keySize);
+    });
+    for (const std::string& key : keys)
+      erase(file, key);
+    isAny = true;
+  }
+  if (!isAny) return;
+  putValues(*root());
+  putContent(*root());
+}
+
 void EntityWriter::wakeReaders() {
   if (std::exchange(hasWaiting_, false)) {
     for (OwnFile& file : files_) {

@@ -16,6 +16,7 @@
 
 #include "runtime/RowFile.h"
 #include "runtime/TreeObserver.h"
+#include "runtime/shm/TableWaiter.h"
 #include "runtime/shm/TableWriter.h"
 
 namespace VeskSharedMem {
@@ -34,6 +35,10 @@ class EntityWriter final : public Vesk::TreeObserver {
   /// Marks one row of a collection damaged in its file, or writes it anew.
   void markRow(const Vesk::Entity& holder, const Vesk::FieldInfo& field, std::string_view key,
                bool corrupt);
+  /// Files that others have removed, replaced or cut short are told, made anew and filled.
+  void mendFiles();
+  /// Adds the files whose loss has to be noticed.
+  void addTo(TableWaiter::Watched& watched) const;
   /// The end of a batch. Rows that wait are tried again.
   void wakeReaders();
 
@@ -41,7 +46,8 @@ class EntityWriter final : public Vesk::TreeObserver {
   struct OwnFile {
     const RowFile* layout;
     std::unique_ptr<TableWriter> writer;
-    bool isDirty = false;  ///< readers have not been woken since its last change
+    bool isDirty = false;    ///< readers have not been woken since its last change
+    bool isRefused = false;  ///< it was lost, and what lies in its place cannot be used
     std::map<std::string, std::string> waiting;  ///< rows that the file has no room for
   };
 

@@ -176,12 +176,15 @@ bool EntityManager::takeUpChanges(const std::function<bool()>& mustStop) {
 void EntityManager::waitForChanges(std::chrono::milliseconds timeout) {
   if (!waiter_) waiter_ = std::make_unique<TableWaiter>();
   TableWaiter::Watched watched;
-  for (const auto& [path, table] : tables_)
+  for (const auto& [path, table] : tables_) {
     if (const EntityFollower* const follower = table->follower()) follower->addTo(watched);
+    if (const EntityWriter* const writer = table->writer()) writer->addTo(watched);
+  }
   if (waiter_->wait(watched, timeout) != TableWaiter::Woken::byFile) return;
   for (const auto& [path, table] : tables_) {
     const auto refused = [&at = path](const TableError& error) { tableFault(at, error.what()); };
     if (EntityFollower* const follower = table->follower()) follower->findFiles(refused);
+    if (EntityWriter* const writer = table->writer()) writer->mendFiles();
   }
 }
 

@@ -25,14 +25,18 @@ class RowFollower {
   void readerIs(std::unique_ptr<TableReader> reader);
 
   /// Calls f(key, state, value) for each key that may have changed; the state is live, corrupt or,
-  /// with an empty value, missing. Returns false if nothing was new.
+  /// with an empty value, missing. Returns false if nothing was new. Of a file that is not sound
+  /// any more nothing is told: whoever looks for files finds it replaced.
   template <class F>
   bool follow(F f);
-  /// Calls f(key) for each key that was told last as present. The file may be gone by now.
+  /// Calls f(key) for each key that was told last as present, and for those that wait to be told.
+  /// The file may be gone by now.
   template <class F>
   void forEachKnown(F f) const;
   /// True if `follow` has something to tell.
-  [[nodiscard]] bool hasNews() const { return isScanDue_ || !touched_.empty() || !isCaughtUp(); }
+  [[nodiscard]] bool hasNews() const {
+    return (isScanDue_ || !touched_.empty() || !isCaughtUp()) && reader_->isSound();
+  }
   /// The next call tells every key again.
   void lookAgain() { isScanDue_ = true; }
 
@@ -104,6 +108,8 @@ template <class F>
 void RowFollower::forEachKnown(F f) const {
   for (std::uint32_t number = 0; number < known_.end(); ++number)
     if (const auto key = known_.at(number); !key.empty()) f(key);
+  for (const std::string& key : touched_)
+    f(std::string_view(key));
 }
 
 /// The present row is asked for by its key: the journal's numbers may have other keys by now, and
@@ -115,8 +121,8 @@ void RowFollower::tellTouched(F& f) {
   touchedKeys_.clear();
   for (const std::string& key : keys) {
     const RowState state = reader_->find(key.data(), value_.data());
-    if (state == RowState::busy) {
-      touch(key);  // the writer hammers on it
+    if (state == RowState::busy || !reader_->isSound()) {
+      touch(key);  // the writer hammers on it, or the file has been cut short
     } else {
       // It may have come to this number since the journal was read, and go from there before the
       // journal is read again.
@@ -138,8 +144,9 @@ void RowFollower::scan(F& f) {
         f(keyAt(key), isCorrupt ? RowState::corrupt : RowState::live, valueAt(value));
       },
       TableReader::Check::checksum);
+  const bool isSound = reader_->isSound();
   for (const std::string& key : gone) {
-    if (busy == 0) {
+    if (busy == 0 && isSound) {
       f(std::string_view(key), RowState::missing, std::string_view());
     } else {
       touch(key);

@@ -190,7 +190,9 @@ void FileDescriptor::reset() {
 
 MappedBytes::MappedBytes(int fd, uint64_t size, int protection) : size_(size) {
   void* base = mmap(nullptr, size, protection, MAP_SHARED, fd, 0);
-  if (base != MAP_FAILED) base_ = static_cast<std::byte*>(base);
+  if (base == MAP_FAILED) return;
+  base_ = static_cast<std::byte*>(base);
+  guard_ = std::make_unique<PageGuard>(base_, size_);
 }
 
 MappedBytes& MappedBytes::operator=(MappedBytes&& other) noexcept {
@@ -198,11 +200,13 @@ MappedBytes& MappedBytes::operator=(MappedBytes&& other) noexcept {
     reset();
     base_ = std::exchange(other.base_, nullptr);
     size_ = std::exchange(other.size_, 0);
+    guard_ = std::move(other.guard_);
   }
   return *this;
 }
 
 void MappedBytes::reset() {
+  guard_.reset();
   if (base_ != nullptr) munmap(std::exchange(base_, nullptr), size_);
 }
 
@@ -279,6 +283,10 @@ TableFile TableFile::forReader(const std::string& path, const TableShape* expect
   return file;
 }
 
+void TableFile::removeName() const {
+  if (isSameFile(fd_.get(), path_)) unlink(path_.c_str());
+}
+
 std::optional<uint32_t> TableFile::holderOf(const std::string& path) {
   const FileDescriptor fd = openExisting(path, O_RDONLY);
   if (!fd.isOpen() || !isClaimedByOther(fd.get())) return std::nullopt;
@@ -311,8 +319,18 @@ bool TableFile::isClaimed() const {
   return isClaimedByOther(fd_.get());
 }
 
+bool TableFile::isSound() const {
+  if (bytes_.isTorn() || bell_.isTorn()) return false;
+  const TableHeader expected = layout_.freshHeader();
+  return std::memcmp(&expected, &header(), offsetof(TableHeader, reserved)) == 0 &&
+         !bytes_.isTorn();
+}
+
 bool TableFile::isReplaced() const {
-  return !isSameFile(fd_.get(), path_);
+  struct stat status {};
+  const bool hasLength =
+      fstat(fd_.get(), &status) == 0 && static_cast<uint64_t>(status.st_size) == layout_.fileSize;
+  return !hasLength || !isSound() || !isSameFile(fd_.get(), path_);
 }
 
 }  // namespace VeskSharedMem

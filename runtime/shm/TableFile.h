@@ -8,10 +8,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "runtime/shm/PageGuard.h"
 #include "runtime/shm/TableLayout.h"
 
 namespace VeskSharedMem {
@@ -38,17 +40,22 @@ class MappedBytes {
   // Maps the file from its start; `base()` is null when the kernel refuses.
   MappedBytes(int fd, uint64_t size, int protection);
   MappedBytes(MappedBytes&& other) noexcept
-      : base_(std::exchange(other.base_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+      : base_(std::exchange(other.base_, nullptr)),
+        size_(std::exchange(other.size_, 0)),
+        guard_(std::move(other.guard_)) {}
   MappedBytes& operator=(MappedBytes&& other) noexcept;
   ~MappedBytes() { reset(); }
 
   std::byte* base() const { return base_; }
+  // The file was cut short: some of it reads as zeros, and what is stored there is lost.
+  bool isTorn() const { return guard_ != nullptr && guard_->isTorn(); }
 
  private:
   void reset();
 
   std::byte* base_ = nullptr;
   uint64_t size_ = 0;
+  std::unique_ptr<PageGuard> guard_;
 };
 
 class TableFile {
@@ -63,6 +70,8 @@ class TableFile {
   void takePlace() const;
   // There will be no successor.
   void discard() const;
+  // Takes the name off a file that this process has claimed and that is of no use any more.
+  void removeName() const;
   // `expected` may be null: any table will do.
   static TableFile forReader(const std::string& path, const TableShape* expected);
   // The process that has claimed the file at this path, 0 if it has not said its name; none if
@@ -88,7 +97,10 @@ class TableFile {
   void reserve() const;
   // Asks the kernel, so the answer does not fall for a recycled pid.
   bool isClaimed() const;
-  // The path leads to another file by now, or to none.
+  // What is mapped is still the table that was opened: nobody has cut it short or written another
+  // one over it.
+  bool isSound() const;
+  // The path leads to another file by now, or to none, or what is mapped is no longer sound.
   bool isReplaced() const;
 
  private:

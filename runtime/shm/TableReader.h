@@ -70,7 +70,9 @@ class TableReader {
   const TableShape& shape() const { return layout_.shape; }
   const std::string& path() const { return file_.path(); }
   bool hasWriter() const { return file_.isClaimed(); }
-  // The path leads elsewhere by now; what is mapped here will not change any more.
+  // What is mapped is the table that was opened, and not the rest of one that was cut short.
+  bool isSound() const { return file_.isSound(); }
+  // The path leads elsewhere by now, or what is mapped is not sound.
   bool isReplaced() const { return file_.isReplaced(); }
   // A writer is at it, or died while it was: each `find` looks through all rows.
   bool isIndexUnderRepair() const {

@@ -134,6 +134,7 @@ TableWaiter::Woken TableWaiter::wait(const Watched& watched, milliseconds timeou
   std::vector<Bell> bells;
   bool mustLook = false;
   for (const Table& table : watched.tables) {
+    if (!table.reader->isSound()) return Woken::byFile;
     bells.push_back(table.reader->bellBeforeSleep());
     if (bells.back().word == nullptr) {
       mustLook = true;
@@ -171,8 +172,9 @@ bool TableWaiter::watchDirectories(const std::vector<std::string>& paths) {
     const std::string directory = nearestDirectory(path);
     if (!directories_.insert(directory).second) continue;
     isNew = true;
-    inotify_add_watch(arrivals_.get(), directory.c_str(),
-                      IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF);
+    inotify_add_watch(
+        arrivals_.get(), directory.c_str(),
+        IN_CREATE | IN_MODIFY | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF);
   }
   return isNew;
 }

@@ -46,6 +46,11 @@ class TableWriter {
   // The end of a batch: rouses the readers that sleep. One system call at most, none usually.
   void wakeReaders();
 
+  // Others have removed, replaced or cut short the file: nobody sees what is put here.
+  bool isLost() const { return file_.isReplaced(); }
+  // A file that is still under its name loses that, so that another one can be made.
+  void abandon() const { file_.removeName(); }
+
   uint32_t size() const { return rowCount_; }
   uint32_t capacity() const { return layout_.shape.capacity; }
   const TableShape& shape() const { return layout_.shape; }

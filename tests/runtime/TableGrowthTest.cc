@@ -180,4 +180,59 @@ TEST_F(TableGrowthTest, aRowWithoutAValueIsNotBelievedWhenItIsDamaged) {
   EXPECT_EQ(reports_, std::vector<std::string>());
 }
 
+/// Files of a neighbour, or of our own, that somebody cuts short, writes over or removes.
+TEST_F(TableGrowthTest, filesThatAreTamperedWithEndNobody) {
+  for (std::uint16_t m = 0; m < 60; ++m)
+    own_->memberIs(m);
+  own_->vlanIs(10)->groupIs(1, 1);
+  look();
+  const std::string path = file(".member").file, good = directory_ / "good";
+  std::filesystem::copy_file(path, good);
+  std::vector<std::string> refused;
+  const auto lookAround = [&] {
+    follower_->findFiles([&](const TableError& error) { refused.push_back(error.what()); });
+    while (follower_->hasChanges())
+      follower_->takeUp([] { return false; });
+  };
+  for (const std::uintmax_t size : {0U, 300U, 4096U, 5000U}) {
+    SCOPED_TRACE(size);
+    // The reader touches what is not there any more before it hears of the file.
+    std::filesystem::resize_file(path, size);
+    while (follower_->hasChanges())
+      follower_->takeUp([] { return false; });
+    EXPECT_EQ(seen_->memberCount(), 60U) << "nothing is told of a file that is not sound";
+    lookAround();
+    EXPECT_EQ(seen_->memberCount(), 0U) << "it is refused like any damaged file";
+    EXPECT_EQ(std::exchange(refused, {}).size(), 1U);
+    // So does the writer, which then hears of it too.
+    own_->memberIs(static_cast<std::uint16_t>(1000 + size));
+    own_->memberDel(static_cast<std::uint16_t>(1000 + size));
+    writer_->mendFiles();
+    EXPECT_EQ(std::exchange(reports_, {}).size(), 1U);
+    lookAround();
+    EXPECT_TRUE(agree());
+    EXPECT_EQ(refused.size(), 0U);
+  }
+  // Another table is copied over it, with fewer rows.
+  own_->memberDel(7);
+  std::filesystem::copy_file(good, path, std::filesystem::copy_options::overwrite_existing);
+  lookAround();
+  EXPECT_TRUE(seen_->memberHas(7)) << "a reader follows what is there";
+  // All of it goes.
+  std::filesystem::remove_all(std::filesystem::path(path).parent_path());
+  writer_->mendFiles();
+  EXPECT_FALSE(reports_.empty());
+  lookAround();
+  EXPECT_TRUE(agree());
+  // What cannot be a table is not ours, and stays.
+  std::filesystem::remove(path);
+  std::ofstream(path) << "not a table";
+  reports_.clear();
+  writer_->mendFiles();
+  writer_->mendFiles();
+  EXPECT_EQ(reports_.size(), 1U);
+  std::string word;
+  EXPECT_TRUE(std::ifstream(path) >> word && word == "not");
+}
+
 }  // namespace growthtest
