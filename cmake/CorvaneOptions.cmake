@@ -27,10 +27,12 @@ set(CMAKE_CXX_FLAGS_RELEASE "-O2")
 # Library and programs sit side by side in the build folder and run from there.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}")
-set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
-file(RELATIVE_PATH CORVANE_INSTALL_RPATH
+# One run path for both places: with two of them the shorter one is filled up with empty parts, and
+# an empty part is the current directory.
+file(RELATIVE_PATH CORVANE_LIBRARIES_FROM_PROGRAMS
      "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
-string(PREPEND CORVANE_INSTALL_RPATH "$ORIGIN/")
+set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/${CORVANE_LIBRARIES_FROM_PROGRAMS}")
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 
 add_library(corvane_common INTERFACE)
 target_include_directories(corvane_common INTERFACE "${PROJECT_SOURCE_DIR}")

@@ -62,7 +62,7 @@ int graphCommand(const std::string& file, GraphForm form) {
         list.push_back({{"machine", fact.machine},
                         {"wire", wireText(fact.wire)},
                         {fact.isMount() ? "path" : "type", fact.end}});
-      fmt::print("{}\n", list.dump(2));
+      fmt::print("{}\n", jsonText(list, 2));
       break;
     }
     case GraphForm::markdown:

@@ -151,10 +151,10 @@ int run(int argc, char** argv) {
   return Host::showCommand(arguments.addresses, arguments.directory, audience);
 }
 
-int unusable(const std::string& message) {
+int unusable(const std::string& message, int status = statusUnusable) {
   std::fflush(stdout);
   fmt::print(stderr, "{}\n", message);
-  return statusUnusable;
+  return status;
 }
 
 }  // namespace
@@ -166,7 +166,7 @@ int main(int argc, char** argv) {
       return unusable("standard output: cannot be written");
     return status;
   } catch (const Host::InputError& error) {
-    return unusable(error.message());
+    return unusable(error.message(), error.status);
   } catch (const Orlane::ConfigError& error) {
     return unusable(error.what());
   } catch (const VeskSharedMem::TableError& error) {

@@ -150,7 +150,7 @@ int recordsCommand(const std::string& name, Audience audience) {
   Json list = Json::array();
   for (const RecordType* type : types)
     list.push_back(typeJson(*type));
-  fmt::print("{}\n", list.dump(2));
+  fmt::print("{}\n", jsonText(list, 2));
   return 0;
 }
 

@@ -59,8 +59,6 @@ Found within(const Ombra::Ptr<Vesk::Entity>& root, const Address& address) {
 int showCommand(const std::vector<std::string>& addresses, const std::string& directory,
                 Audience audience) {
   const std::vector<Address> parsed = sharedAddresses(addresses);
-  if (!fs::is_directory(directory))
-    throw InputError(fmt::format("{}: no such directory", directory));
   const std::string tables = tablesDirectory(directory);
   const Style style = Style::ofStandardOutput();
   Json document = Json::object();
@@ -70,7 +68,7 @@ int showCommand(const std::vector<std::string>& addresses, const std::string& di
       fmt::print("{}\n{}", style.in(Ink::strong, shown.address), shown.table);
     document[shown.address] = std::move(shown.value);
   }
-  if (audience == Audience::programs) fmt::print("{}\n", document.dump(2));
+  if (audience == Audience::programs) fmt::print("{}\n", jsonText(document, 2));
   return 0;
 }
 

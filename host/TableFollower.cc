@@ -132,10 +132,9 @@ TableFollower::Scope TableFollower::scopeOf(const Table& table, const std::strin
 }
 
 void TableFollower::findFiles() {
-  const std::string directory = tablesDirectory(directory_);
   for (const auto& table : tables_) {
     if (table->follower && !table->follower->reader().isReplaced()) continue;
-    const std::string file = directory + table->layout.file;
+    const std::string file = directory_ + table->layout.file;
     std::unique_ptr<VeskSharedMem::TableReader> reader;
     try {
       if (fs::exists(file)) reader = VeskSharedMem::readerOf(file, table->layout.shape);
@@ -314,11 +313,10 @@ void TableFollower::say(const AddressText& at, RowChange::Kind kind) const {
 }
 
 void TableFollower::wait(std::chrono::milliseconds timeout) {
-  const std::string directory = tablesDirectory(directory_);
   TableWaiter::Watched watched;
   for (const auto& table : tables_) {
     if (!table->touched.empty()) timeout = std::min(timeout, holdTime);
-    watched.paths.push_back(directory + table->layout.file);
+    watched.paths.push_back(directory_ + table->layout.file);
     if (table->follower)
       watched.tables.push_back({&table->follower->reader(), table->follower->cursor()});
   }

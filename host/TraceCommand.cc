@@ -54,7 +54,7 @@ int traceCommand(const std::string& file, const std::vector<std::size_t>& levels
                         {"level", record.level},
                         {"module", record.module},
                         {"text", record.text}};
-    fmt::print("{}\n", document.dump(-1, ' ', false, Json::error_handler_t::replace));
+    fmt::print("{}\n", jsonText(document));
   }
   return 0;
 }

@@ -46,7 +46,7 @@ void printJson(const RowChange& change) {
       document["removed"] = true;
       break;
   }
-  fmt::print("{}\n", document.dump(-1, ' ', false, Json::error_handler_t::replace));
+  fmt::print("{}\n", jsonText(document));
 }
 
 }  // namespace
@@ -54,10 +54,9 @@ void printJson(const RowChange& change) {
 int watchCommand(const std::vector<std::string>& addresses, const std::string& directory,
                  std::optional<double> seconds, Audience audience) {
   auto parsed = sharedAddresses(addresses);
-  if (!std::filesystem::is_directory(directory))
-    throw InputError(fmt::format("{}: no such directory", directory));
+  const std::string tables = tablesDirectory(directory);
   endOnInterrupt();
-  TableFollower follower(directory, std::move(parsed), [audience](const RowChange& change) {
+  TableFollower follower(tables, std::move(parsed), [audience](const RowChange& change) {
     audience == Audience::people ? printText(change) : printJson(change);
     std::fflush(stdout);
   });

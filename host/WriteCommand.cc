@@ -1,5 +1,3 @@
-#include <filesystem>
-
 #include <fmt/format.h>
 
 #include "host/Commands.h"
@@ -15,10 +13,10 @@ namespace Host {
 int writeCommand(const std::string& address, const std::string& value,
                  const std::string& directory) {
   const Address parsed = sharedAddresses({address}).front();
+  if (value.find_first_not_of(" \t\r\n") == std::string::npos)
+    throw InputError(fmt::format("{}: the patch is empty; null deletes", address));
   const YamlFile text(address, value);
   const Content content = ContentReader(text, Use::write).at(parsed, text.root());
-  if (!std::filesystem::is_directory(directory))
-    throw InputError(fmt::format("{}: no such directory", directory));
   VeskSharedMem::EntityManager::directoryIs(tablesDirectory(directory));
   for (const Failure& failure : World(0).write(parsed, content))
     throw InputError(fmt::format("{}: {}", failure.address, failure.found));

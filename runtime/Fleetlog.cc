@@ -147,9 +147,22 @@ class Descriptor {
   int number_;
 };
 
+/// False if others could have laid something in the way there.
+bool isOwnDirectory(const std::filesystem::path& directory) {
+  struct stat status {};
+  const std::string name = directory.empty() ? "." : directory.string();
+  if (::stat(name.c_str(), &status) != 0) return false;
+  if (status.st_uid == ::geteuid() || status.st_uid == 0) return true;
+  errno = EPERM;
+  return false;
+}
+
+// A new file, and nothing that a link leads to: what a killed process left under the name loses it.
 // Space is reserved at once: a file system that fills up later must not end the process.
 char* mapNewFile(const std::filesystem::path& path, std::uint64_t bytes) {
-  Descriptor file(path, O_RDWR | O_CREAT | O_TRUNC);
+  if (!isOwnDirectory(path.parent_path())) return nullptr;
+  ::unlink(path.c_str());
+  Descriptor file(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
   if (file.number() < 0) return nullptr;
   errno = ::posix_fallocate(file.number(), 0, static_cast<off_t>(bytes));
   if (errno != 0) return nullptr;

@@ -63,7 +63,7 @@ class KeyedMap {
     while (gap < total_ && hashes_[gap] != 0)
       ++gap;
     if (gap == total_ || isCrowded(gap - home(hash))) {
-      grow();
+      gap == total_ ? lengthen() : grow();
       insert(key, std::move(value));
       return;
     }
@@ -221,12 +221,17 @@ class KeyedMap {
     return distance > 512 && total_ / 16 < size_;
   }
 
-  /// Bigger arrays, in the same order; more than twice as big only if many hashes fall together.
+  /// Arrays for twice as many entries.
   void grow() {
-    std::uint32_t bits = bits_ + 1;
-    while (!fits(bits))
-      ++bits;
-    const std::uint32_t total = totalOf(bits);
+    const std::uint32_t bits = bits_ + 1;
+    if (bits > 30) Ombra::fatal("KeyedMap: more entries than it can hold");
+    rebuild(bits, std::max(totalOf(bits), endOf(bits)));
+  }
+  /// A longer tail. However many hashes fall together, the arrays grow with the entries only.
+  void lengthen() { rebuild(bits_, total_ + std::max(4U, total_ - (1U << bits_))); }
+
+  /// Other arrays, in the same order.
+  void rebuild(std::uint32_t bits, std::uint32_t total) {
     auto hashes = std::make_unique<std::uint32_t[]>(total);
     auto* slots = allocate(total);
     std::uint32_t next = 0;
@@ -243,16 +248,16 @@ class KeyedMap {
     bits_ = bits;
     ++version_;
   }
-
-  [[nodiscard]] bool fits(std::uint32_t bits) const {
-    if (bits > 30) Ombra::fatal("KeyedMap: more entries than it can hold");
+  /// Behind the last entry in arrays with so many bits.
+  [[nodiscard]] std::uint32_t endOf(std::uint32_t bits) const {
     std::uint32_t next = 0;
     for (std::uint32_t i = 0; i < total_; ++i)
       if (hashes_[i] != 0) next = std::max(next, hashes_[i] >> (32 - bits)) + 1;
-    return next < totalOf(bits);
+    return next;
   }
 
-  /// The tail takes what runs over the last bucket. Most sets hold one entry or a few: theirs is no
+  /// The tail takes what runs over the last bucket; more than this only if hashes fall together.
+  /// Most sets hold one entry or a few: theirs is no
   /// longer than the worst case needs.
   static std::uint32_t totalOf(std::uint32_t bits) {
     if (bits <= 2) return (1U << bits) + 2 * (bits - 1);

@@ -1,8 +1,23 @@
 #include "runtime/ValueTraits.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
 
 namespace Vesk {
+namespace {
+
+/// Of two hexadecimal digits.
+char byteOf(std::string_view digits) {
+  unsigned value = 0;
+  const auto [end, error] =
+      std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
+  if (digits.size() != 2 || error != std::errc() || end != digits.data() + 2)
+    throw ParseError(fmt::format("\\x wants two hexadecimal digits, not '{}'", digits));
+  return static_cast<char>(value);
+}
+
+}  // namespace
 
 std::string LeafReader::next() {
   if (done_) throw ParseError("value has too few parts");
@@ -10,8 +25,13 @@ std::string LeafReader::next() {
   if (!rest_.empty() && rest_.front() == '"') {
     std::size_t i = 1;
     for (; i < rest_.size() && rest_[i] != '"'; ++i) {
-      if (rest_[i] == '\\' && i + 1 < rest_.size()) ++i;
-      leaf += rest_[i];
+      const bool isEscape = rest_[i] == '\\' && i + 1 < rest_.size();
+      if (isEscape && rest_[i + 1] == 'x') {
+        leaf += byteOf(rest_.substr(i + 2, 2));
+        i += 3;
+      } else {
+        leaf += rest_[isEscape ? ++i : i];
+      }
     }
     if (i >= rest_.size()) throw ParseError("a quoted text does not end");
     rest_.remove_prefix(i + 1);
@@ -31,13 +51,51 @@ void LeafReader::expectEnd() const {
   if (!done_) throw ParseError(fmt::format("value has too many parts: '{}' is left", rest_));
 }
 
+namespace {
+
+/// Bytes of the character that stands first, if it is whole UTF-8 (RFC 3629) and no control
+/// character; else 0.
+std::size_t printable(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  if (byte(0) < 0x80) return byte(0) < 0x20 || byte(0) == 0x7f ? 0 : 1;
+  const std::size_t size = byte(0) >= 0xf0 ? 4 : byte(0) >= 0xe0 ? 3 : 2;
+  if (byte(0) < 0xc2 || byte(0) > 0xf4 || text.size() < size) return 0;
+  std::uint32_t point = byte(0) & (0xffU >> (size + 1));
+  for (std::size_t i = 1; i < size; ++i) {
+    if ((byte(i) & 0xc0U) != 0x80) return 0;
+    point = point << 6 | (byte(i) & 0x3fU);
+  }
+  constexpr std::uint32_t leastOf[] = {0, 0, 0xa0, 0x800, 0x10000};  // below lie control characters
+  const bool isSurrogate = point >= 0xd800 && point < 0xe000;
+  return point < leastOf[size] || isSurrogate || point > 0x10ffff ? 0 : size;
+}
+
+bool isAllPrintable(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t size = printable(text);
+    if (size == 0) return false;
+    text.remove_prefix(size);
+  }
+  return true;
+}
+
+}  // namespace
+
 std::string quoted(std::string_view text) {
-  if (!text.empty() && text.find_first_of(",[]=\" ") == std::string_view::npos)
+  if (!text.empty() && text.find_first_of(",[]=\" ") == std::string_view::npos &&
+      isAllPrintable(text))
     return std::string(text);
   std::string out = "\"";
-  for (const char c : text) {
+  while (!text.empty()) {
+    const char c = text.front();
     if (c == '"' || c == '\\') out += '\\';
-    out += c;
+    const std::size_t size = printable(text);
+    if (size == 0) {
+      out += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    } else {
+      out += text.substr(0, size);
+    }
+    text.remove_prefix(std::max<std::size_t>(size, 1));
   }
   return out + '"';
 }

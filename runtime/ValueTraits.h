@@ -44,7 +44,8 @@ class LeafReader {
   bool done_ = false;
 };
 
-/// Quotes a free text if it is empty or holds one of , [ ] = " or a blank.
+/// Quotes a free text if it is empty or holds one of , [ ] = " or a blank, or what is no printable
+/// UTF-8: whoever reads a name sees \x1b, and gives it back as that.
 std::string quoted(std::string_view text);
 /// A number of seconds with a dot: "15.0", "inf".
 std::string secondsText(double seconds);

@@ -129,17 +129,51 @@ struct Pipe {
   }
 };
 
-volatile pid_t interrupted = 0;
+/// Sees to it that an interrupt leaves no directory behind: the child ends, what was made for it is
+/// removed, and then the signal takes its course. An agent that stays is ended in order instead,
+/// and the player goes on to report.
+class Interrupts {
+ public:
+  explicit Interrupts(bool isForAgent) : isForAgent_(isForAgent) {
+    child_ = 0;
+    signal_ = 0;
+    forwards_ = isForAgent;
+    struct sigaction action {};
+    action.sa_handler = [](int signal) {
+      signal_ = signal;
+      if (child_ != 0) kill(child_, forwards_ ? signal : SIGKILL);
+    };
+    action.sa_flags = SA_RESTART;
+    for (const int signal : signals)
+      sigaction(signal, &action, nullptr);
+    // A report that nobody reads any more is an error of standard output.
+    std::signal(SIGPIPE, SIG_IGN);
+  }
+  ~Interrupts() {
+    restore();
+    if (signal_ != 0 && !isForAgent_) raise(signal_);
+  }
+  Interrupts(const Interrupts&) = delete;
+  Interrupts& operator=(const Interrupts&) = delete;
 
-/// It is the agent that the user wants to end; the player still has to report.
-void handInterruptsTo(pid_t child) {
-  interrupted = child;
-  struct sigaction action {};
-  action.sa_handler = [](int signal) { kill(interrupted, signal); };
-  action.sa_flags = SA_RESTART;
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-}
+  static void childIs(pid_t child) {
+    child_ = child;
+    if (signal_ != 0) kill(child, forwards_ ? signal_ : SIGKILL);
+  }
+  /// In the child, which is interrupted like any process.
+  static void restore() {
+    for (const int signal : signals)
+      std::signal(signal, SIG_DFL);
+    std::signal(SIGPIPE, SIG_DFL);
+  }
+
+ private:
+  static constexpr std::array signals{SIGINT, SIGTERM, SIGHUP};
+  static inline volatile pid_t child_ = 0;
+  static inline volatile std::sig_atomic_t signal_ = 0;
+  static inline volatile std::sig_atomic_t forwards_ = 0;
+  const bool isForAgent_;
+};
 
 /// What a child leaves behind.
 struct Remains {
@@ -171,7 +205,7 @@ Remains attend(pid_t child, int output, int error, int progress, bool echoesErro
       const std::string_view text(buffer.data(), static_cast<std::size_t>(size));
       if (end.fd == output) {
         std::fwrite(text.data(), 1, text.size(), stdout);
-        std::fflush(stdout);
+        if (std::fflush(stdout) != 0) kill(child, SIGKILL);
       } else if (end.fd == error) {
         remains.standardError += text;
         if (echoesError) std::fwrite(text.data(), 1, text.size(), stderr);
@@ -223,24 +257,28 @@ Outcome runInChild(const Scenario& scenario, const PlayOptions& options, Report&
   if (options.crashAt && scenario.aborts)
     throw InputError(
         fmt::format("{}: ends with an abort, so there is no crash to ask about", scenario.file));
+  const Interrupts interrupts(options.stay);
   const PlayDirectory directory(options.keep, options.resume);
   writeToggles(scenario, directory / "toggles");
   report.fileBegins(scenario);
   std::fflush(stdout);
   std::fflush(stderr);
   Pipe output, error, progress;
+  const pid_t player = getpid();
   const pid_t child = fork();
   if (child < 0) systemFailed("fork");
   if (child == 0) {
-    // A scenario does not outlive its player.
+    Interrupts::restore();
+    // A scenario does not outlive its player, which may have died already.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != player) _exit(statusFailed);
     dup2(output.writeEnd, STDOUT_FILENO);
     dup2(error.writeEnd, STDERR_FILENO);
     playHere(scenario, options, report, directory, progress.writeEnd);
   }
   for (const int end : {output.writeEnd, error.writeEnd, progress.writeEnd})
     close(end);
-  if (options.stay) handInterruptsTo(child);
+  Interrupts::childIs(child);
   // What a long life has to say is wanted at once.
   const bool echoes = !options.traceLevels.empty() || options.stay;
   const Remains remains = attend(child, output.readEnd, error.readEnd, progress.readEnd, echoes);

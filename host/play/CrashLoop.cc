@@ -29,7 +29,7 @@ std::string toText(const MortalStory::Result& result) {
             {"end", result.end},
             {"failures", std::move(failures)}};
   if (result.deadIn) text["deadIn"] = *result.deadIn;
-  return text.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return jsonText(text);
 }
 
 MortalStory::Result fromText(const std::string& text) {

@@ -108,7 +108,7 @@ std::vector<Failure> Matcher::compare(const World& world, const Address& address
 
 void Matcher::entity(const Entity* found, const AddressText& at, const Content& expected) {
   if (expected.kind == Kind::absent) {
-    if (found != nullptr) fail(at.text(), "absent", entityJson(*found).dump());
+    if (found != nullptr) fail(at.text(), "absent", jsonText(entityJson(*found)));
     return;
   }
   if (found == nullptr) return fail(at.text(), expected.said, "absent");
@@ -122,7 +122,8 @@ void Matcher::nothingElse(const Entity& found, const AddressText& at, const Cont
     if (names(expected, *attribute) || attribute->isKey || (at.isPath() && isIdentity(*attribute)))
       continue;
     if (isInitial(found, *attribute)) continue;
-    fail(at.child(*attribute, std::nullopt).text(), "nothing", fieldJson(found, *attribute).dump());
+    fail(at.child(*attribute, std::nullopt).text(), "nothing",
+         jsonText(fieldJson(found, *attribute)));
   }
 }
 
@@ -145,7 +146,7 @@ void Matcher::field(const Entity& holder, const FieldInfo& attribute, const Addr
   }
   if (expected.kind == Kind::absent) {
     if (attribute.count(holder) != 0)
-      fail(at.text(), "nothing", fieldJson(holder, attribute).dump());
+      fail(at.text(), "nothing", jsonText(fieldJson(holder, attribute)));
     return;
   }
   for (const auto& [key, content] : expected.entries)
@@ -154,7 +155,7 @@ void Matcher::field(const Entity& holder, const FieldInfo& attribute, const Addr
   for (const std::string& key : attribute.keys(holder)) {
     const auto same = [&](const auto& named) { return named.first == key; };
     if (std::any_of(expected.entries.begin(), expected.entries.end(), same)) continue;
-    fail(at.entry(attribute, key).text(), "absent", entryJson(holder, attribute, key).dump());
+    fail(at.entry(attribute, key).text(), "absent", jsonText(entryJson(holder, attribute, key)));
   }
 }
 
@@ -191,7 +192,7 @@ void Matcher::entry(const Entity& holder, const FieldInfo& attribute, const std:
   }
   const std::string bytes = attribute.get(holder, key);
   if (expected.kind == Kind::absent)
-    return fail(at.text(), "absent", valueJson(*attribute.valueType, bytes).dump());
+    return fail(at.text(), "absent", jsonText(valueJson(*attribute.valueType, bytes)));
   value(*attribute.valueType, bytes, initial, at.text(), expected);
 }
 

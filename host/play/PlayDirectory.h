@@ -1,8 +1,9 @@
 // The directory of one scenario's run: tables in shm/, what is kept of the state database in
 // database/, toggle files in toggles/, the trace ring in trace/. Owns: the directory, its lock, and
-// everything in it, unless it is kept. Throws: InputError, before anything in the directory has
-// changed, if a live process is at work in it. Caveat: the lock goes over to a forked child and
-// lasts until both are gone.
+// everything in it, unless it is kept; a kept one is known by its marker file. Throws: InputError,
+// before anything in the directory has changed, if a live process is at work in it, if it belongs
+// to another user, or if it holds something and has no marker. Caveat: the lock goes over to a
+// forked child and lasts until both are gone.
 #pragma once
 
 #include <filesystem>
@@ -25,6 +26,7 @@ class PlayDirectory {
 
  private:
   void claim();
+  void mark() const;
   void clear(bool resume) const;
 
   std::filesystem::path path_;

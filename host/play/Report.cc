@@ -18,7 +18,7 @@ void print(const std::string& text) {
 }
 
 void printLine(const Json& document) {
-  print(document.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+  print(jsonText(document) + "\n");
 }
 
 Json failuresJson(const std::vector<Failure>& failures) {

@@ -136,4 +136,8 @@ Json entityJson(const Vesk::Entity& entity) {
   return object;
 }
 
+std::string jsonText(const Json& document, int indent) {
+  return document.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
 }  // namespace Host

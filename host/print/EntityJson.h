@@ -26,5 +26,7 @@ using Json = nlohmann::ordered_json;
 /// One entry of a collection.
 [[nodiscard]] Json entryJson(const Vesk::Entity& entity, const Vesk::FieldInfo& field,
                              std::string_view key);
+/// The document as text, in lines with an indent. Bytes that are no UTF-8 are replaced.
+[[nodiscard]] std::string jsonText(const Json& document, int indent = -1);
 
 }  // namespace Host

@@ -158,12 +158,13 @@ class KilledPlayerTest : public TableFileTest {
 };
 
 TEST_F(KilledPlayerTest, RowsThatLastAreNeverAbsent) {
-  const std::string options = "--keep " + directory_ + " --resume " + story();
+  const std::string kept = directory_ + "/kept";
+  const std::string options = "--keep " + kept + " --resume " + story();
   const auto begun = Clock::now();
   ASSERT_EQ(endOf(start(options)), 0) << report();
   const auto duration = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begun);
 
-  Onlooker onlooker(directory_ + "/shm");
+  Onlooker onlooker(kept + "/shm");
   std::mutex turn;
   std::atomic<bool> isOver = false;
   std::atomic<unsigned> looks = 0;

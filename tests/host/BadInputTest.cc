@@ -28,9 +28,9 @@ constexpr const char* tablePath = "multicast/ipv4/tunnel/forwarding/status";
 
 struct BadInputTest : testing::Test {
   static void expectRefused(const std::string& arguments, const std::string& path,
-                            const std::string& reason) {
+                            const std::string& reason, int status = 2) {
     const Outcome outcome = run(arguments);
-    EXPECT_EQ(outcome.status, 2) << arguments;
+    EXPECT_EQ(outcome.status, status) << arguments;
     EXPECT_THAT(outcome.output, HasSubstr(path)) << arguments;
     EXPECT_THAT(outcome.output, HasSubstr(reason)) << arguments;
     EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 1) << outcome.output;
@@ -69,9 +69,19 @@ TEST_F(BadInputTest, LookingAtWhatIsNoSuchTableIsRefused) {
     fs::remove_all(file);
     fs::copy_file(directory / "sound", file);
   }
-  for (const char* command : {"show", "watch --seconds 0.2"})
-    expectRefused(fmt::format("{} --dir {}/none {}", command, directory.path(), tablePath),
-                  directory / "none", "no such directory");
+  // A wrong directory is not an empty one, and nothing is made in it.
+  const std::string wrong = directory / "wrong", none = directory / "none";
+  fs::create_directories(wrong + "/deep");
+  for (const char* command : {"show", "watch --seconds 0.2", "write"}) {
+    const char* patch = command == std::string("write") ? ":vlanStatus '{10: {}}'" : "";
+    expectRefused(fmt::format("{} --dir {} {}{}", command, none, tablePath, patch), none,
+                  "no such directory", 3);
+    expectRefused(fmt::format("{} --dir {} {}{}", command, wrong, tablePath, patch), wrong,
+                  "no tables here", 3);
+  }
+  EXPECT_TRUE(fs::is_empty(wrong + "/deep") && !fs::exists(none));
+  expectRefused(fmt::format("write --dir {} {}:vlanStatus[10] ' '", kept, tablePath), tablePath,
+                "null deletes");
   expectRefused("trace " + kept, kept, "not a regular file");
   expectRefused("play " + kept, kept, "cannot be read");
 }
@@ -93,14 +103,19 @@ TEST_F(BadInputTest, APlayerThatCannotWriteLeavesNothingHalfMade) {
   EXPECT_THAT(outcome.output, HasSubstr("shared table " + kept));
   EXPECT_THAT(outcome.output, HasSubstr("File too large"));
   for (const auto& entry : fs::recursive_directory_iterator(kept)) {
-    if (entry.is_directory()) continue;
+    if (entry.path().extension() != ".table") continue;
     EXPECT_NO_THROW(TableReader::openAny(entry.path().string()));
   }
 }
 
 TEST_F(BadInputTest, APlayerKeepsItsHandsOffADirectoryInWhichOthersWork) {
+  // Of somebody who has nothing to do with us.
   fs::create_directories(kept + "/shm/other");
   const std::string foreign = kept + "/shm/other/agent.rows.table";
+  std::ofstream(kept + "/shm/precious") << "mine";
+  expectRefused(play(kept), kept, "neither empty nor the directory of a former run");
+  EXPECT_TRUE(fs::exists(kept + "/shm/precious"));
+  std::ofstream(kept + "/.corvane").flush();
   {
     const auto writer = TableWriter::open(foreign, {4, 4, 8, 1});
     expectRefused(play(kept), foreign, fmt::format("process {}", getpid()));
@@ -117,6 +132,22 @@ TEST_F(BadInputTest, APlayerKeepsItsHandsOffADirectoryInWhichOthersWork) {
   const Outcome outcome = run(play(kept));
   EXPECT_EQ(outcome.status, 0) << outcome.output;
   EXPECT_FALSE(fs::exists(foreign));
+}
+
+TEST_F(BadInputTest, AnInterruptLeavesNothingBehind) {
+  const std::string temporary = directory / "tmp";
+  fs::create_directory(temporary);
+  const std::string here = "export TMPDIR=" + temporary;
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    Program player("play --crash-at 0 " + story, here);
+    ASSERT_NE(player.line(), "");
+    player.signal(signal);
+    EXPECT_EQ(player.end().status, -1);
+    EXPECT_TRUE(fs::is_empty(temporary)) << signal;
+  }
+  // A reader of the report that goes away.
+  run("play " + story + " " + story + " | head -n 1", here);
+  EXPECT_TRUE(fs::is_empty(temporary));
 }
 
 }  // namespace

@@ -51,6 +51,20 @@ TEST(StayTest, OtherProcessesWriteWhatItReadsAndReadWhatItWrites) {
   EXPECT_EQ(write("bridging/status:fdbEntry[10,00:00:00:00:10:05]", "Ethernet1").status, 0);
   EXPECT_EQ(watch.lineWith("239.1.1.7"), group + " = 10.0.0.1,232.1.1.7,PimSsm\n");
 
+  // The same file, cut short and then copied over: it is followed again.
+  fs::copy_file(foreign, foreign + ".copy");
+  fs::resize_file(foreign, 0);
+  EXPECT_NE(agent.lineWith("bridging/status: ").find(foreign), std::string::npos);
+  EXPECT_EQ(watch.lineWith("239.1.1.7"), group + " removed\n");
+  fs::copy_file(foreign + ".copy", foreign, fs::copy_options::overwrite_existing);
+  EXPECT_EQ(watch.lineWith("239.1.1.7"), group + " = 10.0.0.1,232.1.1.7,PimSsm\n");
+  // A table of its own that is taken away is made anew, with its rows.
+  const std::string own = directory / ("shm/" + rows + ".vlanStatus.overlayToUnderlay.table");
+  fs::remove(own);
+  EXPECT_NE(agent.lineWith("made anew").find(own), std::string::npos);
+  const Outcome shown = run("show --dir " + directory.path() + " '" + group + "'");
+  EXPECT_NE(shown.output.find("232.1.1.7"), std::string::npos) << shown.output;
+
   agent.signal(SIGINT);
   const Outcome ended = agent.end();
   EXPECT_EQ(ended.status, 0);

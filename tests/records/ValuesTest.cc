@@ -63,6 +63,22 @@ void expectOrder(const std::vector<std::string>& texts) {
   EXPECT_EQ(sorted, texts);
 }
 
+/// Names come from tables that anybody may have written, and are read on terminals and as JSON.
+TEST(ValuesTest, namesAreShownInPrintableTextThatReadsBack) {
+  const std::pair<const char*, const char*> cases[] = {{"caf\xc3\xa9", "caf\xc3\xa9"},
+                                                       {"\x1b[2J", "\"\\x1b[2J\""},
+                                                       {"\xff", "\"\\xff\""},
+                                                       {"\xc2\x9b", "\"\\xc2\\x9b\""},
+                                                       {"\xed\xa0\x80", "\"\\xed\\xa0\\x80\""},
+                                                       {"\xe2\x82", "\"\\xe2\\x82\""},
+                                                       {"a\\x41 ", "\"a\\\\x41 \""}};
+  for (const auto& [name, text] : cases) {
+    EXPECT_EQ(Vesk::textOf(VrfName(name)), text);
+    EXPECT_EQ(Vesk::valueOf<VrfName>(text), VrfName(name)) << text;
+  }
+  EXPECT_THROW(static_cast<void>(Vesk::valueOf<VrfName>("\"\\x4\"")), Vesk::ParseError);
+}
+
 TEST(Values, ScalarsKeepTextAndBytes) {
   expectSame<VlanId>("4094");
   expectSame<ExtendedVlanId>("16383");

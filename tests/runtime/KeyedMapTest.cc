@@ -16,6 +16,29 @@
 
 namespace keyedmaptest {
 
+struct Colliding {
+  std::uint32_t number = 0;
+  auto operator<=>(const Colliding&) const = default;
+};
+
+}  // namespace keyedmaptest
+
+/// All of one hash, which falls into the last bucket of any array.
+template <>
+struct Vesk::Leaf<keyedmaptest::Colliding> {
+  static std::uint64_t hash(const keyedmaptest::Colliding&) {
+    static const std::uint64_t last = [] {
+      std::uint64_t seed = 1;
+      while (mixHash(seed) >> 44 != 0xfffff)
+        ++seed;
+      return seed;
+    }();
+    return last;
+  }
+};
+
+namespace keyedmaptest {
+
 using Map = Vesk::KeyedMap<std::uint16_t, std::uint32_t>;
 
 /// A cursor, and what it still has to visit: every key that was there when it set out and has been
@@ -127,6 +150,22 @@ TEST(KeyedMapTest, aBookmarkThatVanishedResumesAtTheFirstKeyNotSeen) {
   }
   const Map empty;
   EXPECT_TRUE(empty.from(1).atEnd());
+}
+
+/// A remote sender chooses its groups: the arrays must not double with each of them.
+TEST(KeyedMapTest, keysWhoseHashesFallTogetherTakeRoomForThemselvesOnly) {
+  Vesk::KeyedMap<Colliding, std::uint32_t> map;
+  constexpr std::uint32_t count = 2000;
+  for (std::uint32_t i = 0; i < count; ++i)
+    map.insert(Colliding{(i * 7) % count}, i);
+  std::uint32_t expected = 0;
+  for (auto c = map.begin(); !c.atEnd(); c.advance())
+    EXPECT_EQ(c.key().number, expected++);
+  EXPECT_EQ(expected, count);
+  for (std::uint32_t i = 0; i < count; i += 2)
+    EXPECT_TRUE(map.erase(Colliding{i}));
+  EXPECT_FALSE(map.has(Colliding{100}));
+  EXPECT_TRUE(map.has(Colliding{101}));
 }
 
 TEST(KeyedMapTest, readingAtTheEndEndsTheProcess) {

@@ -1,6 +1,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -206,6 +207,24 @@ TEST_F(TraceTest, aRingThatCannotBeMadeNamesItsFile) {
   testing::internal::CaptureStderr();
   EXPECT_FALSE(startRing("x.fl", usual));
   EXPECT_NE(testing::internal::GetCapturedStderr().find("x.fl: No such file"), std::string::npos);
+}
+
+/// What others have laid in the way is not followed, and not written to.
+TEST_F(TraceTest, aRingIsANewFile) {
+  const auto victim = dir / "victim";
+  std::ofstream(victim) << "precious";
+  std::filesystem::create_symlink(victim, dir / "x.fl");
+  std::filesystem::create_symlink(victim, dir / "x.fl.new");
+  EXPECT_TRUE(startRing("x.fl", usual));
+  EXPECT_EQ(std::filesystem::file_size(victim), 8U);
+  EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(dir / "x.fl")));
+  if (geteuid() != 0) return;  // only root can give a directory away
+  std::filesystem::create_directory(dir / "theirs");
+  ASSERT_EQ(chown((dir / "theirs").c_str(), 12345, 12345), 0);
+  Fleetlog::directoryIs(dir / "theirs");
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(startRing("x.fl", usual));
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("not permitted"), std::string::npos);
 }
 
 }  // namespace
