@@ -198,11 +198,14 @@ TEST_F(FollowTest, AWaitEndsByAChangeInAnyOfManyTablesByAFileOrByTime) {
   constexpr int tables = 300;
   const auto pathOf = [&](int i) { return directory + "/" + std::to_string(i) + ".table"; };
   const VeskSharedMem::TableShape shape{2, 2, 16, 5};
+  std::uint16_t value = 0;
   std::vector<std::unique_ptr<VeskSharedMem::TableWriter>> writers;
   std::vector<std::unique_ptr<VeskSharedMem::TableReader>> readers;
   TableWaiter::Watched watched;
   for (int i = 0; i < tables; ++i) {
     writers.push_back(VeskSharedMem::TableWriter::open(pathOf(i), shape));
+    // A first row makes the file larger, which is news of the file.
+    writers.back()->put("ab", &value);
     readers.push_back(VeskSharedMem::TableReader::open(pathOf(i), shape));
     watched.tables.push_back({readers.back().get(), readers.back()->cursor()});
     watched.paths.push_back(pathOf(i));
@@ -221,7 +224,6 @@ TEST_F(FollowTest, AWaitEndsByAChangeInAnyOfManyTablesByAFileOrByTime) {
     later.join();
     return woken;
   };
-  std::uint16_t value = 0;
   for (const int i : {0, 126, 127, 128, 299, 0}) {
     const auto write = [&, i] {
       writers[i]->put("ab", &++value);
