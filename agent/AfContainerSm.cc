@@ -15,6 +15,7 @@ AfContainerSm::AfContainerSm(Pavlin::AddressFamily family, Inputs inputs)
     : af(family), in(std::move(inputs)) {
   handleInit();
   handleGatewayStatus();
+  clearLeftovers();
 }
 
 bool AfContainerSm::snooping() const {
@@ -65,6 +66,18 @@ void AfContainerSm::handleInit() {
     makeForwarderMachines();
     gatewayStatusIs(agent().gatewayESStatus());
   }
+}
+
+void AfContainerSm::clearLeftovers() {
+  bool takesRoutes = false;
+  for (const auto domain : domains) {
+    const auto machine = domainCntrSm(domain);
+    const auto container = in.container->domainContainer(domain);
+    if (container && !machine) container->clearGroupStatus();
+    takesRoutes = takesRoutes || (machine && machine->ingressL3RouteSm());
+  }
+  const auto& requests = in.container->proactiveArpConfig();
+  if (requests && !takesRoutes) requests->requestDelAll();
 }
 
 void AfContainerSm::makeSbdMachine() {

@@ -85,6 +85,8 @@ class AfContainerSm final : public Vesk::Machine {
     Tag::attr(*this).adopt(*this, Tag::id, machine);
   }
   void markNothingToDo();
+  /// Takes back what machines that do not run now left when an earlier life was cut short.
+  void clearLeftovers();
   void addIpTunnelConfigStateMachines();
   void deleteIpTunnelConfigStateMachines();
   void handleGatewayStatus();

@@ -108,6 +108,22 @@ void Agent::doBriskelUnmount(Pavlin::AddressFamily af) {
   }
 }
 
+void Agent::clearLeftovers() {
+  for (const auto af : {noFamily, Pavlin::ipv4(), Pavlin::ipv6()})
+    for (const MountPath& mount : Corvane::mountCatalog()) {
+      // The memberships, which have a group of their own, are not among these.
+      const bool isOutput =
+          mount.mounting == Mounting::startup && mount.access == Corvane::Access::write;
+      if (!isOutput || !applies(mount, af, standbyMode())) continue;
+      askFor(mount, shmem());
+      shmem().cleanup(mount.path);
+      shmem().doUnmount(mount.path);
+    }
+  for (const auto af : Pavlin::families)
+    for (const auto& domain : afContainer(af)->domainContainers())
+      domain->clearGroupStatus();
+}
+
 void Agent::keepMounts(Moment moment, Pavlin::AddressFamily af) {
   for (const MountPath& mount : Corvane::mountCatalog()) {
     if (mount.kept != moment || !applies(mount, af, standbyMode())) continue;

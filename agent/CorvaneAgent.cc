@@ -117,6 +117,7 @@ void Agent::doMountsCompleteAf(Pavlin::AddressFamily af) {
 void Agent::handleStandbyMode() {
   if (auto t = trace.at(8)) t << "handleStandbyMode standbyMode: " << standbyMode();
   if (standbyMode()) return;
+  const bool isStart = !launcherSm();
   launcherSmIs({.vtiStatusDir = vtiStatusDir(),
                 .v4McastStatus = afContainer(Pavlin::ipv4())->mcastStatus(),
                 .v6McastStatus = afContainer(Pavlin::ipv6())->mcastStatus(),
@@ -124,6 +125,7 @@ void Agent::handleStandbyMode() {
                 .evpnStaticStatus = evpnStaticStatus(),
                 .agentStatus = agentStatus(),
                 .corvaneAgent = this});
+  if (isStart && !agentStatus()->running()) clearLeftovers();
 }
 
 void Agent::startup() {

@@ -116,6 +116,9 @@ class Agent final : public Orlane::CAgent, public AgentControl {
   void doSkarelMount();
   void doMountsCompleteAf(Pavlin::AddressFamily af);
   void waitForStages();
+  /// An agent that cannot run at its start takes back what a stop takes back, in case an earlier
+  /// life was cut short in one. Forwarding rows and memberships stay: it may run in a moment.
+  void clearLeftovers();
   void makeMlagFilter();
   void makeGatewayFilter();
   void makeMembershipTable();

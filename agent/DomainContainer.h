@@ -22,6 +22,10 @@ class DomainContainer final : public Vesk::Entity {
   explicit DomainContainer(Inputs inputs);
   const Inputs in;
 
+  /// Takes back the groups of the domain, at a start that has no machines for it: those of a life
+  /// that was cut short.
+  void clearGroupStatus() { encapVlanGroupStatus()->vlanToMulticastGroupDelAll(); }
+
   VESK_VALUE(Irb::Multicast::Domain, domain)
   VESK_VALUE(EncapDecapReadyClient, domainClient)
   VESK_REF(Routing::Multicast::IpTunnelVlanGroupStatus const, decapVlanGroupStatus)
