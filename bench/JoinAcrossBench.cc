@@ -38,11 +38,11 @@ constexpr IpAddr underlayGroup(unsigned number) {
 /// An agent that lives on over a vlan with groups that nobody has joined.
 class Agent {
  public:
-  Agent() : program_("play --keep " + directory_.path() + " --stay " + scenario()) {
+  Agent() : program_("play --keep " + directory_ / "live" + " --stay " + scenario()) {
     if (program_.lineWith("the agent stays").empty())
       throw std::runtime_error("the agent does not stay");
   }
-  [[nodiscard]] std::string tables() const { return directory_ / "shm"; }
+  [[nodiscard]] std::string tables() const { return directory_ / "live/shm"; }
 
  private:
   std::string scenario() {

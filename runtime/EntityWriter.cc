@@ -140,9 +140,8 @@ void EntityWriter::mendFiles() {
   for (OwnFile& file : files_) {
     if (!file.writer->isLost()) continue;
     try {
-      file.writer->abandon();
       std::filesystem::create_directories(std::filesystem::path(file.layout->file).parent_path());
-      file.writer = TableWriter::open(file.layout->file, file.layout->shape);
+      file.writer->makeAnew();
       tableFault(path_, fmt::format("{} was taken away from its writer, and is made anew",
                                     file.layout->file));
     } catch (const std::exception& error) {

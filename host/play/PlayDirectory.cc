@@ -17,6 +17,7 @@
 #include <fmt/format.h>
 
 #include "host/InputError.h"
+#include "runtime/shm/TableClaim.h"
 
 namespace Host {
 namespace {
@@ -44,8 +45,10 @@ std::string holderIn(const fs::path& tables) {
   for (fs::recursive_directory_iterator it(tables, error), end; !error && it != end;
        it.increment(error)) {
     const std::string file = it->path().string();
-    if (const auto holder = VeskSharedMem::TableFile::holderOf(file))
-      return fmt::format("expected no other writer, found process {} holding {}", *holder, file);
+    const auto holder = VeskSharedMem::TableClaim::holderOf(file);
+    if (!holder) continue;
+    const std::string who = *holder == 0 ? "another process" : fmt::format("process {}", *holder);
+    return fmt::format("expected no other writer, found {} holding {}", who, file);
   }
   return {};
 }

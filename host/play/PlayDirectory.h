@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "runtime/shm/TableFile.h"
+#include "runtime/shm/FileDescriptor.h"
 
 namespace Host {
 

@@ -39,7 +39,7 @@ enum class RowState {
 };
 
 inline constexpr std::array<char, 8> kMagic = {'V', 'e', 's', 'k', 'T', 'a', 'b', '\n'};
-inline constexpr uint32_t kFormatVersion = 1;
+inline constexpr uint32_t kFormatVersion = 2;
 inline constexpr uint32_t kByteOrderMark = 0x01020304;
 inline constexpr uint32_t kMaxKeySize = 1U << 12;
 inline constexpr uint32_t kMaxValueSize = 1U << 16;
@@ -69,20 +69,14 @@ struct TableHeader {
   uint32_t rowCount;      // live and corrupt rows
   uint32_t highWater;     // every row number in use is below
   uint32_t indexVersion;  // odd: the index is being rebuilt, scan the rows instead
-  uint32_t writerPid;     // for messages; the claim itself is the kernel's file lock
+  uint32_t writerPid;     // for messages; the claim itself is a lock on another file
   uint64_t writerEpoch;   // changes with each writer
-  std::array<uint64_t, 4> reservedForWriter;
-
-  // Written by sleeping readers too, hence on a cache line of its own.
-  uint32_t wakeWord;
-  uint32_t sleeping;
 };
 static_assert(offsetof(TableHeader, signature) == 16);
 static_assert(offsetof(TableHeader, undoOffset) == 48);
 static_assert(offsetof(TableHeader, journalHead) == 128);
 static_assert(offsetof(TableHeader, writerEpoch) == 152);
-static_assert(offsetof(TableHeader, wakeWord) == 192);
-static_assert(sizeof(TableHeader) == 200);
+static_assert(sizeof(TableHeader) == 160);
 
 // A row's word: bit 0 is "being written", bits 1-2 the state the row had at its last commit, the
 // rest counts the changes. Keeping the old state under the busy bit is what lets anybody tell an

@@ -34,6 +34,7 @@ std::unique_ptr<TableReader> TableReader::openAny(const std::string& path) {
 
 TableReader::TableReader(TableFile file)
     : file_(std::move(file)),
+      bell_(TableBell::forReader(file_.path())),
       layout_(file_.layout()),
       header_(file_.header()),
       scratch_(layout_.payloadSize) {}
@@ -154,7 +155,7 @@ bool TableReader::isCaughtUp(const TableCursor& cursor) const {
 }
 
 TableReader::Bell TableReader::bellBeforeSleep() const {
-  TableHeader* const bell = file_.bell();
+  TableBell::Words* const bell = bell_.words();
   if (bell == nullptr) return {};
   const uint32_t ring = sharedWord(bell->wakeWord).load(std::memory_order_seq_cst);
   sharedWord(bell->sleeping).store(1, std::memory_order_seq_cst);

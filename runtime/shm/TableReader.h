@@ -1,7 +1,7 @@
 // A shared table as other processes see it, with a live writer, a dead one or none.
-// Owns: a mapping that it cannot write through, save the two words that say "I sleep".
+// Owns: a mapping that it cannot write through, and the table's bell.
 // Reads: rows and index while the writer changes them; a row is whole or it is not delivered.
-// Writes: nothing a writer depends on. Caveats: one thread per reader object; the bytes handed
+// Writes: to the bell, that it sleeps. Caveats: one thread per reader object; the bytes handed
 // to a callback are this object's scratch and last until the callback returns.
 #pragma once
 
@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "runtime/shm/TableBell.h"
 #include "runtime/shm/TableFile.h"
 
 namespace VeskSharedMem {
@@ -69,7 +70,6 @@ class TableReader {
   uint32_t size() const;
   const TableShape& shape() const { return layout_.shape; }
   const std::string& path() const { return file_.path(); }
-  bool hasWriter() const { return file_.isClaimed(); }
   // What is mapped is the table that was opened, and not the rest of one that was cut short.
   bool isSound() const { return file_.isSound(); }
   // The path leads elsewhere by now, or what is mapped is not sound.
@@ -95,6 +95,7 @@ class TableReader {
   RowState findByScan(const void* key);
 
   TableFile file_;
+  TableBell bell_;
   TableLayout layout_;
   TableHeader& header_;
   std::vector<std::byte> scratch_;  // the row read last

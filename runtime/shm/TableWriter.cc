@@ -20,7 +20,11 @@ bool isEqual(const void* one, const void* other, size_t size) {
 }  // namespace
 
 std::unique_ptr<TableWriter> TableWriter::open(const std::string& path, const TableShape& shape) {
+  TableClaim claim(path);
+  TableBell bell = TableBell::forWriter(path);
   std::unique_ptr<TableWriter> writer(new TableWriter(TableFile::forWriter(path, shape)));
+  writer->claim_ = std::move(claim);
+  writer->bell_ = std::move(bell);
   writer->recover();
   return writer;
 }
@@ -150,6 +154,10 @@ TableWriter::Place TableWriter::locate(const void* key, uint64_t hash) const {
   return {home, kNoRow};
 }
 
+bool TableWriter::isLost() const {
+  return file_.isReplaced() || !bell_.isSound() || !claim_.isSound();
+}
+
 bool TableWriter::isUsable(uint32_t number) const {
   return number < highWater_ && stateOf(number) != RowWord::kFree;
 }
@@ -246,17 +254,34 @@ void TableWriter::growTo(uint32_t capacity) {
   sharedWord(grown.header().highWater).store(highWater_, std::memory_order_relaxed);
   grown.settleRows();
   grown.file_.takePlace();
-  std::swap(file_, grown.file_);
-  std::swap(layout_, grown.layout_);
-  std::swap(journalHead_, grown.journalHead_);
-  std::swap(homes_, grown.homes_);
-  std::swap(indexVersion_, grown.indexVersion_);
-  std::swap(rowCount_, grown.rowCount_);
-  std::swap(freeRow_, grown.freeRow_);
-  mayHaveCorrupt_ = grown.mayHaveCorrupt_;
+  swapTable(grown);
   // Whoever looks at the old file only sees another epoch, and looks where the name leads.
   sharedWord(grown.header().writerEpoch).fetch_add(1, std::memory_order_release);
-  grown.wakeReaders();
+  wakeReaders();
+}
+
+void TableWriter::makeAnew() {
+  if (!claim_.isSound()) claim_ = TableClaim(path());
+  if (!bell_.isSound()) bell_ = TableBell::forWriter(path());
+  file_.removeName();
+  TableWriter fresh(TableFile::forWriter(path(), shape()));
+  fresh.recover();
+  swapTable(fresh);
+  wakeReaders();
+}
+
+// All but the claim and the bell, which go with the name.
+void TableWriter::swapTable(TableWriter& other) {
+  std::swap(file_, other.file_);
+  std::swap(layout_, other.layout_);
+  std::swap(journalHead_, other.journalHead_);
+  std::swap(highWater_, other.highWater_);
+  std::swap(homes_, other.homes_);
+  std::swap(indexVersion_, other.indexVersion_);
+  std::swap(isReserved_, other.isReserved_);
+  std::swap(rowCount_, other.rowCount_);
+  std::swap(mayHaveCorrupt_, other.mayHaveCorrupt_);
+  std::swap(freeRow_, other.freeRow_);
 }
 
 void TableWriter::copyRow(RowView to, RowView from) {
@@ -397,11 +422,13 @@ void TableWriter::announce(uint32_t number) {
 
 // The fence pairs with the one in the reader: either we see that it sleeps or it sees our change.
 void TableWriter::wakeReaders() {
+  TableBell::Words* const bell = bell_.words();
+  if (bell == nullptr) return;
   std::atomic_thread_fence(std::memory_order_seq_cst);
-  if (sharedWord(header().sleeping).load(std::memory_order_relaxed) == 0) return;
-  sharedWord(header().sleeping).store(0, std::memory_order_seq_cst);
-  sharedWord(header().wakeWord).fetch_add(1, std::memory_order_seq_cst);
-  syscall(SYS_futex, &header().wakeWord, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+  if (sharedWord(bell->sleeping).load(std::memory_order_relaxed) == 0) return;
+  sharedWord(bell->sleeping).store(0, std::memory_order_seq_cst);
+  sharedWord(bell->wakeWord).fetch_add(1, std::memory_order_seq_cst);
+  syscall(SYS_futex, &bell->wakeWord, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
 }
 
 }  // namespace VeskSharedMem

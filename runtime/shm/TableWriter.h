@@ -1,5 +1,5 @@
 // The one process that changes a shared table: puts, erases, repairs on opening.
-// Owns: the claim on the file while it lives, and the list of free rows.
+// Owns: the claim on the table while it lives, and the list of free rows.
 // Reads: what an earlier writer left behind, however that ended.
 // Writes: rows, index, journal and counts, in an order that leaves every row old or new at any
 // instant; see docs/shared-tables.md. Caveats: one thread at a time. What another process scribbles
@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "runtime/shm/TableBell.h"
+#include "runtime/shm/TableClaim.h"
 #include "runtime/shm/TableFile.h"
 
 namespace VeskSharedMem {
@@ -46,10 +48,12 @@ class TableWriter {
   // The end of a batch: rouses the readers that sleep. One system call at most, none usually.
   void wakeReaders();
 
-  // Others have removed, replaced or cut short the file: nobody sees what is put here.
-  bool isLost() const { return file_.isReplaced(); }
-  // A file that is still under its name loses that, so that another one can be made.
-  void abandon() const { file_.removeName(); }
+  // Others have removed, replaced or cut short the file, or its bell: nobody sees what is put here,
+  // or nobody hears of it.
+  bool isLost() const;
+  // Puts another file there, and claims it again if need be; a table that others have put there is
+  // taken over with its rows. Throws TableError, and all is as before.
+  void makeAnew();
 
   uint32_t size() const { return rowCount_; }
   uint32_t capacity() const { return layout_.shape.capacity; }
@@ -63,9 +67,11 @@ class TableWriter {
   };
   static constexpr uint32_t kNoRow = UINT32_MAX;
 
+  // Neither claims nor rings.
   explicit TableWriter(TableFile file);
 
   TableHeader& header() const { return file_.header(); }
+  void swapTable(TableWriter& other);
   void recover();
   void undoUnfinished();
   void clearIndex();
@@ -94,6 +100,8 @@ class TableWriter {
   void beginIndexRebuild();
   void endIndexRebuild();
 
+  TableClaim claim_;
+  TableBell bell_;
   TableFile file_;
   TableLayout layout_;
   uint64_t journalHead_;

@@ -97,7 +97,6 @@ void readAll(TableReader& reader, TableCursor cursor) {
     rows[text(key, own.keySize)] = {text(bytes, own.valueSize), false};
   };
   static_cast<void>(reader.size());
-  static_cast<void>(reader.hasWriter());
   static_cast<void>(reader.isReplaced());
   reader.forEach(note);
   reader.forEach(note, TableReader::Check::checksum);

@@ -83,7 +83,7 @@ class SharedEntityTest : public testing::Test {
   std::map<std::string, std::uint32_t> rows() const {
     std::map<std::string, std::uint32_t> sizes;
     for (const auto& file : std::filesystem::recursive_directory_iterator(directory))
-      if (file.is_regular_file())
+      if (file.path().extension() == ".table")
         sizes[file.path().filename().string()] =
             VeskSharedMem::TableReader::openAny(file.path())->size();
     return sizes;

@@ -121,7 +121,7 @@ TEST_F(TableFileTest, MalformedFilesAreErrorsThatNameTheDifference) {
       {"file length", [](std::string& file) { file.pop_back(); }},
       {"file length", [](std::string& file) { file += 'x'; }},
       {"magic", number(0, 0x464c457f)},
-      {"format version 1, found 2", number(8, 2)},
+      {"format version 2, found 1", number(8, 1)},
       {"byte order", number(12, 0x04030201)},
       {"signature", number(16, 1)},
       {"key size 10, found 11", number(24, 11)},
@@ -216,7 +216,8 @@ TEST_F(TableFileTest, ReadersFollowTheJournalAndLearnWhenTheyFellBehind) {
   EXPECT_FALSE(reader->isReplaced());
   std::filesystem::remove(path_);
   EXPECT_TRUE(reader->isReplaced());
-  const auto second = TableWriter::open(path_, kShape);
+  EXPECT_TRUE(writer->isLost());
+  writer->makeAnew();
   EXPECT_EQ(TableReader::open(path_, kShape)->changesSince(cursor, [](auto...) {}),
             TableReader::Changes::overrun);
 }
@@ -236,6 +237,48 @@ TEST_F(TableFileTest, ASleepingReaderIsRousedAtTheEndOfABatch) {
     sleeper.join();
     ASSERT_TRUE(isRoused);
   }
+}
+
+TEST_F(TableFileTest, ReadersOfAnotherUserSleepAndCannotHoldUpTheWriter) {
+  if (geteuid() != 0) GTEST_SKIP() << "another user is there for root only";
+  const mode_t before = umask(0077);  // that of a service
+  auto writer = TableWriter::open(path_, kShape);
+  umask(before);
+  ASSERT_EQ(chmod(path_.c_str(), 0644) | chmod(directory_.c_str(), 0755), 0);
+  std::array<int, 2> ready{};
+  ASSERT_EQ(pipe(ready.data()), 0);
+  const pid_t stranger = forkChild([&] {
+    writer.reset();
+    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(2);
+    // Locks all that it can open.
+    for (const char* const name : {"", ".lock", ".wake"}) {
+      struct flock lock {};
+      lock.l_type = F_RDLCK;
+      fcntl(open((path_ + name).c_str(), O_RDONLY), F_OFD_SETLK, &lock);
+    }
+    const auto reader = TableReader::open(path_, kShape);
+    const TableCursor cursor = reader->cursor();
+    const bool canSleep = reader->bellBeforeSleep().word != nullptr;
+    if (write(ready[1], "x", 1) != 1) _exit(3);
+    const bool isRoused = reader->waitForChange(cursor, std::chrono::seconds(10));
+    _exit(canSleep && isRoused ? 0 : 1);
+  });
+  char byte = 0;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  writer.reset();
+  writer = TableWriter::open(path_, kShape);
+  EXPECT_THAT(errorOf([&] { TableWriter::open(path_, kShape); }),
+              HasSubstr("found process " + std::to_string(getpid()) + " holding it"));
+  EXPECT_EQ(exitStatus(stranger), 0);
+
+  // Without the files beside it a table is lost to others, and its writer makes them anew.
+  for (const char* const name : {".lock", ".wake"}) {
+    EXPECT_FALSE(writer->isLost());
+    std::filesystem::remove(path_ + name);
+    EXPECT_TRUE(writer->isLost()) << name;
+    writer->makeAnew();
+  }
+  EXPECT_FALSE(errorOf([&] { TableWriter::open(path_, kShape); }).empty());
 }
 
 }  // namespace
