@@ -47,6 +47,11 @@ if(TARGET corvane)
   endforeach()
   # What the program tells of itself is what the scenarios show.
   corvane_scenario_test(wiring scripts/wiring $<TARGET_FILE:corvane>)
+  # A reader in another language agrees with the program on all tables that the scenarios leave.
+  if(NOT CORVANE_SANITIZE)
+    corvane_scenario_test(foreign-reader
+        tests/foreign/read_tables.py $<TARGET_FILE:corvane> ${scenario_files})
+  endif()
   # Every item a slice: the agent dies in the middle of its walks as well.
   corvane_scenario_test(scenario.fabric.crashes.slice1
       scripts/play-sliced $<TARGET_FILE:corvane> scenarios/fabric.yaml --crash-at 0)

@@ -10,6 +10,7 @@
 #include "host/InputError.h"
 #include "host/Wiring.h"
 #include "host/print/EntityJson.h"
+#include "host/print/RecordJson.h"
 #include "runtime/Reflect.h"
 
 namespace Host {
@@ -20,85 +21,34 @@ using Vesk::FieldKind;
 using Vesk::RecordType;
 using Vesk::ValueType;
 
-std::string_view storeText(Corvane::Store store) {
-  switch (store) {
-    case Corvane::Store::stateDb:
-      return "state database";
-    case Corvane::Store::briskel:
-      return "briskel";
-    case Corvane::Store::skarel:
-      return "skarel";
-  }
-  return "?";
-}
-
-std::string_view accessText(const Corvane::MountPath& mount) {
-  if (mount.mounting == Corvane::Mounting::never) return "not mounted";
-  return mount.access == Corvane::Access::write ? "write" : "read";
-}
-
-/// The machines at one end of the wires of a mount.
-std::vector<std::string_view> machinesAt(const Corvane::MountPath& mount, Wire wire) {
-  std::vector<std::string_view> machines;
-  for (const WiringFact& fact : wiring())
-    if (fact.end == mount.path && fact.wire == wire) machines.push_back(fact.machine);
-  return machines;
-}
-
-/// The type of an attribute's values, with the members of composites.
-std::string valueText(const ValueType& type) {
-  std::string text = type.name();
-  if (type.fields().empty()) return text;
-  text += " {";
+/// What its bytes are: "21 bytes: u32 qualifier, Pavlin::IpGenAddr vtep".
+std::string layoutText(const ValueType& type) {
+  std::string text = fmt::format("{} byte{}", type.byteSize(), type.byteSize() == 1 ? "" : "s");
   for (const auto& member : type.fields())
-    text += fmt::format("{}{}{} {}", &member == &type.fields().front() ? "" : ", ",
+    text += fmt::format("{}{}{} {}", &member == &type.fields().front() ? ": " : ", ",
                         member.isKey ? "key " : "", member.type->name(), member.name);
-  return text + "}";
+  if (type.fields().empty()) text += fmt::format(", {}", type.form());
+  for (const auto& known : type.enumerators())
+    text += fmt::format("{}{} {}", &known == &type.enumerators().front() ? ": " : ", ",
+                        known.number, known.name);
+  return text;
 }
 
 std::string typeText(const FieldInfo& field) {
   switch (field.kind) {
     case FieldKind::value:
-      return valueText(*field.valueType);
+      return field.valueType->name();
     case FieldKind::reference:
     case FieldKind::instance:
       return fmt::format("{}{}", field.targetType().name(), field.isConst ? " const" : "");
     case FieldKind::valueSet:
-      return valueText(*field.keyType);
+      return field.keyType->name();
     case FieldKind::valueMap:
-      return fmt::format("{} -> {}", field.keyType->name(), valueText(*field.valueType));
+      return fmt::format("{} -> {}", field.keyType->name(), field.valueType->name());
     case FieldKind::instanceMap:
       return fmt::format("{} -> {}", field.keyType->name(), field.targetType().name());
   }
   return {};
-}
-
-Json typeJson(const RecordType& type) {
-  Json attributes = Json::array();
-  for (const FieldInfo* field : type.fields()) {
-    Json attribute{{"name", field->name},
-                   {"kind", field->isKey ? "key" : Vesk::kindText(field->kind)}};
-    if (field->keyType != nullptr) attribute["keyType"] = field->keyType->name();
-    if (field->valueType != nullptr) attribute["valueType"] = field->valueType->name();
-    if (field->targetType != nullptr) attribute["targetType"] = field->targetType().name();
-    if (field->capacity != 0) attribute["capacity"] = field->capacity;
-    attributes.push_back(std::move(attribute));
-  }
-  Json mounts = Json::array();
-  for (const auto& mount : Corvane::mountCatalog()) {
-    if (mount.type != type.name()) continue;
-    Json entry{
-        {"path", mount.path}, {"store", storeText(mount.store())}, {"access", accessText(mount)}};
-    if (mount.condition != Corvane::Condition::always)
-      entry["condition"] = Corvane::conditionText(mount.condition);
-    entry["readBy"] = machinesAt(mount, Wire::reads);
-    entry["writtenBy"] = machinesAt(mount, Wire::writes);
-    mounts.push_back(std::move(entry));
-  }
-  return {{"type", type.name()},
-          {"machine", type.isMachine()},
-          {"attributes", attributes},
-          {"mounts", mounts}};
 }
 
 void printMount(const Corvane::MountPath& mount) {
@@ -122,7 +72,10 @@ void printType(const RecordType& type, const Style& style) {
   for (const FieldInfo* field : type.fields())
     fmt::print("  {:<{}}  {:<9}  {}{}\n", field->name, nameWidth,
                field->isKey ? "key" : Vesk::kindText(field->kind), typeText(*field),
-               field->capacity == 0 ? "" : fmt::format("  (at most {} rows)", field->capacity));
+               field->capacity == 0 ? "" : fmt::format("  (sized for {} rows)", field->capacity));
+  for (const ValueType* values : valueTypesOf(type))
+    if (values->byteSize() != 0)
+      fmt::print("  {}\n", style.in(Ink::faint, values->name() + ": " + layoutText(*values)));
   fmt::print("\n");
 }
 
@@ -149,7 +102,7 @@ int recordsCommand(const std::string& name, Audience audience) {
   }
   Json list = Json::array();
   for (const RecordType* type : types)
-    list.push_back(typeJson(*type));
+    list.push_back(recordJson(*type));
   fmt::print("{}\n", jsonText(list, 2));
   return 0;
 }

@@ -29,18 +29,12 @@ namespace Vesk {
 /// A leaf that reads names and numbers and prints numbers.
 template <class E>
 struct NumericEnumLeaf : PlainLeaf<E> {
-  using Number = std::underlying_type_t<E>;
   static std::string typeName() { return std::string(EnumNames<E>::name); }
-  static std::string text(E value) { return fmt::format("{}", static_cast<Number>(value)); }
-  static E fromText(const std::string& text) {
-    for (const auto& known : EnumNames<E>::values)
-      if (known.text == text) return known.value;
-    Number number{};
-    const char* const last = text.data() + text.size();
-    const auto [end, error] = std::from_chars(text.data(), last, number);
-    if (error != std::errc{} || end != last) throwNotA(typeName(), text);
-    return static_cast<E>(number);
+  static constexpr std::string_view form = "unsigned";
+  static std::string text(E value) {
+    return fmt::format("{}", static_cast<std::underlying_type_t<E>>(value));
   }
+  static E fromText(const std::string& text) { return enumOf<E>(text); }
   static std::uint64_t hash(E value) { return mixHash(static_cast<std::uint64_t>(value)); }
 };
 

@@ -178,6 +178,11 @@ void EntityWriter::wakeReaders() {
     if (std::exchange(file.isDirty, false)) file.writer->wakeReaders();
 }
 
+void EntityWriter::signOff() {
+  for (OwnFile& file : files_)
+    file.writer->signOff();
+}
+
 void EntityWriter::markRow(const Vesk::Entity& holder, const FieldInfo& field, std::string_view key,
                            bool corrupt) {
   const Node* node = find(holder);

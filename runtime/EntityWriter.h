@@ -41,6 +41,8 @@ class EntityWriter final : public Vesk::TreeObserver {
   void addTo(TableWaiter::Watched& watched) const;
   /// The end of a batch. Rows that wait are tried again.
   void wakeReaders();
+  /// The writer's name comes off the files.
+  void signOff();
 
  private:
   struct OwnFile {

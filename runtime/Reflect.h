@@ -23,12 +23,20 @@ class ValueType {
     const ValueType* type;
     bool isKey;
   };
+  struct Enumerator {
+    std::string_view name;
+    std::uint64_t number;
+  };
   virtual ~ValueType() = default;
   [[nodiscard]] const std::string& name() const { return name_; }
+  /// "composite", or the form of a scalar's bytes and text.
+  [[nodiscard]] std::string_view form() const { return form_; }
   /// Bytes of every value, 0 if they differ in size.
   [[nodiscard]] std::size_t byteSize() const { return byteSize_; }
   /// Members of a composite; empty for a scalar.
   [[nodiscard]] const std::vector<Field>& fields() const { return fields_; }
+  /// Known values of an enumeration; empty for any other type.
+  [[nodiscard]] const std::vector<Enumerator>& enumerators() const { return enumerators_; }
   /// True for the rows of a collection, which hold their own key.
   [[nodiscard]] bool hasKey() const;
   [[nodiscard]] virtual std::string text(std::string_view bytes, bool withKey = true) const = 0;
@@ -41,11 +49,14 @@ class ValueType {
   [[nodiscard]] virtual std::vector<std::string> split(std::string_view bytes) const = 0;
 
  protected:
-  ValueType(std::string name, std::size_t byteSize) : name_(std::move(name)), byteSize_(byteSize) {}
+  ValueType(std::string name, std::string_view form, std::size_t byteSize)
+      : name_(std::move(name)), form_(form), byteSize_(byteSize) {}
   std::vector<Field> fields_;
+  std::vector<Enumerator> enumerators_;
 
  private:
   std::string name_;
+  std::string_view form_;
   std::size_t byteSize_;
 };
 
@@ -163,11 +174,14 @@ extern const RecordRegistration registrationOf;
 template <class T>
 class ValueTypeOf final : public ValueType {
  public:
-  ValueTypeOf() : ValueType(typeNameOf<T>(), byteSizeOf<T>()) {
+  ValueTypeOf() : ValueType(typeNameOf<T>(), formOf(), byteSizeOf<T>()) {
     if constexpr (Composite<T>)
       forEachMember<T>([&]<class M>(Member<T, M> member) {
         fields_.push_back({std::string(member.name), &Vesk::valueType<M>(), member.isKey});
       });
+    if constexpr (std::is_enum_v<T>)
+      for (const auto& known : EnumNames<T>::values)
+        enumerators_.push_back({known.text, static_cast<std::uint64_t>(known.value)});
   }
   std::string text(std::string_view bytes, bool withKey) const override {
     return textOf(fromBytes<T>(bytes), withKey);
@@ -193,6 +207,13 @@ class ValueTypeOf final : public ValueType {
   }
 
  private:
+  static constexpr std::string_view formOf() {
+    if constexpr (Composite<T>) {
+      return "composite";
+    } else {
+      return Leaf<T>::form;
+    }
+  }
   static std::string made(const T& value) {
     std::string out;
     toBytes(value, out);

@@ -45,20 +45,16 @@ std::vector<const FieldInfo*> rowValues(const RecordType& type) {
   return values;
 }
 
-/// The layout in words; its hash tells one layout from another.
-std::uint64_t signatureOf(const RowFile& file) {
-  std::string words;
-  for (const FieldInfo* field : file.chain)
-    words +=
-        fmt::format("{}:{}:{};", field->name, field->keyType->name(), field->keyType->byteSize());
-  const auto add = [&](const FieldInfo* field) {
-    words += fmt::format("{}={}:{};", field->name, field->valueType->name(),
-                         field->valueType->byteSize());
-  };
-  if (!file.chain.empty() && file.chain.back()->kind == FieldKind::valueMap) add(file.chain.back());
-  for (const FieldInfo* field : file.values)
-    add(field);
-  return Vesk::hashBytes(words);
+/// A value type in words: name and size, then the members of a composite, or the enumerators.
+std::string wordsOf(const Vesk::ValueType& type) {
+  std::string words = fmt::format("{}:{}", type.name(), type.byteSize());
+  if (type.fields().empty() && type.enumerators().empty()) return words;
+  words += '{';
+  for (const auto& member : type.fields())
+    words += fmt::format("{}={};", member.name, wordsOf(*member.type));
+  for (const auto& known : type.enumerators())
+    words += fmt::format("{}={};", known.name, known.number);
+  return words + '}';
 }
 
 void finish(RowFile& file, const std::string& directory, const std::string& path,
@@ -75,7 +71,9 @@ void finish(RowFile& file, const std::string& directory, const std::string& path
   file.shape = {.keySize = static_cast<std::uint32_t>(file.chain.empty() ? 1 : keySize),
                 .valueSize = static_cast<std::uint32_t>(valueSize),
                 .capacity = capacity,
-                .signature = signatureOf(file)};
+                .signature = 0};
+  const std::string layout = file.layoutText();
+  file.shape.signature = hashBytes(layout.data(), layout.size());
   file.limit = file.chain.empty() ? 1 : limitOf(path, capacity);
 }
 
@@ -192,6 +190,17 @@ std::string RowFile::keyText(std::string_view key) const {
     key.remove_prefix(size);
   }
   return text;
+}
+
+std::string RowFile::layoutText() const {
+  std::string words;
+  for (const FieldInfo* field : chain)
+    words += fmt::format("{}:{};", field->name, wordsOf(*field->keyType));
+  if (!chain.empty() && chain.back()->kind == FieldKind::valueMap)
+    words += fmt::format("{}={};", chain.back()->name, wordsOf(*chain.back()->valueType));
+  for (const FieldInfo* field : values)
+    words += fmt::format("{}={};", field->name, wordsOf(*field->valueType));
+  return words;
 }
 
 std::string RowFile::valuesOf(const Vesk::Entity& entity) const {

@@ -32,6 +32,8 @@ struct RowFile {
   TableShape shape;                            ///< its capacity is where a new file begins
   std::uint32_t limit = 1;                     ///< of rows, to which the file may grow
 
+  /// The layout in words, of which the signature in a file's header is the hash.
+  [[nodiscard]] std::string layoutText() const;
   /// Of its rows, from the root: ".vlan.group", or ".values".
   [[nodiscard]] std::string name() const;
   /// A row's key as messages name it: "[10][239.1.1.1]".

@@ -193,6 +193,11 @@ void EntityManager::wakeReaders() {
     if (EntityWriter* const writer = table->writer()) writer->wakeReaders();
 }
 
+void EntityManager::signOff() {
+  for (const auto& [path, table] : tables_)
+    if (EntityWriter* const writer = table->writer()) writer->signOff();
+}
+
 std::string EntityManager::pathOf(const Vesk::Entity& entity) const {
   for (const auto& [path, table] : tables_)
     if (table->holds(entity)) return path;

@@ -119,6 +119,9 @@ class EntityManager {
   /// The end of a batch: rouses the processes that sleep on tables which this one has changed.
   void wakeReaders();
 
+  /// The process ends in order, though without destructors: it is not named as a writer any more.
+  void signOff();
+
   /// Path of the table that holds this entity; empty if none does.
   [[nodiscard]] std::string pathOf(const Vesk::Entity& entity) const;
   /// Marks a row damaged, or takes the mark away, in the entity and in its file.

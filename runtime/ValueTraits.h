@@ -61,6 +61,23 @@ struct EnumName {
   std::string_view text;
 };
 
+/// The value of a name or a number, which need not be that of a known value. Throws ParseError,
+/// which lists the names.
+template <class E>
+[[nodiscard]] E enumOf(std::string_view text) {
+  std::string names;
+  for (const auto& known : EnumNames<E>::values) {
+    if (known.text == text) return known.value;
+    names += fmt::format("{}{}", names.empty() ? "" : ", ", known.text);
+  }
+  std::underlying_type_t<E> number{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc{} || end != text.data() + text.size() || text.empty())
+    throw ParseError(
+        fmt::format("'{}' is not a {}: {}, or a number", text, EnumNames<E>::name, names));
+  return static_cast<E>(number);
+}
+
 template <class E>
 [[nodiscard]] std::string enumText(E value) {
   for (const auto& known : EnumNames<E>::values)
@@ -112,6 +129,7 @@ constexpr void forEachMember(F&& f) {
 template <class T>
 concept SelfDescribed = requires(const T& value, char* out, const char* in) {
   { T::typeName } -> std::convertible_to<std::string_view>;
+  { T::form } -> std::convertible_to<std::string_view>;
   { T::byteSize } -> std::convertible_to<std::size_t>;
   { value.text() } -> std::convertible_to<std::string>;
   { T::fromText(std::string_view{}) } -> std::same_as<T>;
@@ -120,12 +138,15 @@ concept SelfDescribed = requires(const T& value, char* out, const char* in) {
   { value.hash() } -> std::convertible_to<std::uint64_t>;
 };
 
+/// What every leaf says of its type: name, size, and the form of its bytes and its text, by which
+/// programs in other languages read it (docs/shared-tables.md lists the forms).
 template <class T>
 struct Leaf;
 
 template <SelfDescribed T>
 struct Leaf<T> {
   static std::string typeName() { return std::string(T::typeName); }
+  static constexpr std::string_view form = T::form;
   static constexpr std::size_t byteSize = T::byteSize;
   static std::string text(const T& value) { return value.text(); }
   static T fromText(const std::string& text) { return T::fromText(text); }
@@ -160,6 +181,7 @@ struct PlainLeaf {
 template <class T>
 requires std::is_unsigned_v<T> &&(!std::is_same_v<T, bool>)struct Leaf<T> : PlainLeaf<T> {
   static std::string typeName() { return fmt::format("u{}", 8 * sizeof(T)); }
+  static constexpr std::string_view form = "unsigned";
   static std::string text(T value) { return fmt::format("{}", value); }
   static T fromText(const std::string& text) {
     T value{};
@@ -173,6 +195,7 @@ requires std::is_unsigned_v<T> &&(!std::is_same_v<T, bool>)struct Leaf<T> : Plai
 template <>
 struct Leaf<bool> : PlainLeaf<bool> {
   static std::string typeName() { return "bool"; }
+  static constexpr std::string_view form = "bool";
   static std::string text(bool value) { return value ? "true" : "false"; }
   static bool fromText(const std::string& text) {
     if (text != "true" && text != "false") throwNotA("bool", text);
@@ -184,6 +207,7 @@ struct Leaf<bool> : PlainLeaf<bool> {
 template <>
 struct Leaf<double> : PlainLeaf<double> {
   static std::string typeName() { return "seconds"; }
+  static constexpr std::string_view form = "seconds";
   static std::string text(double value) { return secondsText(value); }
   static double fromText(const std::string& text);
   static std::uint64_t hash(double value) { return mixHash(std::bit_cast<std::uint64_t>(value)); }
@@ -194,6 +218,7 @@ template <>
 struct Leaf<std::string> {
   static constexpr std::size_t byteSize = 0;
   static std::string typeName() { return "string"; }
+  static constexpr std::string_view form = "text";
   static std::string text(const std::string& value) { return Vesk::quoted(value); }
   static std::string fromText(const std::string& text) { return text; }
   static void toBytes(const std::string& value, std::string& out) {
@@ -214,16 +239,9 @@ template <class E>
 requires std::is_enum_v<E>
 struct Leaf<E> : PlainLeaf<E> {
   static std::string typeName() { return std::string(EnumNames<E>::name); }
+  static constexpr std::string_view form = "enumeration";
   static std::string text(E value) { return enumText(value); }
-  static E fromText(const std::string& text) {
-    for (const auto& known : EnumNames<E>::values)
-      if (known.text == text) return known.value;
-    std::underlying_type_t<E> number{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size() || text.empty())
-      throwNotA(typeName(), text);
-    return static_cast<E>(number);
-  }
+  static E fromText(const std::string& text) { return enumOf<E>(text); }
   static std::uint64_t hash(E value) { return mixHash(static_cast<std::uint64_t>(value)); }
 };
 
@@ -232,6 +250,7 @@ template <class T>
 struct Leaf<std::optional<T>> {
   using Absent = std::optional<T>;
   static constexpr std::size_t byteSize = 0;
+  static constexpr std::string_view form = "optional";
   static std::string typeName();
   static std::string text(const Absent& value);
   static void toBytes(const Absent& value, std::string& out);

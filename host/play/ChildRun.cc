@@ -115,6 +115,7 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
   }
   std::fflush(stdout);
   std::fflush(stderr);
+  VeskSharedMem::EntityManager::getEntityManager()->signOff();
   _exit(status);
 }
 

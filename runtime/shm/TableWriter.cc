@@ -37,6 +37,10 @@ TableWriter::TableWriter(TableFile file)
       indexVersion_(file_.header().indexVersion) {}
 
 TableWriter::~TableWriter() {
+  signOff();
+}
+
+void TableWriter::signOff() {
   // A forked child that drops its copy must not take the name off its parent's claim.
   const auto pid = static_cast<uint32_t>(getpid());
   if (header().writerPid == pid) sharedWord(header().writerPid).store(0);

@@ -55,6 +55,9 @@ class TableWriter {
   // taken over with its rows. Throws TableError, and all is as before.
   void makeAnew();
 
+  // The writer's name comes off the file, at an end in order.
+  void signOff();
+
   uint32_t size() const { return rowCount_; }
   uint32_t capacity() const { return layout_.shape.capacity; }
   const TableShape& shape() const { return layout_.shape; }

@@ -52,6 +52,7 @@ inline std::ostream& operator<<(std::ostream& out, AddressFamily af) {
 class IpAddr {
  public:
   static constexpr std::string_view typeName = "Pavlin::IpAddr";
+  static constexpr std::string_view form = "ipv4";
   static constexpr std::size_t byteSize = 4;
 
   constexpr IpAddr() = default;
@@ -80,6 +81,7 @@ class IpAddr {
 class Ip6Addr {
  public:
   static constexpr std::string_view typeName = "Pavlin::Ip6Addr";
+  static constexpr std::string_view form = "ipv6";
   static constexpr std::size_t byteSize = 16;
   using Bytes = std::array<std::uint8_t, 16>;
 
@@ -112,6 +114,7 @@ class Ip6Addr {
 class IpGenAddr {
  public:
   static constexpr std::string_view typeName = "Pavlin::IpGenAddr";
+  static constexpr std::string_view form = "address";
   static constexpr std::size_t byteSize = 17;
 
   constexpr IpGenAddr() = default;
@@ -170,6 +173,7 @@ class IpGenAddr {
 class EthAddr {
  public:
   static constexpr std::string_view typeName = "Pavlin::EthAddr";
+  static constexpr std::string_view form = "mac";
   static constexpr std::size_t byteSize = 6;
   using Bytes = std::array<std::uint8_t, 6>;
 

@@ -13,6 +13,7 @@ class IntfId {
  public:
   static constexpr std::string_view typeName = "Pavlin::IntfId";
   static constexpr std::size_t maxLength = 31;
+  static constexpr std::string_view form = "name";
   static constexpr std::size_t byteSize = 1 + maxLength;
 
   /// No interface.

@@ -23,6 +23,7 @@ class NumberValue {
  public:
   /// What a constructor takes: wide enough that a number too great arrives whole at the check.
   using Wide = std::conditional_t<(sizeof(Rep) < sizeof(std::uint32_t)), std::uint32_t, Rep>;
+  static constexpr std::string_view form = "unsigned";
   static constexpr std::size_t byteSize = sizeof(Rep);
 
   [[nodiscard]] constexpr Rep value() const { return value_; }

@@ -11,6 +11,7 @@ namespace Routing::Multicast {
 template <class Self>
 class WrappedAddr {
  public:
+  static constexpr std::string_view form = "address";
   static constexpr std::size_t byteSize = Pavlin::IpGenAddr::byteSize;
 
   [[nodiscard]] constexpr const Pavlin::IpGenAddr& genAddr() const { return addr_; }

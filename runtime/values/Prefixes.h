@@ -54,6 +54,7 @@ class IpGenPrefixBase {
 class IpGenPrefix : public IpGenPrefixBase {
  public:
   static constexpr std::string_view typeName = "Pavlin::IpGenPrefix";
+  static constexpr std::string_view form = "prefix";
   static constexpr std::size_t byteSize = IpGenAddr::byteSize + 1;
 
   constexpr IpGenPrefix() = default;
@@ -86,6 +87,7 @@ class AddrPrefix {
  public:
   static constexpr bool isV4 = std::is_same_v<Addr, IpAddr>;
   static constexpr std::string_view typeName = isV4 ? "Pavlin::IpPrefix" : "Pavlin::Ip6Prefix";
+  static constexpr std::string_view form = isV4 ? "ipv4Prefix" : "ipv6Prefix";
   static constexpr std::size_t byteSize = Addr::byteSize + 1;
 
   constexpr AddrPrefix() = default;

@@ -13,6 +13,7 @@ class VrfName {
  public:
   static constexpr std::string_view typeName = "L3::VrfName";
   static constexpr std::size_t maxLength = 100;
+  static constexpr std::string_view form = "name";
   static constexpr std::size_t byteSize = 1 + maxLength;
 
   constexpr VrfName() = default;
