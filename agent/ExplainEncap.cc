@@ -19,7 +19,9 @@ class Chain {
 
   void tell(const DomainContainerSm& sm) {
     const auto container = sm.domainContainer();
-    if (mapped(sm) && grouped(sm, *container) && routed(sm, *container)) forwarded(sm, *container);
+    if (!mapped(sm)) return;
+    if (!grouped(sm, *container)) return withAllOthers(*container);
+    if (routed(sm, *container)) forwarded(sm, *container);
   }
 
  private:
@@ -72,10 +74,22 @@ class Chain {
     }
     const bool byRoute = holds(VlanGroupTableColl::getL3TableName());
     tellRoutes(sm, container, byRoute);
-    return byRoute ||
-           report_.stop(fmt::format("neither configuration nor a route asks for the group: it "
-                                    "travels with all others of {}",
-                                    vlanText()));
+    return byRoute || report_.stop("neither configuration nor a route asks for the group");
+  }
+
+  /// A group without a row of its own is not lost.
+  void withAllOthers(const DomainContainer& container) {
+    const auto vlan = container.ipTunnelForwardingStatus()->vlanStatus(key_.vlan);
+    const auto all = OverlayVlanGroup::anyGroup(key_.vlan, key_.group.af());
+    const auto row =
+        vlan ? vlan->overlayToUnderlay(Routing::Multicast::OverlayRoute::wcRoute(all.group))
+             : Routing::Multicast::IpTunnelMapping();
+    const std::string others = "with all other groups of " + vlanText();
+    if (row == Routing::Multicast::IpTunnelMapping())
+      return report_.missing(fmt::format("it would travel {}, for which no forwarding row is published yet", others));
+    report_.given(fmt::format("it travels in {} {}: forwarding row {}",
+                              Vesk::textOf(row.underlayRoute.underlayGroup), others,
+                              Vesk::textOf(row.underlayRoute)));
   }
 
   /// What became of each route of the group; with a row in force, of those that hold it.

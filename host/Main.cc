@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <cstdio>
 #include <map>
@@ -8,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "host/Commands.h"
 #include "host/InputError.h"
@@ -40,6 +43,15 @@ struct Arguments {
   Host::GraphForm form = Host::GraphForm::dot;
 };
 
+/// The library reads "-1", and what is too great, as the greatest number of all.
+std::string isCount(const std::string& text) {
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size()
+             ? ""
+             : fmt::format("must be a whole number from 0 on, not '{}'", text);
+}
+
 int run(int argc, char** argv) {
   CLI::App app{"Overlay multicast agent: plays scenarios, prints tables, lists records.",
                "corvane"};
@@ -61,11 +73,13 @@ int run(int argc, char** argv) {
                    "Traces on standard error: NAME/LEVELS;NAME/LEVELS, as in IpTunnel*/8,9");
   auto* seed =
       play->add_option("--seed", arguments.seed,
-                       "Shuffle ready tasks of equal priority and the order of subscribers");
+                       "Shuffle ready tasks of equal priority and the order of subscribers")
+          ->check(isCount);
   auto* crash = play->add_option("--crash-at", arguments.crashAt,
                                  "Crash the agent in its N-th write to an output, 0: in each in "
                                  "turn, and ask whether the outputs end up the same")
-                    ->excludes(stay);
+                    ->excludes(stay)
+                    ->check(isCount);
   play->add_option("--limit", arguments.limits,
                    "PATH=ROWS: how many rows each file of a shared table may get, instead of 16 "
                    "times the stated size; may be given several times")
@@ -125,6 +139,15 @@ int run(int argc, char** argv) {
       ->allow_extra_args(false);
   trace->add_option("FILE", arguments.ring, "Trace ring")->required();
 
+  // What stands first is a command, and a word that is none is a slip of the pen.
+  if (argc > 1 && argv[1][0] != '-') {
+    std::vector<std::string> names;
+    for (const CLI::App* command : app.get_subcommands({}))
+      names.push_back(command->get_name());
+    if (std::find(names.begin(), names.end(), argv[1]) == names.end())
+      throw Host::InputError(fmt::format("no command is called '{}'; there are {}", argv[1],
+                                         fmt::join(names, ", ")));
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

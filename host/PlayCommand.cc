@@ -3,6 +3,7 @@
 #include <system_error>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "agent/MountCatalog.h"
 #include "host/Commands.h"
@@ -30,6 +31,9 @@ RowLimit rowLimitOf(const std::string& text) {
 int playCommand(const std::vector<std::string>& files, const PlayOptions& options) {
   if (const auto fault = Vesk::traceLevelsIs(options.traceLevels)) throw InputError(*fault);
   (void)Vesk::traceLevelsIs("");
+  for (const std::string& name : Vesk::unknownTraces(options.traceLevels))
+    throw InputError(fmt::format("--trace: no trace is called '{}'; there are {}", name,
+                                 fmt::join(Vesk::traceHandleNames(), ", ")));
   if (options.stay && files.size() > 1) throw InputError("--stay: one file only");
   std::vector<Scenario> scenarios;
   for (const std::string& file : files) {

@@ -73,9 +73,10 @@ bool LogHandle::okToLog(std::uint32_t mask) {
 void LogHandle::log(const LogString& text) const {
   auto message = formatted(descriptor_.format, text.args());
   if (const auto& sink = state().sink) {
-    sink(descriptor_.name, text.args(), message);
+    sink(descriptor_, text.args(), message);
   } else {
-    fmt::print(stderr, "{:.6f} %{}: {}\n", System::currentTime(), descriptor_.name, message);
+    fmt::print(stderr, "{:.6f} %{}: {}\n    {}\n", System::currentTime(), descriptor_.name, message,
+               descriptor_.recommendedAction);
   }
 }
 

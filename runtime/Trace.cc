@@ -139,11 +139,24 @@ std::optional<std::string> traceLevelsIs(std::string_view settings) {
   return std::nullopt;
 }
 
+std::vector<std::string> unknownTraces(std::string_view settings) {
+  std::vector<std::string> unknown;
+  while (!settings.empty()) {
+    auto entry = nextPart(settings, ';');
+    const Setting setting{std::string(nextPart(entry, '/'))};
+    const auto& handles = state().handles;
+    if (std::ranges::none_of(handles, [&](auto* h) { return setting.matches(h->name()); }))
+      unknown.push_back(setting.pattern);
+  }
+  return unknown;
+}
+
 std::vector<std::string> traceHandleNames() {
   std::vector<std::string> names;
   for (const auto* handle : state().handles)
     names.emplace_back(handle->name());
   std::ranges::sort(names);
+  names.erase(std::unique(names.begin(), names.end()), names.end());
   return names;
 }
 

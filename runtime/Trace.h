@@ -106,7 +106,10 @@ inline void trace(const TraceHandle& handle, int level, MakeText&& makeText,
 /// wrong with the text, and then changes nothing.
 [[nodiscard]] std::optional<std::string> traceLevelsIs(std::string_view settings);
 
-/// Names of the present handles, sorted.
+/// The names and patterns of these settings that no present handle has.
+[[nodiscard]] std::vector<std::string> unknownTraces(std::string_view settings);
+
+/// Names of the present handles, sorted, each once.
 [[nodiscard]] std::vector<std::string> traceHandleNames();
 
 /// Where lines go from here on; an empty function is standard error.

@@ -63,7 +63,11 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
   for (const char* name : agentVariables)
     unsetenv(name);
   for (const auto& [name, value] : scenario.environment) {
-    if (value) {
+    if (value && name == "FLEETLOGDIR") {
+      const fs::path own = directory / "trace" / *value;
+      fs::create_directories(own);
+      setenv(name.c_str(), own.c_str(), 1);
+    } else if (value) {
       setenv(name.c_str(), value->c_str(), 1);
     } else {
       unsetenv(name.c_str());
@@ -99,6 +103,7 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
       passed = CrashLoop(scenario, report, directory / "crashes").ask(*options.crashAt);
     } else {
       auto& player = *new Player(scenario, report, options.stay, begins);
+      if (options.stay && options.resume) player.actsOnly();
       if (options.wiring) player.wiringIs(*options.wiring);
       passed = player.play();
     }

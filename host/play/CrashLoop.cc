@@ -82,14 +82,18 @@ bool CrashLoop::ask(std::size_t write) {
   int bad = 0;
   for (std::size_t at = std::max<std::size_t>(write, 1); at <= last && bad < toldDeaths; ++at) {
     std::string where;
+    report_.progress(fmt::format("  crash at write {} of {}", at, whole.writes));
     failures = die(at, where);
     if (failures.empty()) continue;
     ++bad;
+    report_.progress("");
     report_.oracle(scenario_,
                    fmt::format("crash at write {} of {}, in {}", at, whole.writes, where),
                    failures);
   }
+  report_.progress("");
   if (bad == 0) report_.oracle(scenario_, fmt::format("{} crashes", last), {});
+  report_.oraclesEnd();
   return bad == 0;
 }
 

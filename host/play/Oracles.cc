@@ -23,7 +23,7 @@ void collectMachines(Vesk::Entity& entity, std::vector<Ombra::Ptr<Vesk::Machine>
 bool Oracles::ask() {
   std::vector<Failure> rest;
   if (!world_.advance(settleTime)) rest.push_back(restless);
-  bool well = rest.empty() || answered("rest", rest);
+  bool well = answered("rest", rest);
   const bool runs = world_.agent().root() != nullptr;
   if (runs && !scenario_.oraclesOff.contains("review")) well = answered("review", review()) && well;
   // What the restart brings up is its own affair, so it is asked for before the crash.
@@ -32,6 +32,7 @@ bool Oracles::ask() {
   if (runs && !scenario_.oraclesOff.contains("restart"))
     well = answered("restart", restart()) && well;
   if (!scenario_.oraclesOff.contains("leftovers")) well = answered("leftovers", leftovers) && well;
+  report_.oraclesEnd();
   return well;
 }
 

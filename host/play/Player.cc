@@ -7,6 +7,7 @@
 #include "host/play/Matcher.h"
 #include "host/play/Shown.h"
 #include "runtime/Corruption.h"
+#include "runtime/Log.h"
 #include "runtime/SharedMem.h"
 
 namespace Host {
@@ -17,17 +18,34 @@ void append(std::vector<Failure>& failures, std::vector<Failure> more) {
     failures.push_back(std::move(failure));
 }
 
+/// A step that expects something, and does nothing.
+bool isQuestion(StepKind kind) {
+  switch (kind) {
+    case StepKind::expect:
+    case StepKind::equal:
+    case StepKind::changes:
+    case StepKind::writes:
+    case StepKind::logs:
+    case StepKind::corruptions:
+    case StepKind::explain:
+      return true;
+    default:
+      return false;
+  }
+}
+
 }  // namespace
 
 bool Player::play() {
   for (std::size_t i = 0; i < scenario_.steps.size(); ++i) {
     begins_(i);
-    std::vector<Shown> shown;
-    std::vector<Failure> failures = run(scenario_.steps[i], shown);
+    Told told;
+    std::vector<Failure> failures = run(scenario_.steps[i], told);
     VeskSharedMem::EntityManager::getEntityManager()->wakeReaders();
     if (scenario_.settlesByItself && !world_.run()) failures.push_back(restless);
     if (wiring_) wiring_->rests();
-    report_.step(scenario_, i, world_.now(), failures, shown);
+    told.logs = recorder_.takeTold();
+    report_.step(scenario_, i, world_.now(), failures, told);
     if (!failures.empty()) return false;
   }
   if (scenario_.aborts) return true;
@@ -39,7 +57,13 @@ bool Player::play() {
   return Oracles(world_, recorder_, scenario_, report_).ask();
 }
 
-std::vector<Failure> Player::run(const Step& step, std::vector<Shown>& shown) {
+std::vector<Failure> Player::run(const Step& step, Told& told) {
+  std::vector<Failure> failures = done(step, told);
+  if (!asks_ && isQuestion(step.kind)) failures.clear();
+  return failures;
+}
+
+std::vector<Failure> Player::done(const Step& step, Told& told) {
   std::vector<Failure> failures;
   switch (step.kind) {
     case StepKind::write:
@@ -67,7 +91,9 @@ std::vector<Failure> Player::run(const Step& step, std::vector<Shown>& shown) {
       recorder_.record(step.addresses);
       break;
     case StepKind::changes:
-      return recorder_.takeChanges(step);
+      failures = recorder_.takeChanges(step, told.changes);
+      if (!failures.empty()) told.changes.clear();  // the failure tells them
+      break;
     case StepKind::writes:
       return recorder_.takeWrites(step);
     case StepKind::logs:
@@ -79,11 +105,11 @@ std::vector<Failure> Player::run(const Step& step, std::vector<Shown>& shown) {
     case StepKind::corruptions:
       return recorder_.takeCorruptions(step);
     case StepKind::explain:
-      shown.push_back(shownExplanation(step.explained, world_.agent().explain(step.explained)));
-      return unsaid(shown.back(), step.says);
+      told.shown.push_back(shownExplanation(step.explained, world_.agent().explain(step.explained)));
+      return unsaid(told.shown.back(), step.says);
     case StepKind::show:
       for (const Address& address : step.addresses)
-        shown.push_back(show(world_, address, report_.style()));
+        told.shown.push_back(show(world_, address, report_.style()));
       break;
   }
   return failures;
@@ -99,6 +125,7 @@ std::vector<Failure> Player::compare(const Step& step, bool exact) {
 /// The closing questions are not asked: what others write is no part of the story.
 void Player::stay() {
   recorder_.detachAgent();
+  Vesk::logSinkIs({});
   VeskSharedMem::corruptionSinkIs([](const std::string& table, const std::string& text) {
     fmt::print(stderr, "{}: {}\n", table, text);
   });

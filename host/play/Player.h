@@ -27,13 +27,17 @@ class Player {
         begins_(std::move(begins)),
         world_(scenario.slice),
         recorder_(world_, scenario) {}
+  /// The story goes on over what others have written meanwhile: its steps act, and what they expect
+  /// is not asked.
+  void actsOnly() { asks_ = false; }
   /// Notes who reads and writes what into this file.
   void wiringIs(const std::filesystem::path& file) { wiring_.emplace(world_, file); }
   /// True if the scenario passes.
   bool play();
 
  private:
-  std::vector<Failure> run(const Step& step, std::vector<Shown>& shown);
+  std::vector<Failure> run(const Step& step, Told& told);
+  std::vector<Failure> done(const Step& step, Told& told);
   std::vector<Failure> compare(const Step& step, bool exact);
   void start();
   void crash();
@@ -42,6 +46,7 @@ class Player {
   const Scenario& scenario_;
   Report& report_;
   bool stays_;
+  bool asks_ = true;
   std::function<void(std::size_t)> begins_;
   World world_;
   Recorder recorder_;

@@ -65,10 +65,12 @@ Recorder::Recorder(World& world, const Scenario& scenario) : world_(world) {
       counter.watch->attach();
     }
   }
-  Vesk::logSinkIs(
-      [this](std::string_view name, const std::vector<std::string>& args, const std::string&) {
-        if (!isDeaf_) logs_.push_back({std::string(name), args});
-      });
+  Vesk::logSinkIs([this](const Vesk::LogDescriptor& message, const std::vector<std::string>& args,
+                         const std::string& text) {
+    if (isDeaf_) return;
+    logs_.push_back({message.name, args});
+    told_.push_back({message.name, text, message.recommendedAction});
+  });
   VeskSharedMem::corruptionSinkIs([this](const std::string& table, const std::string& text) {
     if (!isDeaf_) corruptions_.emplace_back(table, text);
   });
@@ -125,9 +127,8 @@ void Recorder::countsReset() {
     counter.writes = 0;
 }
 
-std::vector<Failure> Recorder::takeChanges(const Step& step) {
-  const std::vector<std::string> found = std::move(notes_);
-  notes_.clear();
+std::vector<Failure> Recorder::takeChanges(const Step& step, std::vector<std::string>& found) {
+  found = std::exchange(notes_, {});
   if (agree(step, found)) return {};
   const char* order = step.order == ChangeOrder::exact  ? ""
                       : step.order == ChangeOrder::some ? " (some)"

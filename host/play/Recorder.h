@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/play/Report.h"
 #include "host/play/Scenario.h"
 #include "host/play/Watch.h"
 
@@ -33,10 +34,13 @@ class Recorder {
   void record(const std::vector<Address>& addresses);
   void countsReset();
 
-  [[nodiscard]] std::vector<Failure> takeChanges(const Step& step);
+  /// `found` is given the lines that there were.
+  [[nodiscard]] std::vector<Failure> takeChanges(const Step& step, std::vector<std::string>& found);
   [[nodiscard]] std::vector<Failure> takeWrites(const Step& step);
   [[nodiscard]] std::vector<Failure> takeLogs(const Step& step);
   [[nodiscard]] std::vector<Failure> takeCorruptions(const Step& step);
+  /// Messages since the last call, whether or not a step takes them up.
+  [[nodiscard]] std::vector<LogMessage> takeTold() { return std::exchange(told_, {}); }
   /// Messages and reports that no step has taken up.
   [[nodiscard]] std::vector<Failure> leftovers() const;
   /// The scenario's story is over: what comes now is heard no more.
@@ -58,6 +62,7 @@ class Recorder {
   std::map<std::string, Counter> counted_;
   std::vector<std::string> notes_;
   std::vector<Log> logs_;
+  std::vector<LogMessage> told_;
   std::vector<std::pair<std::string, std::string>> corruptions_;
   bool isDeaf_ = false;
 };

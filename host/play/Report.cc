@@ -4,10 +4,10 @@
 #include <sstream>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include "host/play/ExplainStep.h"
-#include "host/play/Shown.h"
 
 namespace Host {
 namespace {
@@ -67,7 +67,7 @@ std::string summary(const Step& step) {
     case StepKind::run:
       return step.slices ? fmt::format("{} slices", *step.slices) : "until idle";
     case StepKind::changes:
-      return fmt::format("{} lines", step.lines.size());
+      return step.lines.empty() ? "none" : "";
     case StepKind::corrupt:
       return step.addresses.front().text();
     case StepKind::explain:
@@ -86,27 +86,33 @@ void Report::fileBegins(const Scenario& scenario) {
 }
 
 void Report::step(const Scenario& scenario, std::size_t index, double time,
-                  const std::vector<Failure>& found, const std::vector<Shown>& shown) {
+                  const std::vector<Failure>& found, const Told& told) {
   const Step& step = scenario.steps[index];
   if (audience_ == Audience::programs) {
     Json document{{"file", scenario.file},       {"step", index + 1}, {"line", step.line},
                   {"kind", stepName(step.kind)}, {"time", time},      {"ok", found.empty()}};
     if (!step.note.empty()) document["note"] = step.note;
     if (!found.empty()) document["failures"] = failuresJson(found);
-    if (!shown.empty()) {
-      Json values = Json::object();
-      for (const Shown& one : shown)
-        values[one.address] = one.value;
-      document["values"] = std::move(values);
-    }
+    for (const Shown& one : told.shown)
+      document["values"][one.address] = one.value;
+    if (!told.changes.empty()) document["changes"] = told.changes;
+    for (const LogMessage& log : told.logs)
+      document["logs"].push_back(
+          {{"name", log.name}, {"text", log.text}, {"action", log.recommendedAction}});
     printLine(document);
     return;
   }
   if (!step.note.empty()) print("\n" + wrapped(step.note, 2));
   print(fmt::format("  {:>3}  {:<9} {}\n", index + 1, stepName(step.kind),
                     style_.in(Ink::faint, summary(step))));
-  for (const Shown& one : shown)
+  for (const std::string& change : told.changes)
+    print(fmt::format("       {}\n", change));
+  for (const Shown& one : told.shown)
     print(fmt::format("    {}\n{}", style_.in(Ink::strong, one.address), one.table));
+  for (const LogMessage& log : told.logs)
+    print(fmt::format("    {}\n{}",
+                      style_.in(Ink::strong, fmt::format("%{}: {}", log.name, log.text)),
+                      wrapped(log.recommendedAction, 6)));
   if (found.empty()) return;
   print(style_.in(Ink::bad, fmt::format("  step {} ({}:{}) {} failed\n", index + 1, scenario.file,
                                         step.line, stepName(step.kind))));
@@ -127,9 +133,23 @@ void Report::oracle(const Scenario& scenario, const std::string& name,
     printLine(document);
     return;
   }
-  if (found.empty()) return;
+  if (found.empty()) {
+    answeredWell_.push_back(name);
+    return;
+  }
   print(style_.in(Ink::bad, fmt::format("  closing question '{}' failed\n", name)));
   failures(found);
+}
+
+void Report::oraclesEnd() {
+  if (audience_ == Audience::people && !answeredWell_.empty())
+    print(style_.in(Ink::faint, fmt::format("  well at the end: {}\n", fmt::join(answeredWell_, ", "))));
+  answeredWell_.clear();
+}
+
+void Report::progress(const std::string& text) {
+  // Back to the start of the line, and what stood there goes.
+  if (audience_ == Audience::people && style_.isColoured()) print("\r\x1b[K" + text);
 }
 
 void Report::stays(const std::string& directory) {
@@ -161,6 +181,8 @@ void Report::fileEnds(const Scenario& scenario, bool passed, const std::string& 
 }
 
 void Report::total(std::size_t passed, std::size_t failed) {
+  if (audience_ == Audience::programs)
+    return printLine(Json{{"passed", passed}, {"failed", failed}});
   print(fmt::format("{} passed, {} failed\n", passed, failed));
 }
 

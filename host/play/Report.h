@@ -8,12 +8,25 @@
 #include <vector>
 
 #include "host/play/Scenario.h"
+#include "host/play/Shown.h"
 #include "host/play/World.h"
 #include "host/print/Style.h"
 
 namespace Host {
 
-struct Shown;
+/// A message of the agent's to the operator.
+struct LogMessage {
+  std::string name;
+  std::string text;
+  std::string recommendedAction;
+};
+
+/// What a step has to tell besides its outcome.
+struct Told {
+  std::vector<Shown> shown;
+  std::vector<std::string> changes;
+  std::vector<LogMessage> logs;
+};
 
 /// Who reads the report.
 enum class Audience { people, programs };
@@ -24,9 +37,13 @@ class Report {
   [[nodiscard]] const Style& style() const { return style_; }
   void fileBegins(const Scenario& scenario);
   void step(const Scenario& scenario, std::size_t index, double time,
-            const std::vector<Failure>& failures, const std::vector<Shown>& shown);
+            const std::vector<Failure>& failures, const Told& told);
   void oracle(const Scenario& scenario, const std::string& name,
               const std::vector<Failure>& failures);
+  /// All closing questions have been asked.
+  void oraclesEnd();
+  /// How far something has come that takes long; on a terminal only.
+  void progress(const std::string& text);
   /// The agent lives on, and its tables are in this directory.
   void stays(const std::string& directory);
   /// `reason` is empty if all is well, or if the steps have told it.
@@ -38,6 +55,7 @@ class Report {
   void failures(const std::vector<Failure>& failures);
   Audience audience_;
   Style style_;
+  std::vector<std::string> answeredWell_;
 };
 
 }  // namespace Host

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "host/InputError.h"
 #include "host/play/ExplainStep.h"
@@ -16,6 +18,12 @@ namespace {
 constexpr std::array<std::string_view, 15> stepNames{
     "write",   "start",  "crash", "advance", "run",         "expect", "equal",  "record",
     "changes", "writes", "logs",  "corrupt", "corruptions", "show",   "explain"};
+
+/// A path below wherever it is put.
+bool staysWithin(const std::filesystem::path& path) {
+  return path.is_relative() &&
+         std::none_of(path.begin(), path.end(), [](const auto& part) { return part == ".."; });
+}
 
 class ScenarioReader {
  public:
@@ -37,6 +45,7 @@ class ScenarioReader {
                         }
                       });
     if (!hasSteps) file_.fail(file_.root(), "a scenario needs steps");
+    if (scenario_.title.empty()) file_.fail(file_.root(), "a scenario needs a title");
     return std::move(scenario_);
   }
 
@@ -55,7 +64,12 @@ class ScenarioReader {
             if (name.empty() || name.find('=') != std::string::npos)
               file_.fail(place, fmt::format("no variable is called '{}'", name));
             scenario_.environment.emplace_back(name, std::nullopt);
-            if (!text.IsNull()) scenario_.environment.back().second = file_.text(text, name);
+            if (text.IsNull()) return;
+            scenario_.environment.back().second = file_.text(text, name);
+            if (name == "FLEETLOGDIR" && !staysWithin(file_.text(text, name)))
+              file_.fail(text, fmt::format("FLEETLOGDIR is a place below the scenario's own trace "
+                                           "directory, not '{}'",
+                                           file_.text(text, name)));
           });
     } else if (key == "settle") {
       const std::string text = file_.text(value, "settle");
@@ -71,7 +85,9 @@ class ScenarioReader {
           value, "oracles",
           [&](const std::string& name, const YAML::Node& place, const YAML::Node& reason) {
             if (name != "review" && name != "restart" && name != "leftovers" && name != "crashes")
-              file_.fail(place, fmt::format("no closing oracle is called '{}'", name));
+              file_.fail(place, fmt::format("no closing oracle is called '{}'; there are review, "
+                                            "restart, leftovers, crashes",
+                                            name));
             (void)file_.text(reason, "the reason");
             scenario_.oraclesOff.insert(name);
           });
@@ -84,7 +100,13 @@ class ScenarioReader {
     const auto& known = Multicast::Vpn::allToggles;
     const auto it =
         std::find_if(known.begin(), known.end(), [&](const auto* t) { return t->name() == name; });
-    if (it == known.end()) file_.fail(place, fmt::format("no toggle is called '{}'", name));
+    if (it == known.end()) {
+      std::vector<std::string_view> names;
+      for (const auto* toggle : known)
+        names.push_back(toggle->name());
+      file_.fail(place, fmt::format("no toggle is called '{}'; there are {}", name,
+                                    fmt::join(names, ", ")));
+    }
     std::string text = file_.text(state, name);
     // A toggle file may hold a number, of which the lowest bit counts.
     if (text != "true" && text != "false")
@@ -104,7 +126,9 @@ class ScenarioReader {
             return;
           }
           const auto name = std::find(stepNames.begin(), stepNames.end(), key);
-          if (name == stepNames.end()) file_.fail(at, fmt::format("unknown step '{}'", key));
+          if (name == stepNames.end())
+            file_.fail(at, fmt::format("unknown step '{}'; there are {}", key,
+                                       fmt::join(stepNames, ", ")));
           if (found) file_.fail(at, fmt::format("a step is one thing; '{}' is a second one", key));
           found = true;
           step.kind = static_cast<StepKind>(name - stepNames.begin());
@@ -126,6 +150,7 @@ class ScenarioReader {
         isRunning_ = true;
         return nothing(value);
       case StepKind::crash:
+        if (!isRunning_) file_.fail(at, "no agent runs");
         isRunning_ = false;
         return nothing(value);
       case StepKind::advance:

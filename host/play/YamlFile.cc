@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -19,6 +18,8 @@ namespace {
 /// Aliases make little text into much, and an alias of what it lies in makes it endless.
 constexpr std::size_t maxDepth = 100;
 constexpr std::size_t maxNodes = 1'000'000;
+/// Thirty years: beyond some time a clock in seconds loses the small ones.
+constexpr double maxSeconds = 1e9;
 
 /// Counted from 1. An empty document has no place of its own and gets the file's first.
 int placeOf(int mark) {
@@ -109,6 +110,10 @@ void YamlFile::load(const std::string& content) {
 void YamlFile::measure(const YAML::Node& node, std::size_t depth, std::size_t& count) const {
   if (depth > maxDepth)
     fail(node, fmt::format("lies deeper than {} levels, or within an alias of itself", maxDepth));
+  // "?" and "!" are what the library gives to a node without a tag.
+  const std::string& tag = node.Tag();
+  if (!tag.empty() && tag != "?" && tag != "!" && tag != "!whole")
+    fail(node, fmt::format("unknown tag '{}'; there is !whole", tag));
   if (++count > maxNodes)
     fail(node, fmt::format("the file comes to more than {} values", maxNodes));
   for (const auto& item : node) {
@@ -132,8 +137,9 @@ std::string YamlFile::text(const YAML::Node& node, const std::string& what) cons
 
 double YamlFile::seconds(const YAML::Node& node, const std::string& what) const {
   double value = 0;
-  if (!node.IsScalar() || !reads(node.Scalar(), value) || !std::isfinite(value) || value < 0)
-    fail(node, fmt::format("{} must be a number of seconds, not '{}'", what, said(node)));
+  if (!node.IsScalar() || !reads(node.Scalar(), value) || !(value >= 0 && value <= maxSeconds))
+    fail(node, fmt::format("{} must be a number of seconds, 0 to {:.0f}, not '{}'", what, maxSeconds,
+                           said(node)));
   return value;
 }
 

@@ -13,6 +13,7 @@ class Style {
   explicit Style(bool coloured) : coloured_(coloured) {}
   /// Coloured if standard output is a terminal and NO_COLOR is not set.
   static Style ofStandardOutput();
+  [[nodiscard]] bool isColoured() const { return coloured_; }
   [[nodiscard]] std::string in(Ink ink, std::string_view text) const;
 
  private:

@@ -28,7 +28,7 @@ using vlan = Bridging::VlanId;
 class GroupConfigTest : public testing::Test {
  protected:
   GroupConfigTest() {
-    Vesk::logSinkIs([this](auto, const auto& args, const auto&) {
+    Vesk::logSinkIs([this](const auto&, const auto& args, const auto&) {
       conflicts.push_back(args.at(0) + " " + args.at(1));
     });
     group->afIs(Pavlin::ipv4());

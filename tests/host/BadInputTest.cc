@@ -122,7 +122,7 @@ TEST_F(BadInputTest, APlayerKeepsItsHandsOffADirectoryInWhichOthersWork) {
     EXPECT_TRUE(fs::exists(foreign));
   }
   // Held up before it has a table of its own, a player counts all the same.
-  std::ofstream(directory / "long.yaml") << "steps: [advance: 1]\n";
+  std::ofstream(directory / "long.yaml") << "title: long\nsteps: [advance: 1]\n";
   Program player(fmt::format("play --stay --keep {} {}", kept, directory / "long.yaml"));
   ASSERT_NE(player.lineWith("stays"), "");
   for (const char* resume : {"", " --resume"})

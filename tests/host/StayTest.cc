@@ -65,8 +65,14 @@ TEST(StayTest, OtherProcessesWriteWhatItReadsAndReadWhatItWrites) {
   const Outcome shown = run("show --dir " + directory.path() + " '" + group + "'");
   EXPECT_NE(shown.output.find("232.1.1.7"), std::string::npos) << shown.output;
 
-  agent.signal(SIGINT);
-  const Outcome ended = agent.end();
+  // Another one resumes over what was written, which is no part of its story.
+  agent.signal(SIGKILL);
+  agent.end();
+  Program next("play --keep " + directory.path() +
+               " --resume --stay " CORVANE_SCENARIO_DIR "/other-processes.yaml");
+  ASSERT_NE(next.lineWith("the agent stays"), "");
+  next.signal(SIGINT);
+  const Outcome ended = next.end();
   EXPECT_EQ(ended.status, 0);
   EXPECT_NE(ended.output.find("1 passed, 0 failed"), std::string::npos) << ended.output;
   watch.signal(SIGINT);

@@ -92,8 +92,8 @@ TEST_F(TraceTest, logLimiterLetsItsRateThroughPerPeriod) {
     return count;
   };
   std::string seen;
-  Vesk::logSinkIs([&](auto name, const auto& args, const std::string& text) {
-    seen = fmt::format("{}/{}/{}", name, args.size(), text);
+  Vesk::logSinkIs([&](const auto& message, const auto& args, const std::string& text) {
+    seen = fmt::format("{}/{}/{}", message.name, args.size(), text);
   });
   Vesk::LogString text;
   text.strIs(1, "red");
