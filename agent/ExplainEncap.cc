@@ -86,7 +86,8 @@ class Chain {
              : Routing::Multicast::IpTunnelMapping();
     const std::string others = "with all other groups of " + vlanText();
     if (row == Routing::Multicast::IpTunnelMapping())
-      return report_.missing(fmt::format("it would travel {}, for which no forwarding row is published yet", others));
+      return report_.missing(
+          fmt::format("it would travel {}, for which no forwarding row is published yet", others));
     report_.given(fmt::format("it travels in {} {}: forwarding row {}",
                               Vesk::textOf(row.underlayRoute.underlayGroup), others,
                               Vesk::textOf(row.underlayRoute)));

@@ -145,8 +145,8 @@ int run(int argc, char** argv) {
     for (const CLI::App* command : app.get_subcommands({}))
       names.push_back(command->get_name());
     if (std::find(names.begin(), names.end(), argv[1]) == names.end())
-      throw Host::InputError(fmt::format("no command is called '{}'; there are {}", argv[1],
-                                         fmt::join(names, ", ")));
+      throw Host::InputError(
+          fmt::format("no command is called '{}'; there are {}", argv[1], fmt::join(names, ", ")));
   }
   try {
     app.parse(argc, argv);

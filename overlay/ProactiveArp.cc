@@ -66,7 +66,7 @@ void ProactiveArp::vrfGoes(const L3::VrfName& vrf) {
 
 std::vector<ProactiveArp::Entry> ProactiveArp::entriesOf(const IpGenAddr& addr) const {
   std::vector<Entry> entries;
-  for (const Pavlin::IntfId intf : intfsOfAddr_.of(addr))
+  for (const Pavlin::IntfId& intf : intfsOfAddr_.of(addr))
     entries.push_back({addr, intf});
   return entries;
 }

@@ -68,8 +68,8 @@ class LogHandle {
   std::map<std::uint32_t, Bucket> buckets_;
 };
 
-using LogSink = std::function<void(
-    const LogDescriptor& message, const std::vector<std::string>& args, const std::string& text)>;
+using LogSink = std::function<void(const LogDescriptor& message,
+                                   const std::vector<std::string>& args, const std::string& text)>;
 
 /// Where messages go from here on; an empty function is standard error, with the time and what to
 /// do about it.

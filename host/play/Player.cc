@@ -105,7 +105,8 @@ std::vector<Failure> Player::done(const Step& step, Told& told) {
     case StepKind::corruptions:
       return recorder_.takeCorruptions(step);
     case StepKind::explain:
-      told.shown.push_back(shownExplanation(step.explained, world_.agent().explain(step.explained)));
+      told.shown.push_back(
+          shownExplanation(step.explained, world_.agent().explain(step.explained)));
       return unsaid(told.shown.back(), step.says);
     case StepKind::show:
       for (const Address& address : step.addresses)

@@ -143,7 +143,8 @@ void Report::oracle(const Scenario& scenario, const std::string& name,
 
 void Report::oraclesEnd() {
   if (audience_ == Audience::people && !answeredWell_.empty())
-    print(style_.in(Ink::faint, fmt::format("  well at the end: {}\n", fmt::join(answeredWell_, ", "))));
+    print(style_.in(Ink::faint,
+                    fmt::format("  well at the end: {}\n", fmt::join(answeredWell_, ", "))));
   answeredWell_.clear();
 }
 

@@ -138,8 +138,8 @@ std::string YamlFile::text(const YAML::Node& node, const std::string& what) cons
 double YamlFile::seconds(const YAML::Node& node, const std::string& what) const {
   double value = 0;
   if (!node.IsScalar() || !reads(node.Scalar(), value) || !(value >= 0 && value <= maxSeconds))
-    fail(node, fmt::format("{} must be a number of seconds, 0 to {:.0f}, not '{}'", what, maxSeconds,
-                           said(node)));
+    fail(node, fmt::format("{} must be a number of seconds, 0 to {:.0f}, not '{}'", what,
+                           maxSeconds, said(node)));
   return value;
 }
 

@@ -41,38 +41,44 @@ struct Entry {
   bool isPlain;                        // the class and one number, nothing else
 };
 
-Vesk::InternTable<Entry>& table() {
-  return Vesk::InternTable<Entry>::instance();
+Vesk::InternTable<Entry, IntfId>& table() {
+  return Vesk::InternTable<Entry, IntfId>::instance();
 }
 
 }  // namespace
 
-IntfId::IntfId(std::string_view name) {
-  if (name.size() > maxLength)
-    throw Ombra::RangeException("Pavlin::IntfId::name > 31 bytes not allowed");
-  handle_ = table().handleOf(name);
+IntfId::IntfId(std::string_view name)
+    : Interned(table().handleOf(
+          Vesk::atMost(name, maxLength, "Pavlin::IntfId::name > 31 bytes not allowed"))) {}
+
+std::size_t IntfId::namesInUse() {
+  return table().size();
+}
+
+void IntfId::release(std::uint32_t handle) {
+  table().release(handle);
 }
 
 const std::string& IntfId::stringValue() const {
-  return table().at(handle_).text;
+  return table().at(handle()).text;
 }
 
 std::string IntfId::shortName() const {
-  const Entry& entry = table().at(handle_);
+  const Entry& entry = table().at(handle());
   return fmt::format("{}{}", entry.nameClass.substr(0, 2), entry.afterClass());
 }
 
 std::string_view IntfId::nameClass() const {
-  return table().at(handle_).nameClass;
+  return table().at(handle()).nameClass;
 }
 
 bool IntfId::isOfClass(std::string_view nameClass, std::uint32_t maxNumber) const {
-  const Entry& entry = table().at(handle_);
+  const Entry& entry = table().at(handle());
   return entry.isPlain && entry.nameClass == nameClass && entry.numbers[0] <= maxNumber;
 }
 
 std::uint32_t IntfId::number() const {
-  const Entry& entry = table().at(handle_);
+  const Entry& entry = table().at(handle());
   return entry.isPlain ? static_cast<std::uint32_t>(entry.numbers[0]) : 0;
 }
 
@@ -90,13 +96,13 @@ IntfId IntfId::fromBytes(const char* in) {
 }
 
 std::uint64_t IntfId::hash() const {
-  return table().at(handle_).hash;
+  return table().at(handle()).hash;
 }
 
 std::strong_ordering IntfId::operator<=>(const IntfId& other) const {
-  if (handle_ == other.handle_) return std::strong_ordering::equal;
-  const Entry& a = table().at(handle_);
-  const Entry& b = table().at(other.handle_);
+  if (handle() == other.handle()) return std::strong_ordering::equal;
+  const Entry& a = table().at(handle());
+  const Entry& b = table().at(other.handle());
   if (const auto order = a.nameClass <=> b.nameClass; order != 0) return order;
   if (const auto order = a.numbers <=> b.numbers; order != 0) return order;
   return a.text <=> b.text;

@@ -1,15 +1,17 @@
 // Interfaces by name, and what the names of vlan, VXLAN, MPLS and multicast tunnel interfaces say.
 // An IntfId is a handle of an interned name: four bytes, equal by handle.
 // Order: by class, then by the numbers, so that Ethernet2 precedes Ethernet10.
-// Owns nothing; names belong to the process's table.
+// Owns nothing; names belong to the process's table, and go with the last handle: what a function
+// here returns by reference lasts as long as the IntfId.
 // Bytes: a length byte and 31 bytes, filled up with zeros.
 #pragma once
 
+#include "runtime/values/Interned.h"
 #include "runtime/values/Vlan.h"
 
 namespace Pavlin {
 
-class IntfId {
+class IntfId : public Vesk::Interned<IntfId> {
  public:
   static constexpr std::string_view typeName = "Pavlin::IntfId";
   static constexpr std::size_t maxLength = 31;
@@ -20,9 +22,10 @@ class IntfId {
   constexpr IntfId() = default;
   /// Throws Ombra::RangeException over 31 bytes.
   explicit IntfId(std::string_view name);
+  /// Of this process, the empty one included.
+  [[nodiscard]] static std::size_t namesInUse();
   [[nodiscard]] static IntfId handleInitialized(std::string_view name) { return IntfId(name); }
 
-  [[nodiscard]] constexpr bool empty() const { return handle_ == 0; }
   [[nodiscard]] const std::string& stringValue() const;
   /// The first two letters of the class and the number: "Vl10", "Et1".
   [[nodiscard]] std::string shortName() const;
@@ -42,14 +45,15 @@ class IntfId {
   /// The same for the same name in every process.
   [[nodiscard]] std::uint64_t hash() const;
 
-  friend std::ostream& operator<<(std::ostream& out, IntfId intf) {
+  friend std::ostream& operator<<(std::ostream& out, const IntfId& intf) {
     return out << intf.stringValue();
   }
   constexpr bool operator==(const IntfId&) const = default;
   std::strong_ordering operator<=>(const IntfId& other) const;
 
  private:
-  std::uint32_t handle_ = 0;
+  friend Vesk::Interned<IntfId>;
+  static void release(std::uint32_t handle);
 };
 
 /// The interface of a vlan: Vlan0 to Vlan65535.

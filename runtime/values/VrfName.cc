@@ -13,20 +13,26 @@ struct Entry {
   const std::uint64_t hash;
 };
 
-Vesk::InternTable<Entry>& table() {
-  return Vesk::InternTable<Entry>::instance();
+Vesk::InternTable<Entry, VrfName>& table() {
+  return Vesk::InternTable<Entry, VrfName>::instance();
 }
 
 }  // namespace
 
-VrfName::VrfName(std::string_view name) {
-  if (name.size() > maxLength)
-    throw Ombra::RangeException("Vesk::String::bytes > maxLength() not allowed");
-  handle_ = table().handleOf(name);
+VrfName::VrfName(std::string_view name)
+    : Interned(table().handleOf(
+          Vesk::atMost(name, maxLength, "Vesk::String::bytes > maxLength() not allowed"))) {}
+
+std::size_t VrfName::namesInUse() {
+  return table().size();
+}
+
+void VrfName::release(std::uint32_t handle) {
+  table().release(handle);
 }
 
 const std::string& VrfName::str() const {
-  return table().at(handle_).text;
+  return table().at(handle()).text;
 }
 
 void VrfName::toBytes(char* out) const {
@@ -43,7 +49,7 @@ VrfName VrfName::fromBytes(const char* in) {
 }
 
 std::uint64_t VrfName::hash() const {
-  return table().at(handle_).hash;
+  return table().at(handle()).hash;
 }
 
 VrfName defaultVrfName() {

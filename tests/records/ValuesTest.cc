@@ -233,6 +233,25 @@ TEST(Names, HandlesStandForTheirTexts) {
   EXPECT_EQ(bytesOf(IntfId("Vlan7")), "\5Vlan7" + std::string(26, '\0'));
 }
 
+TEST(Names, GoWithTheirLastUse) {
+  const std::size_t intfs = IntfId::namesInUse(), vrfs = VrfName::namesInUse();
+  IntfId kept("kept");
+  for (int i = 0; i < 1000; ++i) {
+    const IntfId intf(fmt::format("Port{}", i)), copy = intf;
+    const VrfName vrf(fmt::format("tenant{}", i));
+    if (i % 100 == 0) kept = copy;  // the one before it goes
+    EXPECT_LE(IntfId::namesInUse(), intfs + 2);
+  }
+  IntfId& itself = kept;
+  kept = itself;
+  const IntfId moved = std::move(itself);
+  EXPECT_EQ(moved.stringValue(), "Port900");
+  EXPECT_EQ(IntfId::namesInUse(), intfs + 1);
+  EXPECT_EQ(VrfName::namesInUse(), vrfs);
+  EXPECT_THROW(IntfId(std::string(32, 'x')), Ombra::RangeException);
+  EXPECT_EQ(IntfId::namesInUse(), intfs + 1);
+}
+
 TEST(Names, InterfacesSortByClassThenNumbers) {
   expectOrder<IntfId>({"\"\"", "Ethernet", "Ethernet02", "Ethernet2", "Ethernet2/1", "Ethernet2/10",
                        "Ethernet10", "Loopback0", "Vlan9", "Vlan10", "Vlan4094",
