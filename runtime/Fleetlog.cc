@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <optional>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -15,6 +16,7 @@
 
 #include "runtime/Assert.h"
 #include "runtime/Clock.h"
+#include "runtime/shm/PageGuard.h"
 
 namespace Fleetlog {
 namespace {
@@ -75,12 +77,22 @@ struct Ring {
     do {
       std::uint32_t oldest = 0;
       std::memcpy(&oldest, data + tailPlace, sizeof oldest);
+      if (!isLength(oldest)) {
+        // Somebody has written into the file, or cut it short: what it held is lost.
+        tail = head;
+        tailPlace = headPlace;
+        break;
+      }
       tail += oldest;
       tailPlace += oldest;
       if (tailPlace == capacity) tailPlace = 0;
     } while (head + bytes - tail > capacity);
     std::atomic_ref(shared->tail).store(tail, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_release);
+  }
+
+  [[nodiscard]] bool isLength(std::uint64_t bytes) const {
+    return bytes >= 8 && bytes % 8 == 0 && bytes <= capacity - tailPlace && bytes <= head - tail;
   }
 
   void fillUp(std::uint64_t bytes) {
@@ -100,6 +112,8 @@ struct Recorder {
   std::size_t textBytes = 0;
   std::uint64_t sequence = 0;
   std::array<Ring, levelCount> rings{};
+  /// Whoever cuts the file short loses what it held, and nothing else.
+  std::unique_ptr<VeskSharedMem::PageGuard> guard;
 };
 
 constinit Recorder* recorder = nullptr;
@@ -224,6 +238,8 @@ bool initialize(const std::string& fileName, const Sizes& sizes, const char* not
   if (noteBytes != 0) std::memcpy(base + sizeof header, note, noteBytes);
 
   recorder = new Recorder{base, end, path, base + modulesAt, moduleBytes};
+  recorder->guard =
+      std::make_unique<VeskSharedMem::PageGuard>(reinterpret_cast<std::byte*>(base), end);
   recorder->textBytes = recordBytes / 8 * 8 - sizeof(RecordHeader);
   auto* shared = reinterpret_cast<FileHeader*>(base);
   for (std::size_t level = 0; level < levelCount; ++level) {
@@ -249,6 +265,7 @@ void shutdown() {
   auto& header = *reinterpret_cast<FileHeader*>(recorder->base);
   // After a fork this may be the parent's file: only its own process closes it.
   if (header.processId == static_cast<std::uint32_t>(getpid())) header.closed = 1;
+  recorder->guard.reset();
   ::munmap(recorder->base, recorder->fileBytes);
   delete recorder;
   recorder = nullptr;

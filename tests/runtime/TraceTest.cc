@@ -209,6 +209,26 @@ TEST_F(TraceTest, aRingThatCannotBeMadeNamesItsFile) {
   EXPECT_NE(testing::internal::GetCapturedStderr().find("x.fl: No such file"), std::string::npos);
 }
 
+TEST_F(TraceTest, aRingGoesOnWhenItsFileIsSpoiled) {
+  for (const std::uintmax_t left : {std::uintmax_t{0}, std::uintmax_t{5000}}) {
+    ASSERT_TRUE(startRing("x.fl", usual));
+    const auto fill = [] {
+      for (int i = 0; i < 5000; ++i)
+        Fleetlog::record(Fleetlog::TraceHandle("Mapping"), 8, "a record, number {}", i);
+    };
+    fill();
+    const auto whole = std::filesystem::file_size(dir / "x.fl");
+    if (left != 0) {  // zeros in the place of all lengths
+      std::filesystem::resize_file(dir / "x.fl", left);
+      std::filesystem::resize_file(dir / "x.fl", whole);
+    } else {
+      std::filesystem::resize_file(dir / "x.fl", 0);
+    }
+    fill();
+    Fleetlog::shutdown();
+  }
+}
+
 /// What others have laid in the way is not followed, and not written to.
 TEST_F(TraceTest, aRingIsANewFile) {
   const auto victim = dir / "victim";
