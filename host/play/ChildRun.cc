@@ -56,10 +56,9 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
       systemFailed((directory / name).string());
 }
 
-/// In the child. The scenario's process ends without destructors, like the agents that it has seen
-/// die.
-[[noreturn]] void playHere(const Scenario& scenario, const PlayOptions& options, Report& report,
-                           const PlayDirectory& directory, int progress) {
+/// The agent's variables are the scenario's. Throws std::system_error if a place that one names
+/// cannot be made.
+void setEnvironment(const Scenario& scenario, const PlayDirectory& directory) {
   for (const char* name : agentVariables)
     unsetenv(name);
   for (const auto& [name, value] : scenario.environment) {
@@ -73,6 +72,12 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
       unsetenv(name.c_str());
     }
   }
+}
+
+/// In the child. The scenario's process ends without destructors, like the agents that it has seen
+/// die.
+[[noreturn]] void playHere(const Scenario& scenario, const PlayOptions& options, Report& report,
+                           const PlayDirectory& directory, int progress) {
   // A write beyond the limit of file sizes fails then, as one on a full disk does.
   std::signal(SIGXFSZ, SIG_IGN);
   Ombra::installTerminateHandler();
@@ -84,6 +89,7 @@ void writeToggles(const Scenario& scenario, const fs::path& directory) {
   // Only what says that an input cannot be used is caught; anything else ends this process as it
   // would end the agent.
   try {
+    setEnvironment(scenario, directory);
     Orlane::toggleDirIs(directory / "toggles");
     Fleetlog::directoryIs(directory / "trace");
     VeskSharedMem::EntityManager::directoryIs((directory / "shm").string());

@@ -52,7 +52,7 @@ class TableWriter {
   // or nobody hears of it.
   bool isLost() const;
   // Puts another file there, and claims it again if need be; a table that others have put there is
-  // taken over with its rows. Throws TableError, and all is as before.
+  // taken over with its rows. Throws TableError, and may be asked again.
   void makeAnew();
 
   // The writer's name comes off the file, at an end in order.
