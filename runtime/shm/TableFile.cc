@@ -58,6 +58,17 @@ TableLayout checkedLayout(int fd, const std::string& path, const TableShape* exp
   return layout;
 }
 
+// The claim hangs on a name, which others may remove: this lock keeps a second writer out of the
+// bytes all the same. It goes with the open file. A reader's lock stands in nobody's way.
+bool lockAgainstWriters(int fd) {
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  if (fcntl(fd, F_OFD_SETLK, &lock) == 0) return true;
+  lock.l_type = F_RDLCK;
+  return fcntl(fd, F_OFD_GETLK, &lock) != 0 || lock.l_type == F_UNLCK;
+}
+
 std::string temporaryName(const std::string& path) {
   return path + ".new";
 }
@@ -115,11 +126,14 @@ TableFile TableFile::forWriter(const std::string& path, const TableShape& shape)
   FileDescriptor fd = openTableFile(path, O_RDWR);
   if (!fd.isOpen()) {
     if (errno != ENOENT) failWith(path, "open the file", errno);
-    const TableFile made = beside(path, shape);
-    made.takePlace();
+    beside(path, shape).takePlace();
     return forWriter(path, shape);
   }
   const TableLayout found = checkedLayout(fd.get(), path, &shape);
+  if (!lockAgainstWriters(fd.get()))
+    throw TableError(
+        fmt::format("shared table {}: expected no other writer, found process {} in it", path,
+                    readHeader(fd.get(), path).header.writerPid));
   // Of a writer that died while its table grew.
   unlink(temporaryName(path).c_str());
   TableFile file(path, std::move(fd), found, true);
@@ -130,6 +144,7 @@ TableFile TableFile::forWriter(const std::string& path, const TableShape& shape)
 TableFile TableFile::beside(const std::string& path, const TableShape& shape) {
   const TableLayout layout = TableLayout::of(path, shape);
   FileDescriptor fd = openTemporary(path);
+  static_cast<void>(lockAgainstWriters(fd.get()));  // nobody else has it yet
   fillTemporary(fd.get(), path, layout);
   return TableFile(path, std::move(fd), layout, true);
 }

@@ -276,6 +276,7 @@ TEST_F(TableFileTest, ReadersOfAnotherUserSleepAndCannotHoldUpTheWriter) {
     EXPECT_FALSE(writer->isLost());
     std::filesystem::remove(path_ + name);
     EXPECT_TRUE(writer->isLost()) << name;
+    EXPECT_FALSE(errorOf([&] { TableWriter::open(path_, kShape); }).empty()) << name;
     writer->makeAnew();
   }
   EXPECT_FALSE(errorOf([&] { TableWriter::open(path_, kShape); }).empty());
